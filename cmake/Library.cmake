@@ -1,0 +1,50 @@
+# The library's two halves, compiled once:
+#   tavport_logic     the portable part; sees include/, its own folders and platform/*.h
+#   tavport_provider  the Linux services behind platform/*.h
+# They are linked into the shared object TavPort (only the exported list is visible) and into an archive for the
+# tests that look inside.
+set(logic_folders text vpath system paths copy)
+set(logic_sources)
+foreach(folder IN LISTS logic_folders)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.cpp)
+  list(APPEND logic_sources ${sources})
+endforeach()
+file(GLOB provider_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/platform/linux/*.cpp)
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
+pkg_check_modules(MOUNT REQUIRED IMPORTED_TARGET mount)
+pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
+find_package(Threads REQUIRED)
+
+add_library(tavport_logic OBJECT ${logic_sources})
+add_library(tavport_provider OBJECT ${provider_sources})
+foreach(part tavport_logic tavport_provider)
+  target_include_directories(${part} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+  target_link_libraries(${part} PRIVATE tavport_warnings)
+  set_target_properties(${part} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endforeach()
+# 64-bit offsets and times on 32-bit hosts, and the system calls that only the GNU headers declare.
+target_compile_definitions(tavport_provider PRIVATE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+target_link_libraries(tavport_provider PUBLIC PkgConfig::ICU PkgConfig::MOUNT PkgConfig::UDEV Threads::Threads
+                                              ${CMAKE_DL_LIBS})
+
+add_library(tavport_static STATIC)
+target_link_libraries(tavport_static PUBLIC tavport_logic tavport_provider)
+
+# The exported list is the one source of the linker's version script.
+set(exports ${CMAKE_SOURCE_DIR}/include/TavPort.exports)
+set(version_script ${CMAKE_BINARY_DIR}/TavPort.map)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports})
+file(STRINGS ${exports} symbols REGEX "^[^#]")
+list(JOIN symbols ";\n    " symbols)
+file(CONFIGURE OUTPUT ${version_script} CONTENT "TAVPORT_1 {\n  global:\n    ${symbols};\n  local:\n    *;\n};\n")
+
+add_library(TavPort SHARED)
+target_link_libraries(TavPort PRIVATE tavport_logic tavport_provider)
+target_include_directories(TavPort INTERFACE ${CMAKE_SOURCE_DIR}/include)
+target_link_options(TavPort PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed)
+if(NOT TAVPORT_SANITIZE)
+  target_link_options(TavPort PRIVATE -Wl,-z,defs)
+endif()
+set_target_properties(TavPort PROPERTIES LINK_DEPENDS ${version_script})

@@ -1,0 +1,45 @@
+// Catalog information: flags, dates, permissions, Finder information and sizes of an object.
+#pragma once
+
+#include "platform/types.h"
+
+constexpr FSCatalogInfoBitmap kFSCatInfoNone = 0x00000000;
+constexpr FSCatalogInfoBitmap kFSCatInfoTextEncoding = 0x00000001;
+constexpr FSCatalogInfoBitmap kFSCatInfoNodeFlags = 0x00000002;
+constexpr FSCatalogInfoBitmap kFSCatInfoVolume = 0x00000004;
+constexpr FSCatalogInfoBitmap kFSCatInfoParentDirID = 0x00000008;
+constexpr FSCatalogInfoBitmap kFSCatInfoNodeID = 0x00000010;
+constexpr FSCatalogInfoBitmap kFSCatInfoCreateDate = 0x00000020;
+constexpr FSCatalogInfoBitmap kFSCatInfoContentMod = 0x00000040;
+constexpr FSCatalogInfoBitmap kFSCatInfoAttrMod = 0x00000080;
+constexpr FSCatalogInfoBitmap kFSCatInfoAccessDate = 0x00000100;
+constexpr FSCatalogInfoBitmap kFSCatInfoBackupDate = 0x00000200;
+constexpr FSCatalogInfoBitmap kFSCatInfoPermissions = 0x00000400;
+constexpr FSCatalogInfoBitmap kFSCatInfoFinderInfo = 0x00000800;
+constexpr FSCatalogInfoBitmap kFSCatInfoFinderXInfo = 0x00001000;
+constexpr FSCatalogInfoBitmap kFSCatInfoValence = 0x00002000;
+constexpr FSCatalogInfoBitmap kFSCatInfoDataSizes = 0x00004000;
+constexpr FSCatalogInfoBitmap kFSCatInfoRsrcSizes = 0x00008000;
+constexpr FSCatalogInfoBitmap kFSCatInfoSharingFlags = 0x00010000;
+constexpr FSCatalogInfoBitmap kFSCatInfoUserPrivs = 0x00020000;
+constexpr FSCatalogInfoBitmap kFSCatInfoUserAccess = 0x00080000;
+constexpr FSCatalogInfoBitmap kFSCatInfoGettableInfo = 0x0003FFFF;
+constexpr FSCatalogInfoBitmap kFSCatInfoSettableInfo = 0x00001FE3;
+
+constexpr uint16_t kFSNodeLockedMask = 0x0001;
+constexpr uint16_t kFSNodeResOpenMask = 0x0004;
+constexpr uint16_t kFSNodeDataOpenMask = 0x0008;
+constexpr uint16_t kFSNodeIsDirectoryMask = 0x0010;
+constexpr uint16_t kFSNodeForkOpenMask = 0x0080;
+
+extern "C" {
+
+// Fills the facts that `whichInfo` selects, and the name, the FSSpec and the parent folder's reference where asked for;
+// every output may be null. -43 when the object is gone. On failure the outputs are unspecified.
+OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, FSCatalogInfo* catalogInfo,
+                       HFSUniStr255* outName, FSSpec* fsSpec, FSRef* parentRef);
+
+// Stores the settable facts that `whichInfo` selects (-50 for others). What the host cannot keep is dropped.
+OSErr FSSetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo);
+
+} // extern "C"

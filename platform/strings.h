@@ -1,0 +1,57 @@
+// The string service: immutable and mutable 16-bit strings with full Unicode case rules.
+#pragma once
+
+#include "platform/types.h"
+
+using CFIndex = long;
+using CFTypeRef = const void*;
+using CFAllocatorRef = const struct OpaqueCFAllocator*;
+using CFStringRef = const struct OpaqueCFString*;
+using CFMutableStringRef = struct OpaqueCFString*;
+using CFLocaleRef = const struct OpaqueCFLocale*;
+using CFStringEncoding = uint32_t;
+using CFOptionFlags = uint32_t;
+using CFComparisonResult = int32_t;
+
+constexpr CFStringEncoding kCFStringEncodingMacRoman = 0;
+constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
+
+constexpr CFOptionFlags kCFCompareCaseInsensitive = 1;
+
+constexpr CFComparisonResult kCFCompareLessThan = -1;
+constexpr CFComparisonResult kCFCompareEqualTo = 0;
+constexpr CFComparisonResult kCFCompareGreaterThan = 1;
+
+struct CFRange {
+    CFIndex location;
+    CFIndex length;
+};
+
+extern "C" {
+
+// Creation gives null when memory runs out or bytes are not text in the encoding. The caller releases the result.
+// The allocator is always null.
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars);
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr, CFStringEncoding encoding);
+CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
+
+void CFRelease(CFTypeRef object);
+
+void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars, CFIndex numChars);
+void CFStringAppendCString(CFMutableStringRef string, const char* cStr, CFStringEncoding encoding);
+
+// Whole-string case conversion without a locale; the length may change.
+void CFStringUppercase(CFMutableStringRef string, CFLocaleRef locale);
+void CFStringLowercase(CFMutableStringRef string, CFLocaleRef locale);
+
+CFIndex CFStringGetLength(CFStringRef string);
+
+// Copies the units in `range`; writes no terminator.
+void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer);
+
+// Writes the text, zero-terminated, in the encoding. 1 when all of it and the terminator fitted.
+Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding);
+
+CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFOptionFlags options);
+
+} // extern "C"
