@@ -1,0 +1,14 @@
+#include "vpath/segments.h"
+
+uint32_t SegLen(const TavChar* s) {
+    if (!s) return 0;
+    const TavChar* end = s;
+    while (*end) ++end;
+    return static_cast<uint32_t>(end - s);
+}
+
+int32_t SegCmp(const TavChar* a, const TavChar* b) {
+    if (!a || !b) return (b ? 1 : 0) - (a ? 1 : 0);
+    while (*a && *a == *b) ++a, ++b;
+    return (*a > *b) - (*a < *b);
+}
