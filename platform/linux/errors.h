@@ -1,0 +1,17 @@
+// The one place where errno is read and turned into the platform's result codes.
+#pragma once
+
+#include "platform/types.h"
+
+// The result code for an error number of the host.
+OSErr ErrorFromErrno(int error);
+
+// The result code of the system call that has just failed.
+OSErr LastError();
+
+// The same where a fork was to be opened: what the host denies is a matter of permission there (-54).
+OSErr LastForkError();
+
+// The bare number of the system call that has just failed, for code that must tell "try again" or "not
+// supported" from a real failure.
+int LastErrorNumber();
