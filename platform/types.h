@@ -70,8 +70,9 @@ struct FSPermissionInfo {
 
 using FSCatalogInfoBitmap = uint32_t;
 
-// The older way of naming an object: volume, parent folder and Mac Roman name. The name is cut where it does not fit,
-// so the reference inside is what operations act on; it may name an object that does not exist yet.
+// The older way of naming an object: volume, parent folder and Mac Roman name, length first. A name that does not fit or
+// cannot be said in Mac Roman is empty, so that it can never mean another object; the reference inside stands for the
+// object itself.
 struct FSSpec {
     FSVolumeRefNum vRefNum;
     int32_t parID;

@@ -46,7 +46,7 @@ struct FSVolumeInfo {
 struct GetVolParmsInfoBuffer {
     int16_t vMVersion;
     int32_t vMAttrib;
-    void* vMLocalHand;
+    uint32_t vMLocalHand;
     int32_t vMServerAdr;
     int32_t vMVolumeGrade;
     int16_t vMForeignPrivID;
@@ -79,6 +79,8 @@ struct HParamBlockRec {
 };
 
 #pragma pack(pop)
+
+static_assert(offsetof(GetVolParmsInfoBuffer, vMVolumeGrade) == 14);
 
 extern "C" {
 
