@@ -35,6 +35,6 @@ OSErr RemoveSidecar(int folder, const char* name);
 // the new place is taken. Nothing has changed on failure.
 OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName);
 
-// Counts the changes to metadata and sidecars that these operations have made, so that what was seen before
-// one is not trusted after it.
-uint64_t MetadataChanges();
+// Counts the sidecars that these operations have made, whether in place of an attribute or for a resource fork, so that
+// a folder seen without sidecars is known to be still without them.
+uint64_t SidecarsMade();
