@@ -53,6 +53,11 @@ typedef char16_t TavChar;
 extern "C" {
 #endif
 
+/* The library hides everything else that it is made of. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
+
 /* ---- Shared types ------------------------------------------------------------------------------------------ */
 
 /* The platform's reference to a file or folder: opaque, may be copied and stored byte by byte. An application gets
@@ -87,15 +92,463 @@ typedef struct MyStr16 {
 
 /* ---- UTF conversion ----------------------------------------------------------------------------------------- */
 
+/*
+ * Turns whole zero-terminated texts from UTF-8 to UTF-16 and back, strictly: text that is malformed gives null.
+ *
+ *   TavChar* wide = Tav0UTF16FromUTF8("caf\303\251");
+ *   if (wide) { ... Tav0UTFRelease(wide); }
+ *
+ * Tav0UTFRelease releases what either conversion returned.
+ */
+
+/**
+ * Converts UTF-8 to UTF-16.
+ *
+ * @param utf8  zero-terminated text; null is answered with null.
+ * @return a new zero-terminated text; null for null, for malformed UTF-8 (overlong forms, encoded surrogates, values
+ *         above 0x10FFFF, a cut sequence) and when memory runs out.
+ * @owner   the caller, who gives it back with Tav0UTFRelease.
+ * @threads any number at the same time.
+ * @windows MultiByteToWideChar with CP_UTF8 and MB_ERR_INVALID_CHARS
+ */
+TavChar* Tav0UTF16FromUTF8(const char* utf8);
+
+/**
+ * Converts UTF-16 to UTF-8. A high surrogate that is the very last unit is written as three bytes of its own value;
+ * any other lone surrogate makes the text malformed.
+ *
+ * @param utf16  zero-terminated text; null is answered with null.
+ * @return a new zero-terminated text; null for null, for malformed UTF-16 and when memory runs out.
+ * @owner   the caller, who gives it back with Tav0UTFRelease.
+ * @threads any number at the same time.
+ * @windows WideCharToMultiByte with CP_UTF8 and WC_ERR_INVALID_CHARS
+ */
+char* Tav0UTF8FromUTF16(const TavChar* utf16);
+
+/**
+ * Releases the result of a conversion.
+ *
+ * @param buffer  what Tav0UTF16FromUTF8 or Tav0UTF8FromUTF16 returned; null is ignored.
+ * @return nothing.
+ * @owner   the buffer is gone afterwards.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows none
+ */
+void Tav0UTFRelease(void* buffer);
+
 /* ---- Wide runtime: strings ---------------------------------------------------------------------------------- */
 
+/*
+ * The runtime's functions for zero-terminated 16-bit text, and the few for 8-bit text (read as Mac Roman where letters
+ * matter). Except where it is said, null is not allowed: it is not checked.
+ *
+ *   TavChar name[64];
+ *   tav_wcscpy(name, u"Read me");
+ *   if (tav_wcscmpi(name, u"READ ME") == 0) ...
+ *
+ * Two notions of letter case stand side by side: tav_wcscmpi, tav_strcmpi and the whole-text conversions know the
+ * letters of every script; tav_wcsnicmp and the functions for one character know the 26 of ASCII only.
+ * Nothing here has to be released.
+ */
+
+/**
+ * Counts the units before the terminator.
+ *
+ * @param s  zero-terminated text, or null.
+ * @return the number of units; 0 for null.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcslen
+ */
+uint32_t tav_wcslen(const TavChar* s);
+
+/**
+ * Copies a text with its terminator.
+ *
+ * @param dst  receives tav_wcslen(src) + 1 units; null is not allowed.
+ * @param src  zero-terminated text that does not overlap dst; null is not allowed.
+ * @return dst.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows wcscpy
+ */
+TavChar* tav_wcscpy(TavChar* dst, const TavChar* src);
+
+/**
+ * Copies at most n units. A shorter text is filled up with zeros to n units; a text of n units or more gets no
+ * terminator.
+ *
+ * @param dst  receives exactly n units; null is not allowed.
+ * @param src  zero-terminated text, or at least n units, that does not overlap dst; null is not allowed.
+ * @param n  how many units to write; 0 writes nothing.
+ * @return dst.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows wcsncpy
+ */
+TavChar* tav_wcsncpy(TavChar* dst, const TavChar* src, uint32_t n);
+
+/**
+ * Appends a text, with its terminator, to another.
+ *
+ * @param dst  zero-terminated text with room for both; null is not allowed.
+ * @param src  zero-terminated text that does not overlap dst; null is not allowed.
+ * @return dst.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows wcscat
+ */
+TavChar* tav_wcscat(TavChar* dst, const TavChar* src);
+
+/**
+ * Finds the first unit of a given value. Searching for 0 finds the terminator.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @param c  the unit; only the low 16 bits count.
+ * @return the address of the unit inside s; null when there is none.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcschr
+ */
+TavChar* tav_wcschr(const TavChar* s, uint32_t c);
+
+/**
+ * Finds the last unit of a given value. Searching for 0 finds the terminator.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @param c  the unit; only the low 16 bits count.
+ * @return the address of the unit inside s; null when there is none.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcsrchr
+ */
+TavChar* tav_wcsrchr(const TavChar* s, uint32_t c);
+
+/**
+ * Finds the first occurrence of one text in another, unit by unit.
+ *
+ * @param hay  zero-terminated text to search; null is not allowed.
+ * @param needle  zero-terminated text to find; null is not allowed.
+ * @return the address of the occurrence inside hay, hay itself for an empty needle; null when there is none.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcsstr
+ */
+TavChar* tav_wcsstr(const TavChar* hay, const TavChar* needle);
+
+/**
+ * Compares two texts by their units as unsigned numbers.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @return a's unit minus b's at the first difference (-65535 to 65535); 0 when the texts are equal.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcscmp
+ */
+int32_t tav_wcscmp(const TavChar* a, const TavChar* b);
+
+/**
+ * Compares at most n units of two texts as unsigned numbers.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @param n  how many units to look at; 0 makes everything equal.
+ * @return -1, 0 or 1.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcsncmp
+ */
+int32_t tav_wcsncmp(const TavChar* a, const TavChar* b, uint32_t n);
+
+/**
+ * Compares at most n units of two texts, taking the capitals A to Z as small letters. No other letter has a case
+ * here.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @param n  how many units to look at; 0 makes everything equal.
+ * @return -1, 0 or 1.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows _wcsnicmp
+ */
+int32_t tav_wcsnicmp(const TavChar* a, const TavChar* b, uint32_t n);
+
+/**
+ * Compares two whole texts without regard to letter case, by the case folding of Unicode and without a locale.
+ *
+ * @param a, b  zero-terminated texts; null counts as the empty text.
+ * @return -1, 0 or 1; -1 also when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows _wcsicmp
+ */
+int32_t tav_wcscmpi(const TavChar* a, const TavChar* b);
+
+/**
+ * Compares at most n bytes of two 8-bit texts as signed numbers, so that bytes from 0x80 sort before everything
+ * else, the terminator included.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @param n  how many bytes to look at; 0 makes everything equal.
+ * @return -1, 0 or 1.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows strncmp
+ */
+int32_t tav_strncmp(const char* a, const char* b, uint32_t n);
+
+/**
+ * Like tav_strncmp, with each byte put through the C library's tolower first.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @param n  how many bytes to look at; 0 makes everything equal.
+ * @return -1, 0 or 1.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows _strnicmp
+ */
+int32_t tav_strnicmp(const char* a, const char* b, uint32_t n);
+
+/**
+ * Compares two whole Mac Roman texts without regard to letter case, as tav_wcscmpi does.
+ *
+ * @param a, b  zero-terminated texts; null is not allowed.
+ * @return -1, 0 or 1; -1 also when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows _stricmp
+ */
+int32_t tav_strcmpi(const char* a, const char* b);
+
+/**
+ * Turns a text into capitals in place, by the rules of Unicode and without a locale. The text keeps its length:
+ * what a conversion adds beyond it is cut off, and what it lacks is left as it was.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @return s, unchanged when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows _wcsupr
+ */
+TavChar* tav_wcsupr(TavChar* s);
+
+/**
+ * Turns a text into small letters in place, by the rules of Unicode and without a locale. The text keeps its
+ * length: what a conversion adds beyond it is cut off, and what it lacks is left as it was.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @return s, unchanged when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows _wcslwr
+ */
+TavChar* tav_wcslwr(TavChar* s);
+
+/**
+ * Turns a Mac Roman text into capitals in place. A result that is longer than the text, or that Mac Roman cannot
+ * hold, is not written whole: the text is then empty.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @return s, unchanged when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows _strupr
+ */
+char* tav_strupr(char* s);
+
+/**
+ * Turns a Mac Roman text into small letters in place. A result that is longer than the text, or that Mac Roman
+ * cannot hold, is not written whole: the text is then empty.
+ *
+ * @param s  zero-terminated text; null is not allowed.
+ * @return s, unchanged when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows _strlwr
+ */
+char* tav_strlwr(char* s);
+
 /* ---- Wide runtime: characters ------------------------------------------------------------------------------- */
+
+/*
+ * The runtime's functions for one character: its small or capital form, and whether it belongs to a class. They know
+ * ASCII only; everything from 0x80 upwards has no case and no class. Arguments count by their low 16 bits.
+ *
+ *   while (tav_iswspace(*s)) ++s;
+ *   TavChar first = tav_towupper(*s);
+ *
+ * Class functions give the class's bit, not 1. Nothing here has to be released.
+ */
+
+/**
+ * Gives the capital of an ASCII letter.
+ *
+ * @param c  the character.
+ * @return the capital; every other character unchanged.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows towupper
+ */
+TavChar tav_towupper(uint32_t c);
+
+/**
+ * Gives the small letter of an ASCII letter.
+ *
+ * @param c  the character.
+ * @return the small letter; every other character unchanged.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows towlower
+ */
+TavChar tav_towlower(uint32_t c);
+
+/**
+ * Tells whether a character is a letter of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x001; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswalpha
+ */
+int32_t tav_iswalpha(uint32_t c);
+
+/**
+ * Tells whether a character is a letter or a digit of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x001 for a letter, 0x008 for a digit; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswalnum
+ */
+int32_t tav_iswalnum(uint32_t c);
+
+/**
+ * Tells whether a character is a control character of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x004; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswcntrl
+ */
+int32_t tav_iswcntrl(uint32_t c);
+
+/**
+ * Tells whether a character is a decimal digit of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x008; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswdigit
+ */
+int32_t tav_iswdigit(uint32_t c);
+
+/**
+ * Tells whether a character is a visible character of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x010; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswgraph
+ */
+int32_t tav_iswgraph(uint32_t c);
+
+/**
+ * Tells whether a character is a small letter of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x020; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswlower
+ */
+int32_t tav_iswlower(uint32_t c);
+
+/**
+ * Tells whether a character is a printing character, the space included of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x040; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswprint
+ */
+int32_t tav_iswprint(uint32_t c);
+
+/**
+ * Tells whether a character is a punctuation mark of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x080; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswpunct
+ */
+int32_t tav_iswpunct(uint32_t c);
+
+/**
+ * Tells whether a character is white space of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x100; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswspace
+ */
+int32_t tav_iswspace(uint32_t c);
+
+/**
+ * Tells whether a character is a capital of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x200; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswupper
+ */
+int32_t tav_iswupper(uint32_t c);
+
+/**
+ * Tells whether a character is a hexadecimal digit of ASCII.
+ *
+ * @param c  the character.
+ * @return 0x400; 0 when it is not.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows iswxdigit
+ */
+int32_t tav_iswxdigit(uint32_t c);
 
 /* ---- Wide runtime: numbers ---------------------------------------------------------------------------------- */
 
 /* ---- Wide runtime: formatting ------------------------------------------------------------------------------- */
 
 /* ---- Shared empty strings ----------------------------------------------------------------------------------- */
+
+/*
+ * What every empty reference-counted string points at: a block of four 32-bit words, -1 (a reference count that is
+ * never counted), 0 (length), 0 (capacity) and 0 (the terminator), shared and never freed. Strings of this layout have
+ * three 32-bit words in front of their first character.
+ *
+ *   if (header == _tavtmpDataNilW) ... the string is empty and owns nothing
+ *
+ * There is one block for 16-bit strings (W) and one for 8-bit strings (A); neither is ever released.
+ */
+
+/** The blocks themselves. */
+extern const int32_t rgTavInitDataW[4];
+extern const int32_t rgTavInitDataA[4];
+
+/** The addresses of the blocks: the empty string's header. */
+extern const int32_t* const _tavtmpDataNilW;
+extern const int32_t* const _tavtmpDataNilA;
+
+/** The addresses of the fourth words: the empty string's characters. */
+extern const TavChar* const _tavtmpPchNilW;
+extern const char* const _tavtmpPchNilA;
 
 /* ---- File handles ------------------------------------------------------------------------------------------- */
 
@@ -112,6 +565,10 @@ typedef struct MyStr16 {
 /* ---- Enumeration -------------------------------------------------------------------------------------------- */
 
 /* ---- Copying ------------------------------------------------------------------------------------------------ */
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 
 #ifdef __cplusplus
 }

@@ -52,6 +52,7 @@ void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer);
 // Writes the text, zero-terminated, in the encoding. 1 when all of it and the terminator fitted.
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding);
 
+// Compares by Unicode's full case folding, code point by code point; `options` is kCFCompareCaseInsensitive.
 CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFOptionFlags options);
 
 } // extern "C"

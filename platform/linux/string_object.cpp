@@ -1,0 +1,50 @@
+// The memory behind strings: blocks of malloc. A string that never grows is one block; mutable ones start
+// with enough room that ordinary texts stay one block, too.
+#include "platform/linux/string_object.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+void ReleaseString(CFObject* object) {
+    auto* string = static_cast<OpaqueCFString*>(object);
+    if (string->units != string->FirstUnits()) free(string->units);
+    free(string);
+}
+
+constexpr CFKind kStringKind = {"CFString", ReleaseString};
+
+constexpr size_t kMaxUnits =
+    (std::numeric_limits<ptrdiff_t>::max() - sizeof(OpaqueCFString)) / sizeof(UniChar);
+
+} // namespace
+
+namespace strings {
+
+OpaqueCFString* Allocate(size_t capacity, bool isMutable) {
+    if (capacity > kMaxUnits) return nullptr;
+    auto* string = static_cast<OpaqueCFString*>(malloc(sizeof(OpaqueCFString) + capacity * sizeof(UniChar)));
+    if (!string) return nullptr;
+    string->kind = &kStringKind;
+    string->length = 0;
+    string->capacity = capacity;
+    string->units = string->FirstUnits();
+    string->isMutable = isMutable;
+    return string;
+}
+
+bool Reserve(OpaqueCFString* string, size_t capacity) {
+    if (capacity <= string->capacity) return true;
+    if (capacity > kMaxUnits) return false;
+    const bool grown = string->units != string->FirstUnits();
+    void* larger = realloc(grown ? string->units : nullptr, capacity * sizeof(UniChar));
+    if (!larger) return false;
+    if (!grown) memcpy(larger, string->units, string->length * sizeof(UniChar));
+    string->units = static_cast<UniChar*>(larger);
+    string->capacity = capacity;
+    return true;
+}
+
+} // namespace strings
