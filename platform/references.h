@@ -9,10 +9,17 @@
 extern "C" {
 
 // Makes a reference to the existing object at an absolute UTF-8 path. Links on the way are followed; a link in the
-// last place gives a reference with the link's identity. A component that does not exist as written is looked for
-// without regard to case. `isDirectory` may be null. On failure (-43 no such object, -50 null argument, -1407 a file
-// in a folder's place …) `ref` keeps what it held.
+// last place gives a reference with the link's identity, but one that leads nowhere does not exist (-43). A component
+// that does not exist as written is looked for without regard to case. `isDirectory` (may be null) is that of a link's
+// target. `ref` may be null where only existence is asked, which is cheaper. On failure (-43 no such object or not an
+// absolute path, -50 null path, -1407 a file in a folder's place …) `ref` keeps what it held.
 OSStatus FSPathMakeRef(const uint8_t* path, FSRef* ref, Boolean* isDirectory);
+
+// The same with options: with kFSPathMakeRefDoNotFollowLeafSymlink a link that leads nowhere gives its reference, too
+// (and `isDirectory` is 0), so that it can be deleted, moved and renamed.
+constexpr uint32_t kFSPathMakeRefDefaultOptions = 0;
+constexpr uint32_t kFSPathMakeRefDoNotFollowLeafSymlink = 1;
+OSStatus FSPathMakeRefWithOptions(const uint8_t* path, uint32_t options, FSRef* ref, Boolean* isDirectory);
 
 // Writes the object's absolute UTF-8 path, terminator included, without a trailing "/" except for the root. Fails when
 // it does not fit in `maxPathSize` bytes (-37) or the object is gone (-43); the buffer's content is then unspecified.

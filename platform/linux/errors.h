@@ -15,3 +15,6 @@ OSErr LastForkError();
 // The bare number of the system call that has just failed, for code that must tell "try again" or "not
 // supported" from a real failure.
 int LastErrorNumber();
+
+// Makes `error` the number of the last failed call again, after clean-up that may have changed it.
+void SetLastErrorNumber(int error);

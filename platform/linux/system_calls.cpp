@@ -1,0 +1,88 @@
+// Raw system calls: openat2, getdents64, renameat2, and statx through the C library.
+// A kernel before 5.6, an emulator or a sandbox may lack or deny openat2 (ENOSYS, EPERM): then every name is
+// opened on its own with O_NOFOLLOW, which is slower and just as strict. A file system may lack renaming
+// without replacing (EINVAL): then files are linked and unlinked. Sections: facts, opening, entries,
+// renaming.
+#include "platform/linux/system_calls.h"
+
+#include "platform/linux/references.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <string>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+static_assert(offsetof(DirectoryEntry, name) == 19, "the kernel's linux_dirent64");
+
+int FactsAt(int folder, const char* path, int flags, struct statx& facts) {
+    return Retry([&] { return statx(folder, path, flags, kFactsMask, &facts); });
+}
+
+int OpenName(int folder, const char* name, int flags, unsigned mode) {
+    return Retry([&] { return openat(folder, name, flags | O_NOFOLLOW | O_CLOEXEC, mode); });
+}
+
+void Close(int descriptor) {
+    if (descriptor < 0) return;
+    int before = LastErrorNumber();
+    close(descriptor);
+    SetLastErrorNumber(before);
+}
+
+static int OpenStepByStep(int folder, const char* path, int flags) {
+    int current = -1;
+    while (const char* slash = std::strchr(path, '/')) {
+        std::string name(path, slash);
+        int next = OpenName(current < 0 ? folder : current, name.c_str(), O_PATH | O_DIRECTORY);
+        Close(current);
+        if (next < 0) return -1;
+        current = next;
+        path = slash + 1;
+    }
+    int result = OpenName(current < 0 ? folder : current, path, flags);
+    Close(current);
+    return result;
+}
+
+static bool KernelRefuses() {
+    return LastErrorNumber() == ENOSYS || LastErrorNumber() == EPERM;
+}
+
+int OpenWithoutLinks(int folder, const char* path, int flags) {
+    open_how how = {};
+    how.flags = static_cast<uint64_t>(flags) | O_CLOEXEC | O_NOFOLLOW;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    long result = Retry([&] { return syscall(SYS_openat2, folder, path, &how, sizeof how); });
+    if (result < 0 && KernelRefuses()) return OpenStepByStep(folder, path, flags);
+    return static_cast<int>(result);
+}
+
+ssize_t ReadEntries(int folder, void* buffer, size_t size) {
+    return Retry([&] { return static_cast<ssize_t>(syscall(SYS_getdents64, folder, buffer, size)); });
+}
+
+static int LinkAndUnlink(int fromFolder, const char* from, int toFolder, const char* to) {
+    struct statx facts;
+    if (FactsAt(fromFolder, from, AT_SYMLINK_NOFOLLOW, facts) < 0) return -1;
+    if (S_ISDIR(facts.stx_mode)) {
+        SetLastErrorNumber(EINVAL);
+        return -1;
+    }
+    if (Retry([&] { return linkat(fromFolder, from, toFolder, to, 0); }) < 0) return -1;
+    if (Retry([&] { return unlinkat(fromFolder, from, 0); }) == 0) return 0;
+    int cause = LastErrorNumber();
+    unlinkat(toFolder, to, 0);
+    SetLastErrorNumber(cause);
+    return -1;
+}
+
+int RenameWithoutReplacing(int fromFolder, const char* from, int toFolder, const char* to) {
+    long result =
+        Retry([&] { return syscall(SYS_renameat2, fromFolder, from, toFolder, to, RENAME_NOREPLACE); });
+    if (result < 0 && (LastErrorNumber() == EINVAL || LastErrorNumber() == ENOSYS))
+        return LinkAndUnlink(fromFolder, from, toFolder, to);
+    return static_cast<int>(result);
+}

@@ -1,0 +1,53 @@
+// System calls that the C library has no function for, each with its way out where the kernel lacks or
+// forbids it.
+//
+// All give -1 on failure, with the cause for LastError(), and start again when a signal interrupts them.
+#pragma once
+
+#include "platform/linux/errors.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+// Repeats a call until no signal interrupts it.
+template <typename Call>
+auto Retry(Call call) {
+    for (;;) {
+        auto result = call();
+        if (result >= 0 || LastErrorNumber() != EINTR) return result;
+    }
+}
+
+// statx of one name or path; `flags` as the system has them (AT_SYMLINK_NOFOLLOW, AT_EMPTY_PATH …),
+// kFactsMask asked.
+int FactsAt(int folder, const char* path, int flags, struct statx& facts);
+
+// Opens a path of names below `folder` without following any link, at the end neither. Falls back to steps of
+// one name where openat2 is missing or denied. O_CLOEXEC is added.
+int OpenWithoutLinks(int folder, const char* path, int flags);
+
+// Opens one name without following it when it is a link. O_CLOEXEC is added.
+int OpenName(int folder, const char* name, int flags, unsigned mode = 0);
+
+// Closes, keeping the number of the last error; never repeated, since an interrupted close has closed.
+void Close(int descriptor);
+
+// Reads directory entries in the kernel's own format into `buffer`; 0 at the end.
+ssize_t ReadEntries(int folder, void* buffer, size_t size);
+
+// What ReadEntries fills: entries one after another, `length` bytes apart.
+struct DirectoryEntry {
+    uint64_t inode;
+    int64_t position; // of the entry after this one, for lseek
+    uint16_t length;
+    uint8_t type; // DT_… or DT_UNKNOWN
+    char name[1]; // zero-terminated
+};
+
+// Renames or moves without ever replacing: -1 with EEXIST when the new name is taken. Where the file system
+// cannot do that in one step, files and links are linked under the new name and unlinked; folders are refused
+// (EINVAL).
+int RenameWithoutReplacing(int fromFolder, const char* from, int toFolder, const char* to);
