@@ -1,0 +1,31 @@
+// The calling thread's identity. Threads that the provider did not make are numbered as they come; a number
+// is not given out again, so a region that such a thread left held is never taken for the next thread's.
+#include "platform/linux/current_task.h"
+
+#include "platform/linux/multiprocessing_ids.h"
+#include "platform/linux/multiprocessing_wait.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+constinit thread_local CurrentTask currentTask;
+
+namespace {
+
+constinit std::atomic<uint32_t> foreignTasks = 0;
+
+} // namespace
+
+uint32_t CurrentTaskID() noexcept {
+    if (currentTask.id == 0) [[unlikely]] {
+        currentTask.id = kForeignTaskBit | (foreignTasks.fetch_add(1, std::memory_order_relaxed) + 1);
+    }
+    return currentTask.id;
+}
+
+void EndTerminatedTask() noexcept {
+    AbandonWait();
+    for (;;) {
+        syscall(SYS_exit, 0);
+    }
+}

@@ -1,0 +1,70 @@
+// What the provider knows of the calling thread, and how it keeps termination out of its critical sections.
+//
+// A task that is terminated ends inside a signal handler, wherever it happens to be. Whoever holds a lock of
+// the provider, or is between changing an object and waking those who wait for the change, holds termination
+// back with a TerminationHold; the task then ends when the last hold is given up. Foreign threads cannot be
+// terminated, but pay the same two counts, which is cheaper than asking.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+struct ObjectSlot;
+struct Task;
+
+struct CurrentTask {
+    uint32_t id = 0;                           // 0 until somebody asks for it or the thread is a task
+    Task* task = nullptr;                      // null in threads that the provider did not make
+    ObjectSlot* waitingOn = nullptr;           // where this thread is counted as a waiter
+    std::atomic<uint32_t> holds = 0;           // written by this thread only, read by its signal handler
+    std::atomic<bool> terminationHeld = false; // a termination arrived while it was held back
+    std::atomic<bool> asleep = false;          // inside a hold, but nothing is half done: may end here
+};
+
+// Without a destructor, so that a thread's end runs no code of a library that may be gone. Near the thread
+// pointer, because it is read by every operation; it is small enough for the room that the C library keeps
+// for loaded modules.
+#define TAVPORT_NEAR_TLS __attribute__((tls_model("initial-exec")))
+extern constinit thread_local CurrentTask currentTask TAVPORT_NEAR_TLS;
+
+// The calling thread's task id; threads that the provider did not make get one when they first ask.
+uint32_t CurrentTaskID() noexcept;
+
+// Ends the calling task as its terminator asked. Does not return.
+[[noreturn]] void EndTerminatedTask() noexcept;
+
+// Keeps termination out while it lives. Nests. Its destructor does not return when termination came
+// meanwhile.
+class TerminationHold {
+public:
+    TerminationHold() noexcept {
+        currentTask.holds.store(currentTask.holds.load(std::memory_order_relaxed) + 1,
+                                std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+
+    ~TerminationHold() {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        uint32_t left = currentTask.holds.load(std::memory_order_relaxed) - 1;
+        currentTask.holds.store(left, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (left == 0 && currentTask.terminationHeld.load(std::memory_order_relaxed)) [[unlikely]] {
+            EndTerminatedTask();
+        }
+    }
+
+    TerminationHold(const TerminationHold&) = delete;
+    TerminationHold& operator=(const TerminationHold&) = delete;
+};
+
+// A lock of the provider, never left held by a task that is terminated.
+template <typename Mutex = std::mutex>
+class HeldLock {
+public:
+    explicit HeldLock(Mutex& mutex) : lock_(mutex) {}
+
+private:
+    TerminationHold hold_;
+    std::lock_guard<Mutex> lock_;
+};
