@@ -85,10 +85,368 @@ typedef struct MyStr16 {
 } MyStr16;
 
 /* ---- Virtual paths: translation keys and named values ------------------------------------------------------- */
+/*
+ * Gives symbolic paths their meaning: a key of four characters stands for a folder, a short name for a piece of path.
+ * An application registers both when it starts:
+ *     TavKey pref = TAV_KEY('p', 'r', 'e', 'f');
+ *     Tav0TranPathRegister(&pref, &folder);
+ *     MyStr16 lang = {"lang"};
+ *     Tav0FSValRegister(&lang, u"en");
+ * after which "$pref\%lang\Data" leads to Data in the folder en of that folder. Entries live until they are replaced,
+ * removed (Tav0FSValRemove) or the library is unloaded; nothing is released.
+ */
+
+/**
+ * Registers a folder under a translation key, replaces the folder registered there, or looks it up.
+ *
+ * @param key  the four bytes of the key; null gives null.
+ * @param ref  the folder, copied; null only looks the key up.
+ * @return the registry's copy; null when the key is not registered or memory is short (nothing changes then).
+ * @owner   the registry; the pointer holds until the same key is registered again.
+ * @threads registering must not run beside any other use of translation keys; looking up may run beside looking up.
+ * @windows none
+ */
+FSRef* Tav0TranPathRegister(const TavKey* key, const FSRef* ref);
+
+/**
+ * Registers a text under a name, replaces the text registered there, or looks it up. Each registration raises the
+ * modification counter by one, also when the text is the same.
+ *
+ * @param name   the name, letter case significant, all 16 bytes readable; null gives null.
+ * @param value  the text, copied; may be empty; null only looks the name up.
+ * @return the registry's copy; null when the name is not registered or memory is short (nothing changes then).
+ * @owner   the registry; the pointer holds until the same name is registered again or removed.
+ * @threads registering must not run beside any other use of named values; looking up may run beside looking up.
+ * @windows none
+ */
+TavChar* Tav0FSValRegister(const MyStr16* name, const TavChar* value);
+
+/**
+ * Removes a named value and raises the modification counter by one; an unknown name changes nothing.
+ *
+ * @param name  the name; null is ignored.
+ * @return nothing.
+ * @owner   frees the registry's copy of the text.
+ * @threads must not run beside any other use of named values.
+ * @windows none
+ */
+void Tav0FSValRemove(const MyStr16* name);
+
+/**
+ * Tells how often named values were registered or removed, so that a program notices changes.
+ *
+ * @return the counter; 0 when the library is loaded, wrapping around after 2^32 - 1.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows none
+ */
+uint32_t Tav0FSValGetModifyAccount(void);
 
 /* ---- Virtual paths: expressions ----------------------------------------------------------------------------- */
+/*
+ * Names a place symbolically, to be turned into a file reference when it is needed:
+ *     OpacTavFSExp* e = Tav0FSExpCreateTK((const char*)&pref);  "$pref"
+ *     Tav0FSExpAppendVal(e, "lang");                            "$pref\%lang"
+ *     Tav0FSExpAppendSeg(e, u"Data/file.txt");                  "$pref\%lang\Data\file.txt"
+ *     OpacTavFSRef* r = Tav0FSExpCalculateFSRCreate(e, NULL);
+ *     Tav0FSExpRelease(e);
+ * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a translation
+ * key, or "$$" and a name for a base that the evaluating caller gives, or any other text (such as "M") for an absolute
+ * path in the segments that follow. A segment is "%" and the name of a value, or plain text. Nothing is checked before
+ * the evaluation. Expressions are released with Tav0FSExpRelease.
+ */
+
+/* A growable path expression. */
+typedef struct OpacTavFSExp OpacTavFSExp;
+
+/* A reference to a file or folder by its path; see the next section. */
+typedef struct OpacTavFSRef OpacTavFSRef;
+
+/**
+ * Makes an absolute expression from the path of a reference: "M", "\" and the path.
+ *
+ * @param ref  the reference; null gives null.
+ * @return the expression, or null when memory is short.
+ * @owner   the caller, until Tav0FSExpRelease; it does not depend on `ref` afterwards.
+ * @threads any.
+ * @windows none
+ */
+OpacTavFSExp* Tav0FSExpCreateAbs(OpacTavFSRef* ref);
+
+/**
+ * Makes an expression from a translation key: "$" and the characters of the key up to the first zero byte.
+ *
+ * @param key  the four bytes of the key, the first character first; null gives null.
+ * @return the expression, or null when memory is short.
+ * @owner   the caller, until Tav0FSExpRelease.
+ * @threads any.
+ * @windows none
+ */
+OpacTavFSExp* Tav0FSExpCreateTK(const char* key);
+
+/**
+ * Makes an expression from its text, exactly as given and without checking it.
+ *
+ * @param text  the text, which may be empty; null gives null.
+ * @return the expression, or null when memory is short.
+ * @owner   the caller, until Tav0FSExpRelease.
+ * @threads any.
+ * @windows none
+ */
+OpacTavFSExp* Tav0FSExpCreateExp(const TavChar* text);
+
+/**
+ * Makes an expression of a reference's path relative to the folder of a key, or to a base: "$" and the key ("$$" with
+ * a base) and what follows that folder in the path. Letter case is ignored in the folder's part and kept in the rest.
+ *
+ * @param ref   the reference; null gives null.
+ * @param key   the four bytes of the key; not null.
+ * @param base  the folder to use in place of the key's, or null.
+ * @return the expression; null when the path is not at or below the folder (nothing is below "/"), the key is not
+ *         registered, a path has 1024 units or more, or memory is short.
+ * @owner   the caller, until Tav0FSExpRelease.
+ * @threads any, as long as no keys are registered meanwhile.
+ * @windows none
+ */
+OpacTavFSExp* Tav0FSExpCreateAbsOnKey(const OpacTavFSRef* ref, const char* key, const OpacTavFSRef* base);
+
+/**
+ * Reads the text of an expression.
+ *
+ * @param e         the expression; null gives 0.
+ * @param buf       receives the text and a terminator, when it is large enough; may be null.
+ * @param bufUnits  size of `buf`; nothing is copied unless it is greater than the length.
+ * @return the units needed, terminator included; 0 for null or an expression without storage.
+ * @owner   nothing to release.
+ * @threads any, as long as the expression is not changed meanwhile.
+ * @windows none
+ */
+uint32_t Tav0FSExpGetExp(const OpacTavFSExp* e, TavChar* buf, uint32_t bufUnits);
+
+/**
+ * Tells whether an expression is relative to a base ("$$…"), and the name that stands between "$$" and the first "\".
+ *
+ * @param e          the expression; null gives 0.
+ * @param nameBuf    receives the name and a terminator; may be null.
+ * @param nameUnits  in: size of `nameBuf`, which must be greater than the name's length. Out: the name's length
+ *                   without terminator; 0 when it does not fit or no "\" follows. May be null; `nameBuf` is then
+ *                   taken to be large enough.
+ * @return 1 when it is, whatever became of the name; else 0.
+ * @owner   nothing to release.
+ * @threads any, as long as the expression is not changed meanwhile.
+ * @windows none
+ */
+int32_t Tav0FSExpIsRelPath(const OpacTavFSExp* e, TavChar* nameBuf, uint32_t* nameUnits);
+
+/**
+ * Appends one or more segments; "/" in the text becomes "\". Exactly one "\" stands between the old text and the new.
+ *
+ * @param e    the expression; null gives 0.
+ * @param seg  the segment, which may be empty or begin with "\"; null gives 0.
+ * @return 1; 0 when memory is short (a "\" at the end may have come or gone then).
+ * @owner   nothing to release; the text is copied.
+ * @threads one thread at a time for each expression.
+ * @windows none
+ */
+int32_t Tav0FSExpAppendSeg(OpacTavFSExp* e, const TavChar* seg);
+
+/**
+ * Appends a reference to a named value: "%" and the name, as a segment of its own.
+ *
+ * @param e     the expression; null gives 0.
+ * @param name  the name, zero-terminated and not checked; null gives 0.
+ * @return 1; 0 when memory is short (a "\" at the end may have come then).
+ * @owner   nothing to release; the name is copied.
+ * @threads one thread at a time for each expression.
+ * @windows none
+ */
+int32_t Tav0FSExpAppendVal(OpacTavFSExp* e, const char* name);
+
+/**
+ * Frees an expression.
+ *
+ * @param e  the expression; null is ignored.
+ * @return nothing.
+ * @owner   takes back what the creating functions gave.
+ * @threads one thread at a time for each expression.
+ * @windows none
+ */
+void Tav0FSExpRelease(OpacTavFSExp* e);
+
+/**
+ * Evaluates an expression: puts the folder in place of the root and the texts in place of named values, joins the
+ * segments with "/" and resolves "." and "..". A key that is not registered and an unknown value count as empty.
+ *
+ * @param e     the expression; null gives null.
+ * @param base  the base of an expression that begins with "$$"; else it may be null.
+ * @return the reference; null when the base is missing, an absolute expression has no "\", the key is empty, the path
+ *         has a ":" (but for "C:" in front) or a name that begins with ".", leads above its first "/", holds 512 or
+ *         more "/", or exceeds 2047 units, a name of a value has 256 bytes or more, or memory is short.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any, as long as no keys or values are registered or removed meanwhile.
+ * @windows none
+ */
+OpacTavFSRef* Tav0FSExpCalculateFSRCreate(const OpacTavFSExp* e, const OpacTavFSRef* base);
 
 /* ---- Virtual paths: references ------------------------------------------------------------------------------ */
+/*
+ * The handle by which files and folders are named everywhere else: a path that never changes, shared and counted. The
+ * same path gives the same handle, so handles may be compared. The path need not exist.
+ *     OpacTavFSRef* folder = Tav0FSRCreateWithPath(u"/tmp");
+ *     OpacTavFSRef* file = Tav0FSRAppendPathComponent(folder, u"notes.txt");
+ *     if (Tav0FSRIsExist(file)) …
+ *     Tav0FSRRelease(file);
+ *     Tav0FSRRelease(folder);
+ * Every function that returns a reference gives the caller one hold on it, released with Tav0FSRRelease.
+ */
+
+/**
+ * Gives the reference for a path exactly as it is written.
+ *
+ * @param path  the path; null gives null.
+ * @return the reference; null when memory is short.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any.
+ * @windows none
+ */
+OpacTavFSRef* Tav0FSRCreateWithPath(const TavChar* path);
+
+/**
+ * Gives the reference for the path of a platform file reference.
+ *
+ * @param folder  the file or folder; null gives null.
+ * @return the reference; null when the object is gone, its path has more than 1023 bytes, or memory is short.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any.
+ * @windows none
+ */
+OpacTavFSRef* Tav0FSRCreateAbs(const FSRef* folder);
+
+/**
+ * Gives the reference for the folder of a translation key.
+ *
+ * @param key  the four bytes of the key; null gives null.
+ * @return the reference; null when the key is not registered, its folder is gone, or memory is short.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any, as long as no keys are registered meanwhile.
+ * @windows none
+ */
+OpacTavFSRef* Tav0FSRCreateTK(const TavKey* key);
+
+/**
+ * Adds a hold on a reference.
+ *
+ * @param r  the reference; null gives 0.
+ * @return the number of holds before the call, as long as no other thread interferes.
+ * @owner   the caller holds the reference once more, until Tav0FSRRelease.
+ * @threads any that holds the reference.
+ * @windows none
+ */
+uint32_t Tav0FSRRetain(OpacTavFSRef* r);
+
+/**
+ * Gives up a hold on a reference; the last one frees it.
+ *
+ * @param r  the reference; null is ignored.
+ * @return nothing.
+ * @owner   takes back one hold.
+ * @threads any that holds the reference.
+ * @windows none
+ */
+void Tav0FSRRelease(OpacTavFSRef* r);
+
+/**
+ * Reads the path of a reference.
+ *
+ * @param r         the reference; null gives 0.
+ * @param buf       receives the path and a terminator, when it is large enough; may be null.
+ * @param bufUnits  size of `buf`; nothing is copied when it is less than the result.
+ * @return the units needed, terminator included.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows none
+ */
+uint32_t Tav0FSRToUTF16(const OpacTavFSRef* r, TavChar* buf, uint32_t bufUnits);
+
+/**
+ * Finds the object that a reference names and gives the platform's reference to it.
+ *
+ * @param r         the reference; null gives 0.
+ * @param out       receives the platform's reference; kept as it is on failure.
+ * @param reserved  ignored.
+ * @return 1; 0 when there is no such object, the path has 1024 units or more or cannot be UTF-8, or memory is short.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows none
+ */
+int32_t Tav0FSRToAbs(const OpacTavFSRef* r, FSRef* out, uint32_t reserved);
+
+/**
+ * Tells whether the object that a reference names exists now. A link whose target is missing does not.
+ *
+ * @param r  the reference; null gives 0.
+ * @return 1 when it exists; else 0, also for the failures of Tav0FSRToAbs.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows PathFileExists
+ */
+int32_t Tav0FSRIsExist(const OpacTavFSRef* r);
+
+/**
+ * Gives the reference for something below a folder; "/" in the text makes several levels, and "." and ".." are
+ * resolved.
+ *
+ * @param r          the folder; null gives null.
+ * @param component  the name or names below it; null gives null.
+ * @return the reference; null where Tav0FSExpCalculateFSRCreate gives null.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any that holds the reference, as long as no values are registered or removed meanwhile.
+ * @windows PathAppend
+ */
+OpacTavFSRef* Tav0FSRAppendPathComponent(const OpacTavFSRef* r, const TavChar* component);
+
+/**
+ * Gives the reference for the folder above, whose path keeps its "/" at the end, and the name that was taken off. A
+ * path that ends with "/" has no folder above in this sense.
+ *
+ * @param r          the reference; null gives null.
+ * @param lastBuf    receives the name, or the path without its last "/" when there is no folder above; cut where it
+ *                   does not fit, zero-filled; may be null.
+ * @param lastUnits  size of `lastBuf`.
+ * @return the reference; null when there is no folder above, the path is empty or has 1024 units or more, or memory
+ *         is short.
+ * @owner   the caller holds the reference, until Tav0FSRRelease.
+ * @threads any that holds the reference.
+ * @windows PathRemoveFileSpec
+ */
+OpacTavFSRef* Tav0FSRRemoveLastPathComponent(const OpacTavFSRef* r, TavChar* lastBuf, uint32_t lastUnits);
+
+/**
+ * Reads the last name of a path. For a path that ends with "/" it is the whole path without that "/".
+ *
+ * @param r          the reference; null gives 0.
+ * @param lastBuf    receives the name, cut where it does not fit, zero-filled; may be null.
+ * @param lastUnits  size of `lastBuf`.
+ * @return 1; 0 when the path is empty or has 1024 units or more.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows PathFindFileName
+ */
+int32_t Tav0FSRGetLastPathComponent(const OpacTavFSRef* r, TavChar* lastBuf, uint32_t lastUnits);
+
+/**
+ * Tells whether a reference's path is the folder of a translation key or lies below it, without regard to letter case.
+ *
+ * @param r     the reference; null gives 0.
+ * @param key   the four bytes of the key; needed unless `base` is given.
+ * @param base  the folder to use in place of the key's, or null.
+ * @return 1 when it is or does (nothing is below "/"); else 0, also for an unregistered key and paths of 1024 units
+ *         or more.
+ * @owner   nothing to release.
+ * @threads any that holds the references, as long as no keys are registered meanwhile.
+ * @windows none
+ */
+int32_t Tav0FSRIsBaseOnKey(const OpacTavFSRef* r, const TavKey* key, const OpacTavFSRef* base);
 
 /* ---- UTF conversion ----------------------------------------------------------------------------------------- */
 

@@ -1,11 +1,6 @@
 #include "vpath/segments.h"
 
-uint32_t SegLen(const TavChar* s) {
-    if (!s) return 0;
-    const TavChar* end = s;
-    while (*end) ++end;
-    return static_cast<uint32_t>(end - s);
-}
+uint32_t SegLen(const TavChar* s) { return tav_wcslen(s); }
 
 int32_t SegCmp(const TavChar* a, const TavChar* b) {
     if (!a || !b) return (b ? 1 : 0) - (a ? 1 : 0);
