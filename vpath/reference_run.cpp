@@ -1,0 +1,177 @@
+#include "vpath/reference_run.h"
+
+#include "vpath/segments.h"
+
+#include <algorithm>
+
+namespace {
+
+// The units at `text` up to its end, at most eight, in a number that orders as they do. A unit that does not
+// fit in a byte ends it with the highest byte, so that different texts may have the same key.
+struct Key {
+    static constexpr unsigned kUnits = 8;
+
+    explicit Key(const TavChar* text) {
+        for (; covered < kUnits && text[covered]; ++covered) {
+            const unsigned shift = 8 * (kUnits - 1 - covered);
+            if (text[covered] >= 0xFF) {
+                bits |= uint64_t{0xFF} << shift;
+                return;
+            }
+            bits |= uint64_t{text[covered]} << shift;
+        }
+    }
+
+    uint64_t bits = 0;
+    unsigned covered = 0; // units that are the same in every text with this key
+};
+
+// Units that both texts begin with, at most `limit`.
+uint32_t CommonUnits(const TavChar* a, const TavChar* b, uint32_t limit) {
+    uint32_t units = 0;
+    while (units < limit && a[units] && a[units] == b[units]) ++units;
+    return units;
+}
+
+// The first of `count` sorted keys that is not less than `key`. No branch depends on the keys.
+size_t LowerBoundOfKey(const uint64_t* keys, size_t count, uint64_t key) {
+    const uint64_t* first = keys;
+    while (count > 1) {
+        const size_t half = count / 2;
+        first += (first[half - 1] < key) * half;
+        count -= half;
+    }
+    return static_cast<size_t>(first - keys) + (count == 1 && *first < key);
+}
+
+// The end of the equal keys that begin at `first`; mostly there is one of them.
+size_t EndOfEqualKeys(const std::vector<uint64_t>& keys, size_t first, size_t count, uint64_t key) {
+    if (first == count || keys[first] != key) return first;
+    if (first + 1 == count || keys[first + 1] != key) return first + 1;
+    return static_cast<size_t>(std::upper_bound(keys.begin() + first, keys.begin() + count, key) -
+                               keys.begin());
+}
+
+} // namespace
+
+bool PathBefore::operator()(const OpacTavFSRef* element, const TavChar* path) const {
+    return SegCmp(element->Path() + skip, path + skip) < 0;
+}
+
+size_t ReferenceRun::LowerBoundAmong(size_t count, const TavChar* path) const {
+    if (count == 0) return 0;
+    const TavChar* const sample = refs_[sample_]->Path();
+    const uint32_t same = CommonUnits(sample, path, common_);
+    size_t place = 0;
+    if (same < common_) {
+        if (path[same] > sample[same]) return count;
+    } else {
+        const Key key(path + common_);
+        const size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
+        const size_t last = EndOfEqualKeys(keys_, first, count, key.bits);
+        place = LowerBoundOfEqualKeys(first, last, PathBefore{common_ + key.covered}, path);
+    }
+    while (place < count && !refs_[place]) ++place;
+    return place;
+}
+
+size_t ReferenceRun::LowerBoundOfEqualKeys(size_t first, size_t last, PathBefore before,
+                                           const TavChar* path) const {
+    while (first < last) {
+        const size_t middle = first + (last - first) / 2;
+        size_t probe = middle;
+        while (probe < last && !refs_[probe]) ++probe;
+        if (probe < last && before(refs_[probe], path)) {
+            first = probe + 1;
+        } else {
+            last = middle;
+        }
+    }
+    return first;
+}
+
+void ReferenceRun::Insert(size_t place, OpacTavFSRef* ref) {
+    const TavChar* const path = ref->Path();
+    Reserve(size() + 1);
+    const uint32_t common = refs_.empty() ? SegLen(path) : CommonUnits(refs_[0]->Path(), path, common_);
+    if (common != common_) SetCommon(common);
+    keys_.insert(keys_.begin() + place, Key(path + common_).bits);
+    refs_.insert(refs_.begin() + place, ref);
+}
+
+void ReferenceRun::Erase(size_t place) {
+    keys_.erase(keys_.begin() + place);
+    refs_.erase(refs_.begin() + place);
+}
+
+void ReferenceRun::Empty(size_t place) {
+    refs_[place] = nullptr;
+    ++empty_;
+    if (live() == 0) return Compact();
+    while (!refs_[sample_]) sample_ = (sample_ + 1) % size();
+}
+
+void ReferenceRun::Absorb(ReferenceRun& other) {
+    Compact();
+    if (refs_.empty()) {
+        std::swap(*this, other);
+        return;
+    }
+    if (other.refs_.empty()) return;
+    Reserve(size() + other.size());
+
+    const TavChar* const path = refs_[0]->Path();
+    uint32_t common = CommonUnits(path, other.refs_.front()->Path(), common_);
+    common = CommonUnits(path, other.refs_.back()->Path(), common);
+    if (common != common_) SetCommon(common);
+
+    // From the back, so that what has not been moved yet stays a sorted array to search.
+    size_t end = size();
+    keys_.resize(end + other.size());
+    refs_.resize(end + other.size());
+    for (size_t left = other.size(); left > 0; --left) {
+        OpacTavFSRef* const ref = other.refs_[left - 1];
+        const size_t place = LowerBoundAmong(end, ref->Path());
+        std::move_backward(keys_.begin() + place, keys_.begin() + end, keys_.begin() + end + left);
+        std::move_backward(refs_.begin() + place, refs_.begin() + end, refs_.begin() + end + left);
+        keys_[place + left - 1] = Key(ref->Path() + common_).bits;
+        refs_[place + left - 1] = ref;
+        end = place;
+    }
+    other.keys_.clear();
+    other.refs_.clear();
+}
+
+void ReferenceRun::Compact() {
+    if (empty_ == 0) return;
+    size_t to = 0;
+    for (size_t from = 0; from < refs_.size(); ++from) {
+        if (!refs_[from]) continue;
+        keys_[to] = keys_[from];
+        refs_[to++] = refs_[from];
+    }
+    keys_.resize(to);
+    refs_.resize(to);
+    empty_ = sample_ = 0;
+    if (to < refs_.capacity() / 4) {
+        keys_.shrink_to_fit();
+        refs_.shrink_to_fit();
+    }
+    if (to == 0) return;
+    // The elements that are left may have more in common.
+    const TavChar* const path = refs_.front()->Path();
+    const uint32_t common = CommonUnits(path, refs_.back()->Path(), SegLen(path));
+    if (common != common_) SetCommon(common);
+}
+
+void ReferenceRun::SetCommon(uint32_t common) {
+    common_ = common;
+    for (size_t i = 0; i < refs_.size(); ++i) keys_[i] = Key(refs_[i]->Path() + common_).bits;
+}
+
+// Grows by an eighth when it must, since a long run is moved as a whole then.
+void ReferenceRun::Reserve(size_t count) {
+    const size_t roomy = count + count / 8 + 8;
+    if (count > keys_.capacity()) keys_.reserve(roomy);
+    if (count > refs_.capacity()) refs_.reserve(roomy);
+}
