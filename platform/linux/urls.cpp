@@ -1,0 +1,110 @@
+// The URL service on plain paths. A URL here is nothing but its path without trailing "/", so the object
+// behind it is a string of the string service, released like one; no escape sequence is ever made or read.
+//
+// It differs from the platform in three ways: non-ASCII names come back as they were given, because the
+// host's names are plain bytes that nobody decomposes; lone surrogates, which stand for bytes that are not
+// text, are allowed; and a
+// ":" never makes a path look like a URL with a scheme.
+//
+// Order: rules for paths; the operations.
+#include "platform/urls.h"
+
+#include "platform/linux/string_object.h"
+
+#include <algorithm>
+#include <string_view>
+
+using Path = std::basic_string_view<UniChar>;
+
+static constexpr UniChar kDot[] = {u'.', 0};
+static constexpr UniChar kDotDot[] = {u'.', u'.', 0};
+static constexpr UniChar kRoot[] = {u'/', 0};
+
+// ---- Rules for paths
+
+// Without the "/" at the end, but for the root, and without what follows a zero unit.
+static Path Normalized(Path path) {
+    path = path.substr(0, path.find(u'\0'));
+    size_t last = path.find_last_not_of(u'/');
+    if (last != Path::npos) return path.substr(0, last + 1);
+    return path.substr(0, 1);
+}
+
+static Path LastComponent(Path path) {
+    if (path == kRoot) return path;
+    return path.substr(path.rfind(u'/') + 1);
+}
+
+// The text behind the last "." of the last component, empty for none. A name of which only "." would be left
+// has no extension, so that taking it off never leads to the folder itself or to its parent.
+static Path Extension(Path path) {
+    Path name = LastComponent(path);
+    size_t dot = name.rfind(u'.');
+    if (dot == Path::npos || name.find_first_not_of(u'.') >= dot) return {};
+    return name.substr(dot + 1);
+}
+
+// A space, or a mark that turns the direction of writing: with it a text is not shown as an extension.
+static bool IsBarred(UniChar unit) {
+    return unit == u' ' || unit == 0x061C || unit == 0x200E || unit == 0x200F ||
+           (unit >= 0x202A && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
+}
+
+// ---- The operations
+
+static Path PathOf(CFURLRef url) {
+    auto string = reinterpret_cast<CFStringRef>(url);
+    return {string->units, string->length};
+}
+
+// A string of both texts, one after the other; null when memory runs out.
+static CFStringRef CreateString(Path text, Path more = {}) {
+    OpaqueCFString* string = strings::Allocate(text.size() + more.size(), false);
+    if (!string) return nullptr;
+    text.copy(string->units, text.size());
+    more.copy(string->units + text.size(), more.size());
+    string->length = text.size() + more.size();
+    return string;
+}
+
+static CFURLRef CreateUrl(Path text, Path more = {}) {
+    return reinterpret_cast<CFURLRef>(CreateString(text, more));
+}
+
+CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath, CFURLPathStyle, Boolean) {
+    Path path = Normalized({filePath->units, filePath->length});
+    return path.empty() ? nullptr : CreateUrl(path);
+}
+
+CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle) {
+    return CreateString(PathOf(url));
+}
+
+CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) {
+    static constexpr UniChar kUp[] = {u'/', u'.', u'.', 0};
+    Path path = PathOf(url);
+    Path name = LastComponent(path);
+    Path folder = path.substr(0, path.size() - name.size()); // ends in "/", or is empty
+    if (path == kRoot) return CreateUrl(kUp);
+    if (name == kDotDot) return CreateUrl(path, kUp);
+    if (name == kDot) return CreateUrl(folder, kDotDot);
+    if (folder.empty()) return CreateUrl(kDot);
+    if (folder == kRoot) return CreateUrl(kRoot);
+    return CreateUrl(folder.substr(0, folder.size() - 1));
+}
+
+CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef, CFURLRef url) {
+    Path path = PathOf(url);
+    Path extension = Extension(path);
+    return CreateUrl(path.substr(0, path.size() - extension.size() - !extension.empty()));
+}
+
+CFStringRef CFURLCopyPathExtension(CFURLRef url) {
+    Path extension = Extension(PathOf(url));
+    if (extension.empty() || std::any_of(extension.begin(), extension.end(), IsBarred)) return nullptr;
+    return CreateString(extension);
+}
+
+CFStringRef CFURLCopyLastPathComponent(CFURLRef url) {
+    return CreateString(LastComponent(PathOf(url)));
+}
