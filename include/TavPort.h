@@ -918,6 +918,136 @@ extern const char* const _tavtmpPchNilA;
 
 /* ---- Path strings ------------------------------------------------------------------------------------------- */
 
+/*
+ * For taking paths apart and putting them together. The separator is "/" and nothing else. What changes a path works
+ * in the caller's buffer and never checks its size.
+ *
+ *   TavChar path[1024] = u"/home/ann/notes.txt";
+ *   TavPathRemoveExtension(path);                  // /home/ann/notes
+ *   TavPathRemoveFileSpec(path);                   // /home/ann
+ *   TavPathAppend(path, u"backup");                // /home/ann/backup
+ *
+ * Nothing has to be released.
+ */
+
+/**
+ * Appends to a path with one "/" between; every "/" at the start of what is appended is left out.
+ *
+ * @param path  zero-terminated path in a buffer with room for both texts, a "/" and the terminator; not null.
+ * @param more  zero-terminated text outside that buffer, not null.
+ * @return 1.
+ * @owner   nothing to release.
+ * @threads one at a time on the same buffer.
+ * @windows PathAppend
+ */
+int32_t TavPathAppend(TavChar *path, const TavChar *more);
+
+/**
+ * Takes the last component off a path: /a/b becomes /a, a bare name the empty text. Of a path that ends in "/" only
+ * that goes.
+ *
+ * @param path  zero-terminated path, not null. Behind a last component ".." another one is added instead ("/.."), for
+ *              which the buffer must have three units more; one behind a lone ".".
+ * @return 1 when the path was changed; 0 for an empty path or when memory runs out, the path then stays as it was.
+ * @owner   nothing to release.
+ * @threads one at a time on the same buffer.
+ * @windows PathRemoveFileSpec
+ */
+int32_t TavPathRemoveFileSpec(TavChar *path);
+
+/**
+ * Takes the extension of the last component off a path, with its ".", and every "/" at the end. A "." at the start of
+ * a name begins no extension. When memory runs out the path stays as it was.
+ *
+ * @param path  zero-terminated path, not null.
+ * @return nothing.
+ * @owner   nothing to release.
+ * @threads one at a time on the same buffer.
+ * @windows PathRemoveExtension
+ */
+void TavPathRemoveExtension(TavChar *path);
+
+/**
+ * Finds the extension of the last component. It is counted back from the path's end, so a path must not end in "/".
+ *
+ * @param path  zero-terminated path, not null.
+ * @return a pointer to the extension's "." in the path; to the terminator when there is no extension (what holds a
+ *         space is none).
+ * @owner   nothing to release; the pointer leads into the path.
+ * @threads any, while nobody changes the path.
+ * @windows PathFindExtension
+ */
+TavChar *TavPathFindExtension(const TavChar *path);
+
+/**
+ * Finds the last component. It is counted back from the path's end, so a path must not end in "/".
+ *
+ * @param path  zero-terminated path, not null.
+ * @return a pointer to the component in the path; to the path's start when it is empty.
+ * @owner   nothing to release; the pointer leads into the path.
+ * @threads any, while nobody changes the path.
+ * @windows PathFindFileName
+ */
+TavChar *TavPathFindFileName(const TavChar *path);
+
+/**
+ * Appends a "/" to a path that does not end in one. An empty path stays empty.
+ *
+ * @param path  zero-terminated path in a buffer with room for one unit more; not null.
+ * @return a pointer to the terminator.
+ * @owner   nothing to release; the pointer leads into the path.
+ * @threads one at a time on the same buffer.
+ * @windows PathAddBackslash
+ */
+TavChar *TavPathAddSlash(TavChar *path);
+
+/**
+ * Takes one "/" off the end of a path. The path "/" stays.
+ *
+ * @param path  zero-terminated path, not null.
+ * @return a pointer to the terminator.
+ * @owner   nothing to release; the pointer leads into the path.
+ * @threads one at a time on the same buffer.
+ * @windows PathRemoveBackslash
+ */
+TavChar *TavPathRemoveSlash(TavChar *path);
+
+/**
+ * Tells by its text whether a path is the root of a volume: "/", or a name directly in /Volumes (letter case ignored)
+ * without a "/" at its end.
+ *
+ * @param path  zero-terminated path, not null; one of 1024 units or more is no root.
+ * @return 1 for a root, else 0.
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathIsRoot
+ */
+int32_t TavPathIsRoot(const TavChar *path);
+
+/**
+ * Tells whether a path begins with a server's name in the Windows manner; no path does.
+ *
+ * @param path  not looked at, may be null.
+ * @return 0.
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathIsUNC
+ */
+int32_t TavPathIsUNC(const TavChar *path);
+
+/**
+ * Tells whether a path begins with a prefix, letter case ignored. The prefix may end inside a component: /a/bc begins
+ * with /a/b.
+ *
+ * @param path    zero-terminated path, not null.
+ * @param prefix  zero-terminated text, not null; one of 1024 units or more begins no path.
+ * @return 1 when it does, else 0.
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathIsPrefix
+ */
+int32_t TavPathIsSubOnPath(const TavChar *path, const TavChar *prefix);
+
 /* ---- Drives ------------------------------------------------------------------------------------------------- */
 
 /* ---- Enumeration -------------------------------------------------------------------------------------------- */
