@@ -1,7 +1,8 @@
-// The AppleDouble codec: bytes in, bytes out, no system call. Whatever the bytes are, nothing outside them is touched.
+// The AppleDouble codec: bytes in, bytes out, no system call. Whatever the bytes are, nothing outside them is
+// touched.
 //
-// A record that comes from somewhere else is never laid out anew: facts are written into the places that it has, so
-// that entries and bits which mean nothing here stay as they were.
+// A record that comes from somewhere else is never laid out anew: facts are written into the places that it
+// has, so that entries and bits which mean nothing here stay as they were.
 //
 // Sections: numbers, header, facts, the attribute, the sidecar's front.
 #include "platform/linux/appledouble.h"
@@ -11,9 +12,12 @@
 
 namespace appledouble {
 
-// ---- Numbers ---------------------------------------------------------------------------------------------------
+// ---- Numbers
+// ---------------------------------------------------------------------------------------------------
 
-static uint16_t Load16(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]); }
+static uint16_t Load16(const uint8_t* bytes) {
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
 
 static void Store16(uint8_t* bytes, uint16_t value) {
     bytes[0] = static_cast<uint8_t>(value >> 8);
@@ -29,7 +33,8 @@ void Store32(uint8_t* bytes, uint32_t value) {
     Store16(bytes + 2, static_cast<uint16_t>(value));
 }
 
-// ---- Header ----------------------------------------------------------------------------------------------------
+// ---- Header
+// ----------------------------------------------------------------------------------------------------
 
 constexpr uint32_t kVersion1 = 0x00010000;
 constexpr uint32_t kVersion2 = 0x00020000;
@@ -53,7 +58,8 @@ uint64_t Header::End() const {
     return end;
 }
 
-// Whether two entries share bytes or have the same meaning; either would make a write to one destroy the other.
+// Whether two entries share bytes or have the same meaning; either would make a write to one destroy the
+// other.
 static bool Clash(const Entry& a, const Entry& b) {
     if (a.id == b.id) return true;
     if (!a.length || !b.length) return false;
@@ -62,7 +68,8 @@ static bool Clash(const Entry& a, const Entry& b) {
 
 static bool IsSound(const Header& header, const Entry& entry, uint64_t size) {
     const size_t headerEnd = kEntriesAt + header.count * kEntrySize;
-    if (entry.length && (entry.offset < headerEnd || uint64_t{entry.offset} + entry.length > size)) return false;
+    if (entry.length && (entry.offset < headerEnd || uint64_t{entry.offset} + entry.length > size))
+        return false;
     return std::none_of(header.entries, &entry, [&entry](const Entry& other) { return Clash(entry, other); });
 }
 
@@ -72,16 +79,19 @@ std::optional<Header> ParseHeader(std::span<const uint8_t> bytes, uint64_t size)
     if (version != kVersion1 && version != kVersion2) return std::nullopt;
     Header header;
     header.count = Load16(&bytes[kCountAt]);
-    if (header.count > kMostEntries || kEntriesAt + header.count * kEntrySize > bytes.size()) return std::nullopt;
+    if (header.count > kMostEntries || kEntriesAt + header.count * kEntrySize > bytes.size())
+        return std::nullopt;
     for (unsigned i = 0; i < header.count; ++i) {
         const uint32_t where = static_cast<uint32_t>(kEntriesAt + i * kEntrySize);
-        header.entries[i] = {Load32(&bytes[where]), Load32(&bytes[where + 4]), Load32(&bytes[where + 8]), where};
+        header.entries[i] = {Load32(&bytes[where]), Load32(&bytes[where + 4]), Load32(&bytes[where + 8]),
+                             where};
         if (!IsSound(header, header.entries[i], size)) return std::nullopt;
     }
     return header;
 }
 
-// ---- Facts -----------------------------------------------------------------------------------------------------
+// ---- Facts
+// -----------------------------------------------------------------------------------------------------
 
 constexpr uint32_t kDatesSize = 16;
 constexpr size_t kCreateDateAt = 0;
@@ -158,7 +168,8 @@ bool HoldsNothing(const Header& header, std::span<const uint8_t> bytes) {
     });
 }
 
-// ---- The attribute ---------------------------------------------------------------------------------------------
+// ---- The attribute
+// ---------------------------------------------------------------------------------------------
 
 struct Place {
     uint32_t id, offset, length;
@@ -201,10 +212,11 @@ void MakeAttribute(Attribute& attribute) {
 
 bool IsAttribute(const Header& header, size_t size) {
     if (size != kAttributeSize || header.count != std::size(kAttributePlaces)) return false;
-    return std::all_of(std::begin(kAttributePlaces), std::end(kAttributePlaces), [&header](const Place& place) {
-        const Entry* entry = header.Find(place.id);
-        return entry && entry->length >= place.length;
-    });
+    return std::all_of(std::begin(kAttributePlaces), std::end(kAttributePlaces),
+                       [&header](const Place& place) {
+                           const Entry* entry = header.Find(place.id);
+                           return entry && entry->length >= place.length;
+                       });
 }
 
 void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& attribute) {
@@ -216,7 +228,8 @@ void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& 
     Store32(attribute + kEntriesAt + kEntrySize + 8, comment->length);
 }
 
-// ---- The sidecar's front ---------------------------------------------------------------------------------------
+// ---- The sidecar's front
+// ---------------------------------------------------------------------------------------
 
 constexpr Place kPlainPlaces[] = {
     {kFinderInfo, 50, kFinderInfoSize},

@@ -1,5 +1,6 @@
-// Inside the provider: the AppleDouble format, in which Macs and their file servers keep what a plain file has no
-// place for. A header names entries; each is a run of bytes somewhere behind it. All numbers are big-endian.
+// Inside the provider: the AppleDouble format, in which Macs and their file servers keep what a plain file
+// has no place for. A header names entries; each is a run of bytes somewhere behind it. All numbers are
+// big-endian.
 #pragma once
 
 #include "platform/types.h"
@@ -43,7 +44,8 @@ struct Header {
 };
 
 // Reads the header at the start of `bytes`; `size` is that of everything, of which `bytes` must be the first
-// kMostHeaderBytes or all. Nothing when it is not AppleDouble or any entry overlaps another or leaves the size.
+// kMostHeaderBytes or all. Nothing when it is not AppleDouble or any entry overlaps another or leaves the
+// size.
 std::optional<Header> ParseHeader(std::span<const uint8_t> bytes, uint64_t size);
 
 // What this library keeps of an object in this format.
@@ -59,7 +61,8 @@ struct Facts {
 // Takes the facts out of a record; entries that are missing or too short leave the defaults.
 Facts ReadFacts(const Header& header, std::span<const uint8_t> bytes);
 
-// Puts the facts into their places in a record and leaves all else. Whether each that is not a default had one.
+// Puts the facts into their places in a record and leaves all else. Whether each that is not a default had
+// one.
 bool WriteFacts(const Header& header, std::span<uint8_t> bytes, const Facts& facts);
 
 // The attribute: 402 bytes and eight entries, as file servers expect them.
@@ -76,14 +79,15 @@ void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& 
 // Whether a record holds nothing that this library does not know as a default.
 bool HoldsNothing(const Header& header, std::span<const uint8_t> bytes);
 
-// The front of a sidecar. The plain one has Finder information and an empty resource fork; the full one, for volumes
-// where there is no attribute, has places for all facts and room for a resource fork's entry.
+// The front of a sidecar. The plain one has Finder information and an empty resource fork; the full one, for
+// volumes where there is no attribute, has places for all facts and room for a resource fork's entry.
 constexpr size_t kPlainFrontSize = 82;
 constexpr size_t kFullFrontSize = 126;
 constexpr size_t kMostFrontSize = kFullFrontSize;
 size_t MakeFront(bool full, uint8_t (&front)[kMostFrontSize]);
 
-// Enters an empty resource fork that begins at `end`. Whether the header had room for it; `bytes` is otherwise as it was.
+// Enters an empty resource fork that begins at `end`. Whether the header had room for it; `bytes` is
+// otherwise as it was.
 bool AddResourceFork(const Header& header, std::span<uint8_t> bytes, uint64_t end);
 
 uint32_t Load32(const uint8_t* bytes);

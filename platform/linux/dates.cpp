@@ -1,8 +1,8 @@
-// Dates: the platform counts 48-bit seconds from 1904 and 1/65,536 seconds, the kernel 64-bit seconds from 1970 and
-// nanoseconds, the metadata 32-bit seconds from 2000.
+// Dates: the platform counts 48-bit seconds from 1904 and 1/65,536 seconds, the kernel 64-bit seconds from
+// 1970 and nanoseconds, the metadata 32-bit seconds from 2000.
 //
-// Turning a kernel time into a date rounds down and turning it back gives the first nanosecond of the same fraction, so
-// a date survives any number of copies and is never later than its source.
+// Turning a kernel time into a date rounds down and turning it back gives the first nanosecond of the same
+// fraction, so a date survives any number of copies and is never later than its source.
 #include "platform/linux/dates.h"
 
 #include "platform/linux/appledouble.h"

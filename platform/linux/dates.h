@@ -10,7 +10,8 @@
 // The platform's date; moments that it cannot hold become its first and last.
 UTCDateTime DateFromTimestamp(const statx_timestamp& time);
 
-// The kernel's time; nothing for a date of all zeros (none was given) and for what the host's type cannot hold.
+// The kernel's time; nothing for a date of all zeros (none was given) and for what the host's type cannot
+// hold.
 std::optional<timespec> TimeFromDate(const UTCDateTime& date);
 
 // Whole seconds from the beginning of 2000; nothing when they do not fit. A date of all zeros is "never".

@@ -11,8 +11,14 @@
 // flags are asked for, the type alone (STATX_TYPE).
 OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info);
 
-// Stores the settable facts that `whichInfo` selects (-50 for others).
+// Stores the settable facts that `whichInfo` selects (-50 for others). On an object that is a link nothing
+// but dates and owner is stored; what the volume cannot keep is dropped.
 OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info);
+
+// Completes an object that has just been made at `place`: an orphan "._name" that was there before stays an
+// ordinary entry for good instead of becoming its sidecar, and the facts are stored (`info` may be null when
+// `whichInfo` selects none). A content-modification date among them holds while its forks are first written.
+OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info);
 
 // Whether the object's lock bit is set. Needs no more of `place.facts` than the type.
 bool IsLocked(const Place& place);
@@ -24,17 +30,18 @@ OSErr FillSpec(const Place& place, const FSRef& ref, FSSpec& spec);
 // AppleDouble magic, beside an existing "x". Cheap for every name that does not begin with "._".
 bool IsSidecar(int folder, const char* name);
 
-// -48 when a new object named `name` would adopt an orphan "._name", or when an object that brings a sidecar
-// along could not place it there; 0 otherwise.
-OSErr CheckSidecarPlace(int folder, const char* name);
+// To be asked before an object goes to another name: -48 when it has a sidecar whose place there is taken,
+// -37 when the sidecar's name would be too long.
+OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName);
 
 // Removes the sidecar of `name`, which has just been deleted; 0 when there is none.
 OSErr RemoveSidecar(int folder, const char* name);
 
-// Takes the sidecar along after its file has gone from one name to another; 0 when there is none, -48 when
-// the new place is taken. Nothing has changed on failure.
+// Takes the sidecar along after its file has gone from one name to another; 0 when there is none, and an
+// orphan at the new name then stays an ordinary entry for good. -48 when the new place is taken. Nothing has
+// changed on failure.
 OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName);
 
-// Counts the sidecars that these operations have made, whether in place of an attribute or for a resource fork, so that
-// a folder seen without sidecars is known to be still without them.
+// Counts the sidecars that these operations have made, whether in place of an attribute or for a resource
+// fork, so that a folder seen without sidecars is known to be still without them.
 uint64_t SidecarsMade();

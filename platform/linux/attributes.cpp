@@ -1,0 +1,157 @@
+// Extended attributes and settings of an object that is known by folder and name.
+//
+// The kernel's calls for attributes and modes want a path or a descriptor opened for reading, which the mode
+// may deny. An O_PATH descriptor needs no right and has no effect on pipes and devices; /proc/self/fd leads
+// from it to the object without a name in between. Where /proc is not mounted the object is opened for
+// reading after all. Attributes are read by name with getxattrat (Linux 6.13), else through /proc.
+//
+// Sections: reading by name, the held object, descriptors.
+#include "platform/linux/attributes.h"
+
+#include "platform/linux/errors.h"
+#include "platform/linux/system_calls.h"
+
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+// ---- Reading by name
+// -------------------------------------------------------------------------------------------
+
+// "/proc/self/fd/N", or with a name behind it.
+struct ProcPath {
+    char text[320];
+    explicit ProcPath(int descriptor) { std::snprintf(text, sizeof(text), "/proc/self/fd/%d", descriptor); }
+    ProcPath(int folder, const char* name) {
+        std::snprintf(text, sizeof(text), "/proc/self/fd/%d/%s", folder, name);
+    }
+};
+
+// What the kernel's getxattrat takes its value through.
+struct AttributeArguments {
+    alignas(8) uint64_t value;
+    uint32_t size;
+    uint32_t flags;
+};
+constexpr long kGetAttributeAt = 464; // the same number on every architecture but one
+
+static ssize_t GetWithSystemCall(int folder, const char* name, const char* attribute, void* value,
+                                 size_t size) {
+    AttributeArguments arguments = {reinterpret_cast<uintptr_t>(value), static_cast<uint32_t>(size), 0};
+    return static_cast<ssize_t>(syscall(kGetAttributeAt, folder, name, AT_SYMLINK_NOFOLLOW, attribute,
+                                        &arguments, sizeof(arguments)));
+}
+
+static ssize_t GetThroughOpening(int folder, const char* name, const char* attribute, void* value,
+                                 size_t size) {
+    Descriptor object(OpenName(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    return object ? fgetxattr(object.number(), attribute, value, size) : -1;
+}
+
+ssize_t GetAttributeAt(int folder, const char* name, const char* attribute, void* value, size_t size) {
+    static std::atomic<bool> lacksCall = false;
+    if (!lacksCall.load(std::memory_order_relaxed)) {
+        const ssize_t result = GetWithSystemCall(folder, name, attribute, value, size);
+        // A sandbox that does not know the call denies it with EPERM, which reading never gives otherwise.
+        if (result >= 0 || (LastErrorNumber() != ENOSYS && LastErrorNumber() != EPERM)) return result;
+        lacksCall.store(true, std::memory_order_relaxed);
+    }
+    const ssize_t result = lgetxattr(ProcPath(folder, name).text, attribute, value, size);
+    if (result >= 0 || LastErrorNumber() != ENOENT) return result;
+    return GetThroughOpening(folder, name, attribute, value, size);
+}
+
+bool HasNoAttributes() {
+    return LastErrorNumber() == EOPNOTSUPP || LastErrorNumber() == ENOSYS;
+}
+
+// ---- The held object
+// -------------------------------------------------------------------------------------------
+
+bool SameObject(const struct statx& a, const struct statx& b) {
+    const unsigned known = a.stx_mask & b.stx_mask;
+    if ((a.stx_mode & S_IFMT) != (b.stx_mode & S_IFMT)) return false;
+    if (!(known & STATX_INO)) return true;
+    if (a.stx_ino != b.stx_ino || a.stx_dev_major != b.stx_dev_major || a.stx_dev_minor != b.stx_dev_minor) {
+        return false;
+    }
+    if (!(known & STATX_BTIME)) return true;
+    return a.stx_btime.tv_sec == b.stx_btime.tv_sec && a.stx_btime.tv_nsec == b.stx_btime.tv_nsec;
+}
+
+HeldObject::~HeldObject() {
+    Close(descriptor_);
+}
+
+OSErr HeldObject::Hold(const Place& place) {
+    place_ = &place;
+    descriptor_ = OpenName(place.folder.descriptor(), place.name, O_PATH);
+    if (descriptor_ < 0 || FactsAt(descriptor_, "", AT_EMPTY_PATH, facts_) < 0) return LastError();
+    return SameObject(place.facts, facts_) ? noErr : fnfErr;
+}
+
+// Acts through /proc, or on a descriptor opened for reading where there is no /proc.
+template <typename ByPath, typename ByDescriptor>
+auto HeldObject::Through(ByPath byPath, ByDescriptor byDescriptor) const {
+    auto result = byPath(ProcPath(descriptor_).text);
+    if (result >= 0 || (LastErrorNumber() != ENOENT && LastErrorNumber() != ENOTDIR)) return result;
+    Descriptor readable(
+        OpenName(place_->folder.descriptor(), place_->name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (!readable) return result;
+    struct statx facts;
+    if (FactsAt(readable.number(), "", AT_EMPTY_PATH, facts) < 0 || !SameObject(facts, facts_)) return result;
+    return byDescriptor(readable.number());
+}
+
+ssize_t HeldObject::GetAttribute(const char* attribute, void* value, size_t size) const {
+    return Through([&](const char* path) { return getxattr(path, attribute, value, size); },
+                   [&](int descriptor) { return fgetxattr(descriptor, attribute, value, size); });
+}
+
+int HeldObject::SetAttribute(const char* attribute, const void* value, size_t size) const {
+    return Through([&](const char* path) { return setxattr(path, attribute, value, size, 0); },
+                   [&](int descriptor) { return fsetxattr(descriptor, attribute, value, size, 0); });
+}
+
+int HeldObject::RemoveAttribute(const char* attribute) const {
+    const int result = Through([&](const char* path) { return removexattr(path, attribute); },
+                               [&](int descriptor) { return fremovexattr(descriptor, attribute); });
+    return result < 0 && LastErrorNumber() == ENODATA ? 0 : result;
+}
+
+int HeldObject::SetMode(mode_t mode) const {
+    return Through([mode](const char* path) { return chmod(path, mode); },
+                   [mode](int descriptor) { return fchmod(descriptor, mode); });
+}
+
+int HeldObject::SetOwner(uid_t user, gid_t group) const {
+    return fchownat(descriptor_, "", user, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
+}
+
+int HeldObject::SetTimes(const timespec (&times)[2]) const {
+    const int result = utimensat(descriptor_, "", times, AT_EMPTY_PATH);
+    if (result == 0 || (LastErrorNumber() != EINVAL && LastErrorNumber() != ENOENT)) return result;
+    // Before Linux 5.8 only a name will do; it was this object's a moment ago.
+    return utimensat(place_->folder.descriptor(), place_->name, times, AT_SYMLINK_NOFOLLOW);
+}
+
+// ---- Descriptors
+// -----------------------------------------------------------------------------------------------
+
+Descriptor::~Descriptor() {
+    Close(number_);
+}
+
+void Descriptor::Reset(int number) {
+    Close(number_);
+    number_ = number;
+}
+
+int Descriptor::Release() {
+    const int number = number_;
+    number_ = -1;
+    return number;
+}
