@@ -2,6 +2,9 @@
 // with enough room that ordinary texts stay one block, too.
 #include "platform/linux/string_object.h"
 
+#include "platform/atomics.h"
+
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -10,6 +13,9 @@ namespace {
 
 void ReleaseString(CFObject* object) {
     auto* string = static_cast<OpaqueCFString*>(object);
+    // The only owner needs no atomic step.
+    const bool shared = std::atomic_ref<int32_t>(string->owners).load(std::memory_order_acquire) != 1;
+    if (shared && DecrementAtomic(&string->owners) != 1) return;
     if (string->units != string->FirstUnits()) free(string->units);
     free(string);
 }
@@ -31,7 +37,14 @@ OpaqueCFString* Allocate(size_t capacity, bool isMutable) {
     string->length = 0;
     string->capacity = capacity;
     string->units = string->FirstUnits();
+    string->owners = 1;
     string->isMutable = isMutable;
+    return string;
+}
+
+CFStringRef Share(CFStringRef string) {
+    assert(!string->isMutable);
+    IncrementAtomic(&const_cast<OpaqueCFString*>(string)->owners);
     return string;
 }
 

@@ -13,6 +13,7 @@ struct OpaqueCFString : CFObject {
     size_t length;
     size_t capacity;
     UniChar* units;
+    int32_t owners; // who will release it
     bool isMutable;
 
     // The units in the object's own block.
@@ -23,6 +24,9 @@ namespace strings {
 
 // A new string with room for `capacity` units; null when memory runs out.
 OpaqueCFString* Allocate(size_t capacity, bool isMutable);
+
+// Another ownership of a string that nobody changes.
+CFStringRef Share(CFStringRef string);
 
 // Makes room for `capacity` units and keeps the content; false, and no change, when memory runs out.
 bool Reserve(OpaqueCFString* string, size_t capacity);
