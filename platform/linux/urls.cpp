@@ -12,6 +12,7 @@
 #include "platform/linux/string_object.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 using Path = std::basic_string_view<UniChar>;
@@ -22,9 +23,21 @@ static constexpr UniChar kRoot[] = {u'/', 0};
 
 // ---- Rules for paths
 
+// Looks at four units at a time, since paths hold no zero as a rule.
+static size_t UnitsBeforeZero(Path path) {
+    constexpr uint64_t kOnes = 0x0001000100010001;
+    size_t i = 0;
+    for (uint64_t word; i + 4 <= path.size(); i += 4) {
+        memcpy(&word, path.data() + i, sizeof word);
+        if ((word - kOnes) & ~word & (kOnes << 15)) break;
+    }
+    while (i < path.size() && path[i]) ++i;
+    return i;
+}
+
 // Without the "/" at the end, but for the root, and without what follows a zero unit.
 static Path Normalized(Path path) {
-    path = path.substr(0, path.find(u'\0'));
+    path = path.substr(0, UnitsBeforeZero(path));
     size_t last = path.find_last_not_of(u'/');
     if (last != Path::npos) return path.substr(0, last + 1);
     return path.substr(0, 1);
@@ -52,9 +65,18 @@ static bool IsBarred(UniChar unit) {
 
 // ---- The operations
 
-static Path PathOf(CFURLRef url) {
-    auto string = reinterpret_cast<CFStringRef>(url);
+static CFStringRef StringOf(CFURLRef url) {
+    return reinterpret_cast<CFStringRef>(url);
+}
+static CFURLRef UrlOf(CFStringRef path) {
+    return reinterpret_cast<CFURLRef>(path);
+}
+
+static Path TextOf(CFStringRef string) {
     return {string->units, string->length};
+}
+static Path PathOf(CFURLRef url) {
+    return TextOf(StringOf(url));
 }
 
 // A string of both texts, one after the other; null when memory runs out.
@@ -68,12 +90,15 @@ static CFStringRef CreateString(Path text, Path more = {}) {
 }
 
 static CFURLRef CreateUrl(Path text, Path more = {}) {
-    return reinterpret_cast<CFURLRef>(CreateString(text, more));
+    return UrlOf(CreateString(text, more));
 }
 
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath, CFURLPathStyle, Boolean) {
-    Path path = Normalized({filePath->units, filePath->length});
-    return path.empty() ? nullptr : CreateUrl(path);
+    Path path = Normalized(TextOf(filePath));
+    if (path.empty()) return nullptr;
+    if (path.size() == TextOf(filePath).size() && !filePath->isMutable)
+        return UrlOf(strings::Share(filePath));
+    return CreateUrl(path);
 }
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle) {
@@ -96,7 +121,8 @@ CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) 
 CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef, CFURLRef url) {
     Path path = PathOf(url);
     Path extension = Extension(path);
-    return CreateUrl(path.substr(0, path.size() - extension.size() - !extension.empty()));
+    if (extension.empty()) return UrlOf(strings::Share(StringOf(url)));
+    return CreateUrl(path.substr(0, path.size() - extension.size() - 1));
 }
 
 CFStringRef CFURLCopyPathExtension(CFURLRef url) {

@@ -1,4 +1,5 @@
 #include "platform/urls.h"
+#include "support/files.h"
 #include "support/tables.h"
 
 #include <gtest/gtest.h>
@@ -58,6 +59,15 @@ TEST(Urls, MeasuredPaths_GiveMeasuredParts) {
 TEST(Urls, EmptyPath_HasNoUrl) {
     EXPECT_EQ(Url(u""), nullptr);
     EXPECT_EQ(Url(std::u16string(1, u'\0') + u"a"), nullptr);
+}
+
+TEST(Urls, ZeroUnit_EndsThePathWhereverItStands) {
+    for (size_t length = 1; length < 12; ++length) {
+        std::string name(length, 'a');
+        EXPECT_EQ(TakenPath(Url(Wide(name) + u'\0' + u"bcdefgh")), name);
+    }
+    // No zero, although the bytes of neighbours look like one.
+    EXPECT_EQ(TakenPath(Url(u"\x0100\x0001\x8000\x0001\x0100")), "\\u0100\\u0001\\u8000\\u0001\\u0100");
 }
 
 TEST(Urls, RowsThatTheTableLacks_FollowTheSameRules) {
