@@ -51,8 +51,9 @@ CFStringRef Share(CFStringRef string) {
 bool Reserve(OpaqueCFString* string, size_t capacity) {
     if (capacity <= string->capacity) return true;
     if (capacity > kMaxUnits) return false;
+    const size_t bytes = capacity * sizeof(UniChar);
     const bool grown = string->units != string->FirstUnits();
-    void* larger = realloc(grown ? string->units : nullptr, capacity * sizeof(UniChar));
+    void* larger = grown ? realloc(string->units, bytes) : malloc(bytes);
     if (!larger) return false;
     if (!grown) memcpy(larger, string->units, string->length * sizeof(UniChar));
     string->units = static_cast<UniChar*>(larger);

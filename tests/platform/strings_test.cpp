@@ -180,7 +180,9 @@ TEST(MacRoman, EncodesTheMeasuredUnitsAndNoOthers) {
                                              kCFStringEncodingMacRoman);
         const auto expected = bytes.find(static_cast<char16_t>(unit));
         ASSERT_EQ(fits, expected != bytes.end()) << unit;
-        if (fits) EXPECT_EQ(Hex(buffer, 1), expected->second) << unit;
+        if (fits) {
+            EXPECT_EQ(Hex(buffer, 1), expected->second) << unit;
+        }
     }
 }
 
@@ -197,7 +199,9 @@ TEST(MacRoman, ComposesTheMeasuredSequencesAndNoOthers) {
             const bool fits = CFStringGetCString(Make(text).get(), buffer, 4, kCFStringEncodingMacRoman);
             const auto expected = bytes.find(text);
             ASSERT_EQ(fits, expected != bytes.end()) << Escape(text);
-            if (fits) EXPECT_EQ(Hex(buffer, strlen(buffer)), expected->second) << Escape(text);
+            if (fits) {
+                EXPECT_EQ(Hex(buffer, strlen(buffer)), expected->second) << Escape(text);
+            }
         }
     }
 }

@@ -127,9 +127,9 @@ TEST(UTFConversion, EveryCodePointBothWays) {
         const std::u16string utf16 = Units(v);
         const std::unique_ptr<TavChar, Release> wide(Tav0UTF16FromUTF8(utf8.c_str()));
         const std::unique_ptr<char, Release> narrow(Tav0UTF8FromUTF16(utf16.c_str()));
-        ASSERT_TRUE(wide && narrow) << v;
-        ASSERT_EQ(std::u16string(wide.get()), utf16) << v;
-        ASSERT_EQ(std::string(narrow.get()), utf8) << v;
+        ASSERT_TRUE(wide && narrow) << static_cast<uint32_t>(v);
+        ASSERT_EQ(std::u16string(wide.get()), utf16) << static_cast<uint32_t>(v);
+        ASSERT_EQ(std::string(narrow.get()), utf8) << static_cast<uint32_t>(v);
     }
 }
 
