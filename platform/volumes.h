@@ -3,6 +3,8 @@
 
 #include "platform/types.h"
 
+constexpr OSErr nsvErr = -35;
+
 constexpr FSVolumeRefNum kFSInvalidVolumeRefNum = 0;
 
 using FSVolumeInfoBitmap = uint32_t;

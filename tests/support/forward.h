@@ -42,7 +42,7 @@ private:
         if (name == "FSCloseIterator") return Kind::kIterator;
         if (name == "DisposePtr") return Kind::kBlock;
         if (name == "CFRelease") return Kind::kString;
-        if (name == "IOObjectRelease") return Kind::kRegistry;
+        if (name == "IOObjectRelease" || name == "mach_port_deallocate") return Kind::kRegistry;
         if (name.starts_with("MPDelete")) return Kind::kWaitable;
         return Kind::kNone;
     }

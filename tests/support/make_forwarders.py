@@ -11,7 +11,7 @@ import sys
 # Operations that cannot fail by their contract are counted and never failed: those whose result is one of these types ...
 PLAIN_RESULTS = {"void", "CFIndex", "CFComparisonResult", "CFTypeID", "uint32_t", "UniChar", "double"}
 # ... and these, whose result is an answer and no status.
-PLAIN_OPERATIONS = {"CFBooleanGetValue", "IOObjectConformsTo", "MemError", "IncrementAtomic", "DecrementAtomic"}
+PLAIN_OPERATIONS = {"CFBooleanGetValue", "IOObjectConformsTo", "mach_task_self", "MemError", "IncrementAtomic", "DecrementAtomic"}
 # What memory is: the C library's own entry points, forwarded by faults.cpp itself.
 MEMORY = ["malloc", "calloc", "realloc", "free"]
 
