@@ -912,7 +912,397 @@ extern const char* const _tavtmpPchNilA;
 
 /* ---- Threads ------------------------------------------------------------------------------------------------ */
 
+/*
+ * Run functions in parallel. A thread handle is a record that the library keeps until TavCloseThreadRef, whether the
+ * thread still runs or not; closing does not stop it.
+ *
+ *     OpacTavThread* thread = TavCreateThread(Work, &job, 0, TAV_THREAD_SUSPENDED);
+ *     TavResumeThread(thread);
+ *     if (TavWaitThread(thread, TAV_INFINITE) == TAV_WAIT_OBJECT_0) { ... the work is done ... }
+ *     TavCloseThreadRef(thread);
+ *
+ * TavExitThread and TavTerminateThread end a thread on the spot: no cleanup handler runs and no destructor, neither of
+ * frames nor of thread-local objects or thread keys. What the thread holds stays held, locks of the application and of
+ * the C library (its allocator's, for one) included; the C library also keeps what little memory it holds for a thread.
+ * The library's own locks are never left held by them, and every object of the next section stays usable and closable.
+ * A terminated thread ends wherever it is, blocked or computing, through a real-time signal that nobody else uses; one
+ * that blocks all signals ends when it lets them through again.
+ */
+
+/* The id of a thread, also of the main thread and of threads that the library did not make. 0: none. */
+typedef uint32_t MPTaskID;
+/* The id of the queue that a thread's end is reported to. 0: none. */
+typedef uint32_t MPQueueID;
+
+/* A thread handle. */
+typedef struct OpacTavThread OpacTavThread;
+
+/* What a thread runs; the result becomes the thread's result. */
+typedef uint32_t (*TavThreadProc)(void* parameter);
+
+/* Flag of TavCreateThread: the thread waits for TavResumeThread before it runs its entry. */
+#define TAV_THREAD_SUSPENDED 0x01u
+
+/**
+ * Creates a thread that runs `entry(parameter)`.
+ *
+ * @param entry      the function to run; null makes a thread that ends at once with the result 0.
+ * @param parameter  given to the entry as it is; may be null.
+ * @param stackSize  bytes of stack; 0 is the system's default, and too few are raised to what the system needs.
+ * @param flags      0 or TAV_THREAD_SUSPENDED; other bits are ignored.
+ * @return the handle, null when memory, ids or threads have run out or the stack cannot be had.
+ * @owner   the caller, until TavCloseThreadRef.
+ * @threads any.
+ * @windows CreateThread
+ */
+OpacTavThread* TavCreateThread(TavThreadProc entry, void* parameter, uint32_t stackSize, uint32_t flags);
+
+/**
+ * Lets a thread that was created suspended run its entry. Does nothing for other threads and the second time.
+ *
+ * @param thread  the thread; not null.
+ * @return 0 when the thread was not created suspended, else a value other than 0.
+ * @owner   nothing to release.
+ * @threads any, as long as none closes the handle.
+ * @windows ResumeThread
+ */
+int32_t TavResumeThread(OpacTavThread* thread);
+
+/**
+ * Waits for the thread's end. One wait gets it: once a wait has given TAV_WAIT_OBJECT_0, further ones time out, or block
+ * for good without a limit. The wait is over when the entry has returned; destructors of the thread's own
+ * thread-local objects may still be running then.
+ *
+ * @param thread   the thread; not null.
+ * @param timeout  milliseconds; 0 only looks, negative waits without limit.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED on any other failure (the handle was closed
+ *         meanwhile).
+ * @owner   nothing to release; the handle stays.
+ * @threads any.
+ * @windows WaitForSingleObject
+ */
+uint32_t TavWaitThread(OpacTavThread* thread, int32_t timeout);
+
+/**
+ * Gives the handle back. Does not stop the thread; one that has not begun its entry still needs the handle, so close
+ * a suspended thread only after it has been resumed and has begun.
+ *
+ * @param thread  the thread, or null.
+ * @return 1, 0 for null.
+ * @owner   the handle is gone afterwards.
+ * @threads the last use of the handle.
+ * @windows CloseHandle
+ */
+int32_t TavCloseThreadRef(OpacTavThread* thread);
+
+/**
+ * Ends the calling thread on the spot, as told above. Does not return. A thread that the library did not make ends just
+ * the same, without a report.
+ *
+ * @param status  reported as the thread's result.
+ * @return never.
+ * @owner   what the thread owns stays as it is.
+ * @threads any.
+ * @windows ExitThread
+ */
+void TavExitThread(int32_t status);
+
+/**
+ * Makes a thread end on the spot, as told above, and returns without waiting for it; wait with TavWaitThread.
+ *
+ * @param thread  the thread; not null.
+ * @param status  reported as the thread's result.
+ * @return 1, 0 when the thread has ended already or the system refuses.
+ * @owner   the handle stays, and what the thread owns.
+ * @threads any.
+ * @windows TerminateThread
+ */
+int32_t TavTerminateThread(OpacTavThread* thread, int32_t status);
+
+/**
+ * Does nothing: threads have no priorities.
+ *
+ * @param thread    any.
+ * @param priority  any.
+ * @return 0.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows SetThreadPriority
+ */
+int32_t TavSetThreadPriority(OpacTavThread* thread, int32_t priority);
+
+/**
+ * Does nothing: threads have no priorities.
+ *
+ * @param thread  any.
+ * @return 0.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows GetThreadPriority
+ */
+int32_t TavGetThreadPriority(const OpacTavThread* thread);
+
+/**
+ * The id of the calling thread. The main thread and threads that the library did not make have one too.
+ *
+ * @return the id, never 0; no two living threads have the same.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows GetCurrentThreadId
+ */
+MPTaskID GetCurrentTavThreadID(void);
+
+/**
+ * The id of the queue that the thread's end is reported to.
+ *
+ * @param thread  the thread; not null.
+ * @return the id.
+ * @owner   the handle; the queue goes with it.
+ * @threads any.
+ * @windows none
+ */
+MPQueueID GetTavThreadQueueID(const OpacTavThread* thread);
+
+/**
+ * Lets the calling thread sleep. Signals that the thread handles do not cut the time short.
+ *
+ * @param milliseconds  up to 4294967; the microseconds are counted in 32 bits, so that more wrap round. 0 returns at
+ *                      once.
+ * @return 0, -1 when the system refuses.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows Sleep
+ */
+int32_t TavSleep(uint32_t milliseconds);
+
 /* ---- Synchronisation ---------------------------------------------------------------------------------------- */
+
+/*
+ * Let threads keep out of each other's way (critical sections, mutexes), share what is limited (semaphores) and tell
+ * each other what has happened (events).
+ *
+ *     MPCriticalRegionID section;                  OpacTavEvent* ready = TavCreateEvent(0, 0);
+ *     TavInitCriticalSection(&section);            ... one thread:   TavSetEvent(ready);
+ *     TavEnterCriticalSection(&section);           ... another:      TavWaitEvent(ready, 1000);
+ *     TavLeaveCriticalSection(&section);           TavCloseEvent(ready);
+ *     TavDeleteCriticalSection(&section);
+ *
+ * Semaphores go with TavCloseSemaphore, mutexes with TavCloseMutex. Closing an object wakes everyone who waits for it;
+ * their waits fail. Ids that are 0, closed, invented or of another kind of object are refused. Waits look at a clock
+ * that setting the time of day does not move, are not ended by signals, and make no system call while nobody has to
+ * wait. No order is promised among those who wait.
+ */
+
+/* The id of a critical section, kept in a variable of the application. */
+typedef uint32_t MPCriticalRegionID;
+/* The id of a semaphore or mutex. 0: none. */
+typedef uint32_t MPSemaphoreID;
+
+/* An event handle. */
+typedef struct OpacTavEvent OpacTavEvent;
+
+/* A timeout without limit; any negative number is one. */
+#define TAV_INFINITE (-1)
+
+/* Results of waits: got it; the time is up; any other failure. */
+#define TAV_WAIT_OBJECT_0 0u
+#define TAV_WAIT_TIMEOUT 258u
+#define TAV_WAIT_ABANDONED 128u
+
+/**
+ * Makes a critical section.
+ *
+ * @param section  receives the id, 0 on failure; not null.
+ * @return 1, 0 when there is no room.
+ * @owner   the caller, until TavDeleteCriticalSection.
+ * @threads one at a time on one variable.
+ * @windows InitializeCriticalSection
+ */
+int32_t TavInitCriticalSection(MPCriticalRegionID* section);
+
+/**
+ * Enters a critical section, waiting without limit until nobody else is inside. The thread inside may enter again, and
+ * leaves as often as it has entered.
+ *
+ * @param section  where the id is; not null.
+ * @return 1, 0 for an id that is refused or a section deleted meanwhile.
+ * @owner   the calling thread is inside until TavLeaveCriticalSection.
+ * @threads any.
+ * @windows EnterCriticalSection
+ */
+int32_t TavEnterCriticalSection(MPCriticalRegionID* section);
+
+/**
+ * Leaves a critical section.
+ *
+ * @param section  where the id is; not null.
+ * @return 1, 0 for an id that is refused or when the calling thread is not inside; nothing changes then.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows LeaveCriticalSection
+ */
+int32_t TavLeaveCriticalSection(MPCriticalRegionID* section);
+
+/**
+ * Deletes a critical section, also while a thread is inside or waits; waits fail at once. The variable keeps its value.
+ *
+ * @param section  where the id is; not null.
+ * @return 1, 0 for an id that is refused.
+ * @owner   the section is gone afterwards.
+ * @threads any; one of several gets 1.
+ * @windows DeleteCriticalSection
+ */
+int32_t TavDeleteCriticalSection(MPCriticalRegionID* section);
+
+/**
+ * Creates a semaphore. Note the order: initial count first.
+ *
+ * @param initialCount  the count that it begins with, at most the maximum.
+ * @param maximumCount  the highest count, at least 1.
+ * @return the id, 0 for counts out of range or when there is no room.
+ * @owner   the caller, until TavCloseSemaphore.
+ * @threads any.
+ * @windows CreateSemaphore
+ */
+MPSemaphoreID TavCreateSemaphore(uint32_t initialCount, uint32_t maximumCount);
+
+/**
+ * Adds one to the count and lets one waiting thread through.
+ *
+ * @param semaphore  the id.
+ * @return 1, 0 at the maximum or for an id that is refused; nothing changes then.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows ReleaseSemaphore
+ */
+int32_t TavReleaseSemaphore(MPSemaphoreID semaphore);
+
+/**
+ * Waits until the count is above 0 and takes one.
+ *
+ * @param semaphore  the id.
+ * @param timeout    milliseconds; 0 only looks, negative waits without limit.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed meanwhile.
+ * @owner   the one that was taken goes back with TavReleaseSemaphore.
+ * @threads any.
+ * @windows WaitForSingleObject
+ */
+uint32_t TavWaitSemaphore(MPSemaphoreID semaphore, int32_t timeout);
+
+/**
+ * Closes a semaphore; waits for it fail at once.
+ *
+ * @param semaphore  the id.
+ * @return 1, 0 for an id that is refused.
+ * @owner   the semaphore is gone afterwards.
+ * @threads any; one of several gets 1.
+ * @windows CloseHandle
+ */
+int32_t TavCloseSemaphore(MPSemaphoreID semaphore);
+
+/**
+ * Creates an event. An auto-reset one lets one wait through for each set; a manual-reset one lets all through, one
+ * after the other, until it is reset.
+ *
+ * @param manualReset   0 for auto-reset, anything else for manual-reset.
+ * @param initialState  0 for not set, anything else for set.
+ * @return the handle, null when there is no room.
+ * @owner   the caller, until TavCloseEvent.
+ * @threads any.
+ * @windows CreateEvent
+ */
+OpacTavEvent* TavCreateEvent(int32_t manualReset, int32_t initialState);
+
+/**
+ * Sets an event.
+ *
+ * @param event  the event, or null.
+ * @return 1, 0 for null.
+ * @owner   nothing to release.
+ * @threads any, as long as none closes the event.
+ * @windows SetEvent
+ */
+int32_t TavSetEvent(OpacTavEvent* event);
+
+/**
+ * Resets an event. A wait for a manual-reset event that is just being let through sets it once more.
+ *
+ * @param event  the event, or null.
+ * @return 1 whether or not it was set, 0 for null.
+ * @owner   nothing to release.
+ * @threads any, as long as none closes the event.
+ * @windows ResetEvent
+ */
+int32_t TavResetEvent(OpacTavEvent* event);
+
+/**
+ * Waits until an event is set. An auto-reset event is reset by that.
+ *
+ * @param event    the event, or null.
+ * @param timeout  milliseconds; 0 only looks, negative waits without limit.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for null or an event closed meanwhile.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows WaitForSingleObject
+ */
+uint32_t TavWaitEvent(OpacTavEvent* event, int32_t timeout);
+
+/**
+ * Closes an event; waits that are under way fail at once.
+ *
+ * @param event  the event, or null.
+ * @return 1, 0 for null.
+ * @owner   the handle is gone afterwards.
+ * @threads the last use of the handle; only waits may be under way.
+ * @windows CloseHandle
+ */
+int32_t TavCloseEvent(OpacTavEvent* event);
+
+/**
+ * Creates a mutex. It has no owner: any thread may release it, and a thread that waits for one that it took itself
+ * blocks. For a lock that its holder may take again use a critical section.
+ *
+ * @param initialOwner  0 for free, anything else for taken.
+ * @return the id, 0 when there is no room.
+ * @owner   the caller, until TavCloseMutex.
+ * @threads any.
+ * @windows CreateMutex
+ */
+MPSemaphoreID TavCreateMutex(int32_t initialOwner);
+
+/**
+ * Releases a mutex, whoever took it.
+ *
+ * @param mutex  the id.
+ * @return 1, 0 when it was not taken or for an id that is refused.
+ * @owner   nothing to release.
+ * @threads any.
+ * @windows ReleaseMutex
+ */
+int32_t TavReleaseMutex(MPSemaphoreID mutex);
+
+/**
+ * Waits until a mutex is free and takes it.
+ *
+ * @param mutex    the id.
+ * @param timeout  milliseconds; 0 only looks, negative waits without limit.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed meanwhile.
+ * @owner   the mutex stays taken until TavReleaseMutex.
+ * @threads any.
+ * @windows WaitForSingleObject
+ */
+uint32_t TavWaitMutex(MPSemaphoreID mutex, int32_t timeout);
+
+/**
+ * Closes a mutex; waits for it fail at once.
+ *
+ * @param mutex  the id.
+ * @return 1, 0 for an id that is refused.
+ * @owner   the mutex is gone afterwards.
+ * @threads any; one of several gets 1.
+ * @windows CloseHandle
+ */
+int32_t TavCloseMutex(MPSemaphoreID mutex);
 
 /* ---- Dynamic libraries -------------------------------------------------------------------------------------- */
 

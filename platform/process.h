@@ -1,10 +1,16 @@
 // What the process as a whole does.
 #pragma once
 
+#include <cstdint>
+
 extern "C" {
 
-// Registers what is to run before a fork (in the parent) and after it (in the parent, in the child). Registrations go
-// when the library is unloaded. 0 on success.
+// Registers what is to run before a fork (in the parent) and after it (in the parent, in the child).
+// Registrations go when the library is unloaded. 0 on success.
 int PlatformAtFork(void (*prepare)(), void (*parent)(), void (*child)());
+
+// Lets the calling thread sleep, on the monotonic clock and to the end, whatever signals it handles
+// meanwhile. 0; -1 when the host refuses.
+int PlatformSleep(uint32_t microseconds);
 
 } // extern "C"

@@ -3,10 +3,6 @@
 #include "platform/linux/current_task.h"
 
 #include "platform/linux/multiprocessing_ids.h"
-#include "platform/linux/multiprocessing_wait.h"
-
-#include <sys/syscall.h>
-#include <unistd.h>
 
 constinit thread_local CurrentTask currentTask;
 
@@ -21,11 +17,4 @@ uint32_t CurrentTaskID() noexcept {
         currentTask.id = kForeignTaskBit | (foreignTasks.fetch_add(1, std::memory_order_relaxed) + 1);
     }
     return currentTask.id;
-}
-
-void EndTerminatedTask() noexcept {
-    AbandonWait();
-    for (;;) {
-        syscall(SYS_exit, 0);
-    }
 }

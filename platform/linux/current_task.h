@@ -34,26 +34,28 @@ uint32_t CurrentTaskID() noexcept;
 // Ends the calling task as its terminator asked. Does not return.
 [[noreturn]] void EndTerminatedTask() noexcept;
 
-// Keeps termination out while it lives. Nests. Its destructor does not return when termination came
-// meanwhile.
+// Termination waits from the first Hold to the Release that matches it; the latter does not return when
+// termination came meanwhile.
+inline void HoldTermination() noexcept {
+    currentTask.holds.store(currentTask.holds.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+inline void ReleaseTermination() noexcept {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    uint32_t left = currentTask.holds.load(std::memory_order_relaxed) - 1;
+    currentTask.holds.store(left, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (left == 0 && currentTask.terminationHeld.load(std::memory_order_relaxed)) [[unlikely]] {
+        EndTerminatedTask();
+    }
+}
+
+// Keeps termination out while it lives. Nests.
 class TerminationHold {
 public:
-    TerminationHold() noexcept {
-        currentTask.holds.store(currentTask.holds.load(std::memory_order_relaxed) + 1,
-                                std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-    }
-
-    ~TerminationHold() {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        uint32_t left = currentTask.holds.load(std::memory_order_relaxed) - 1;
-        currentTask.holds.store(left, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (left == 0 && currentTask.terminationHeld.load(std::memory_order_relaxed)) [[unlikely]] {
-            EndTerminatedTask();
-        }
-    }
-
+    TerminationHold() noexcept { HoldTermination(); }
+    ~TerminationHold() { ReleaseTermination(); }
     TerminationHold(const TerminationHold&) = delete;
     TerminationHold& operator=(const TerminationHold&) = delete;
 };
@@ -68,3 +70,16 @@ private:
     TerminationHold hold_;
     std::lock_guard<Mutex> lock_;
 };
+
+// The same for the time of a fork: from the handler before it to the ones after it.
+template <typename Mutex>
+void LockForFork(Mutex& mutex) {
+    HoldTermination();
+    mutex.lock();
+}
+
+template <typename Mutex>
+void UnlockAfterFork(Mutex& mutex) {
+    mutex.unlock();
+    ReleaseTermination();
+}

@@ -74,10 +74,10 @@ void ReturnSlot(uint32_t index) {
 
 // Around a fork the lock is held, so that the child finds the table whole.
 void LockTable() {
-    table.lock.lock();
+    LockForFork(table.lock);
 }
 void UnlockTable() {
-    table.lock.unlock();
+    UnlockAfterFork(table.lock);
 }
 
 } // namespace
