@@ -1440,6 +1440,74 @@ int32_t TavPathIsSubOnPath(const TavChar *path, const TavChar *prefix);
 
 /* ---- Drives ------------------------------------------------------------------------------------------------- */
 
+/*
+ * Volumes, presented as drives. There are no letters: a drive is named by the path of its root folder with a "/" at the
+ * end, "/" for the start-up volume and for example "/Volumes/Data/" for another.
+ *
+ *   TavChar roots[8192] = {0};
+ *   TavGetLogicalDriveStrings(8192, roots);
+ *   for (TavChar* root = roots; *root; root += tav_wcslen(root) + 1) {
+ *       if (TavGetDriveType(root) == TAV_DRIVE_REMOVABLE) ...
+ *   }
+ *
+ * Volumes that come and go while the program runs are noticed. Nothing has to be released.
+ */
+
+/* What TavGetDriveType gives. */
+#define TAV_DRIVE_UNKNOWN 0
+#define TAV_DRIVE_REMOVABLE 2
+#define TAV_DRIVE_FIXED 3
+#define TAV_DRIVE_CDROM 5
+
+/**
+ * Lists the roots of all volumes, the start-up volume first, each followed by a zero; a second zero ends the list.
+ * A buffer that is too short is not protected: zero it, and pass one that holds the whole list. Only the first half
+ * of it is zeroed here.
+ *
+ * @param length  size of the buffer in units.
+ * @param buffer  receives the list; null only where no volume fits in length.
+ * @return the units that the list needs without its last zero, whether or not it was written.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on a buffer of its own.
+ * @windows GetLogicalDriveStrings
+ */
+uint32_t TavGetLogicalDriveStrings(uint32_t length, TavChar* buffer);
+
+/**
+ * Finds the root of the volume that a path lies on. The path need not exist; letter case is ignored for ASCII.
+ *
+ * @param path  zero-terminated path, not null.
+ * @param out  receives the root with its "/" at the end; room for 1025 units, not null.
+ * @return 1; 0, and nothing written, for a path on no volume that does not begin with "/" or "~".
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on a buffer of its own.
+ * @windows PathStripToRoot
+ */
+int32_t TavGetPathDriver(const TavChar* path, TavChar* out);
+
+/**
+ * Tells whether two paths lie on the same volume.
+ *
+ * @param path1, path2  zero-terminated paths, not null.
+ * @return 1 when both have a root and it is the same; 0 otherwise.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows PathIsSameRoot
+ */
+int32_t TavPathIsSameRoot(const TavChar* path1, const TavChar* path2);
+
+/**
+ * Tells what kind of medium a volume is on.
+ *
+ * @param root  a volume's root, with or without its "/" at the end, not null. A path inside a volume is no root.
+ * @return TAV_DRIVE_FIXED, TAV_DRIVE_REMOVABLE, TAV_DRIVE_CDROM (also DVDs); TAV_DRIVE_UNKNOWN for what is no root, lies
+ *         on no medium (memory, a server) or cannot be found out.
+ * @owner   nothing to release.
+ * @threads any number at the same time.
+ * @windows GetDriveType
+ */
+int32_t TavGetDriveType(const TavChar* root);
+
 /* ---- Enumeration -------------------------------------------------------------------------------------------- */
 
 /* ---- Copying ------------------------------------------------------------------------------------------------ */
