@@ -48,6 +48,10 @@ int LastErrorNumber() {
     return errno;
 }
 
+void SetLastErrorNumber(int error) {
+    errno = error;
+}
+
 OSErr LastError() {
     return ErrorFromErrno(errno);
 }

@@ -71,6 +71,10 @@ OSErr FolderNumber(const Place& folder, FolderID& id);
 // Opens the folder that a place stands for, through the descriptor cache.
 OSErr OpenFolder(const Place& folder, FolderHandle& handle);
 
+// Opens the folder that a reference stands for (a link made from a path: its target), and gives its number.
+// Costs nothing for a folder used lately. -1407 when it is not a folder.
+OSErr OpenContainer(const FSRef& ref, FolderID& id, FolderHandle& handle);
+
 // By number alone: the open folder, its reference (no look at the disk), its parent's number (kNoFolder when
 // unknown).
 OSErr OpenFolder(FolderID id, FolderHandle& handle);

@@ -1,0 +1,103 @@
+// Open folders: counted handles, and the cache that keeps the latest of them.
+// The platform's references need no open files; here a descriptor is what holds on to a folder while names
+// are looked up in it, whatever happens to its path. Descriptors belong to the mounts of the thread that
+// opened them. Sections: handles, mount views, cache.
+#include "platform/linux/descriptor_cache.h"
+
+#include "platform/linux/system_calls.h"
+
+#include <algorithm>
+#include <ctime>
+#include <fcntl.h>
+#include <iterator>
+#include <new>
+#include <utility>
+
+FolderHandle::FolderHandle(const FolderHandle& other) : shared_(other.shared_) {
+    if (shared_) shared_->holders.fetch_add(1, std::memory_order_relaxed);
+}
+
+FolderHandle::FolderHandle(FolderHandle&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
+
+FolderHandle& FolderHandle::operator=(FolderHandle other) noexcept {
+    std::swap(shared_, other.shared_);
+    return *this;
+}
+
+FolderHandle::~FolderHandle() {
+    if (!shared_ || shared_->holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    Close(shared_->descriptor);
+    delete shared_;
+}
+
+int FolderHandle::descriptor() const {
+    return shared_ ? shared_->descriptor : -1;
+}
+
+uint64_t MonotonicNow() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+}
+
+MountView CurrentMountView() {
+    static thread_local MountView view = 0;
+    static thread_local uint64_t looked = 0;
+    constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
+    uint64_t now = MonotonicNow();
+    if (looked && now - looked < kTrusted) return view;
+    struct statx root;
+    if (FactsAt(AT_FDCWD, "/", 0, root) == 0) view = root.stx_mnt_id << 32 ^ root.stx_ino ^ 1;
+    looked = now;
+    return view;
+}
+
+FolderHandle DescriptorCache::Get(MountView view, FolderID id) {
+    for (unsigned slot = 0; slot < kCapacity; ++slot) {
+        if (ids_[slot] != id || views_[slot] != view) continue;
+        uses_[slot] = ++clock_;
+        return handles_[slot];
+    }
+    return {};
+}
+
+FolderHandle DescriptorCache::Put(MountView view, FolderID id, int descriptor) {
+    FolderHandle handle;
+    handle.shared_ = new (std::nothrow) FolderHandle::Shared{{1}, descriptor};
+    if (!handle.shared_) {
+        Close(descriptor);
+        throw std::bad_alloc();
+    }
+    if (FolderHandle present = Get(view, id); present.descriptor() >= 0) return present;
+    auto oldest = static_cast<unsigned>(std::min_element(std::begin(uses_), std::end(uses_)) - uses_);
+    ids_[oldest] = id;
+    views_[oldest] = view;
+    uses_[oldest] = ++clock_;
+    handles_[oldest] = handle;
+    return handle;
+}
+
+void DescriptorCache::Forget(unsigned slot) {
+    ids_[slot] = kNoFolder;
+    uses_[slot] = 0;
+    handles_[slot] = {};
+}
+
+void DescriptorCache::Drop(FolderID id) {
+    for (unsigned slot = 0; slot < kCapacity; ++slot)
+        if (ids_[slot] == id) Forget(slot);
+}
+
+bool DescriptorCache::DropIdle() {
+    bool any = false;
+    for (unsigned slot = 0; slot < kCapacity; ++slot) {
+        if (!handles_[slot].shared_ || handles_[slot].shared_->holders.load() != 1) continue;
+        Forget(slot);
+        any = true;
+    }
+    return any;
+}
+
+void DescriptorCache::Clear() {
+    for (unsigned slot = 0; slot < kCapacity; ++slot) Forget(slot);
+}

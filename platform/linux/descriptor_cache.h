@@ -1,0 +1,48 @@
+// A small cache of open folders, so that an object in a folder used lately costs one system call.
+#pragma once
+
+#include "platform/linux/references.h"
+
+#include <atomic>
+
+struct FolderHandle::Shared {
+    std::atomic<uint32_t> holders;
+    int descriptor;
+};
+
+// Which mounts the calling thread sees: its root's mount and inode. Descriptors of one view are not used in
+// another. Looked up again when the last look is older than 50 microseconds.
+using MountView = uint64_t;
+MountView CurrentMountView();
+
+// Nanoseconds of the monotonic clock.
+uint64_t MonotonicNow();
+
+// Not locked; see reference_state.h.
+class DescriptorCache {
+public:
+    static constexpr unsigned kCapacity = 64;
+
+    // An empty handle when the folder is not here.
+    FolderHandle Get(MountView view, FolderID id);
+
+    // Takes the descriptor over, in the place of the folder not used for the longest time. A folder that has
+    // got here meanwhile keeps its descriptor. Throws std::bad_alloc, having closed the descriptor.
+    FolderHandle Put(MountView view, FolderID id, int descriptor);
+
+    // Forgets a folder in every view.
+    void Drop(FolderID id);
+
+    // Forgets folders that nobody holds; true when there were any.
+    bool DropIdle();
+    void Clear();
+
+private:
+    void Forget(unsigned slot);
+
+    FolderID ids_[kCapacity] = {};
+    MountView views_[kCapacity] = {};
+    uint64_t uses_[kCapacity] = {};
+    FolderHandle handles_[kCapacity];
+    uint64_t clock_ = 0;
+};

@@ -1,0 +1,31 @@
+// All entries of a folder, one after another.
+#pragma once
+
+#include "platform/linux/references.h"
+#include "platform/linux/system_calls.h"
+
+#include <cstring>
+#include <fcntl.h>
+
+// Calls `visit(const DirectoryEntry&)` for every entry but "." and ".." until it gives true. The result code
+// of opening or reading; 0 at the end or when `visit` stopped.
+template <typename Visit>
+OSErr VisitEntries(const FolderHandle& folder, Visit visit) {
+    int descriptor = OpenName(folder.descriptor(), ".", O_RDONLY | O_DIRECTORY);
+    if (descriptor < 0) return LastError();
+    struct Closer {
+        int descriptor;
+        ~Closer() { Close(descriptor); }
+    } closer{descriptor};
+    alignas(8) char buffer[32768];
+    for (;;) {
+        ssize_t size = ReadEntries(descriptor, buffer, sizeof buffer);
+        if (size <= 0) return size < 0 ? LastError() : noErr;
+        for (ssize_t at = 0; at < size;) {
+            auto entry = reinterpret_cast<const DirectoryEntry*>(buffer + at);
+            at += entry->length;
+            bool dots = std::strcmp(entry->name, ".") == 0 || std::strcmp(entry->name, "..") == 0;
+            if (!dots && visit(*entry)) return noErr;
+        }
+    }
+}

@@ -1,0 +1,31 @@
+// What makes an object the same object: device, inode, birth time where there is one, and type.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <sys/stat.h>
+
+// What a file system's numbers are worth.
+struct DeviceTraits {
+    bool stableInodes; // else name and type are the identity
+    bool stableBirths; // overlays give an object a new birth when they copy it up
+    bool fineTimes;    // change times are as fine as the kernel's clock ticks
+};
+
+DeviceTraits TraitsOfFileSystem(unsigned long long magic);
+
+struct Identity {
+    uint64_t inode = 0;
+    uint64_t birth = 0; // nanoseconds since 1970, 0 where there is none
+    uint32_t device = 0;
+    uint16_t type = 0;     // S_IFMT bits
+    bool byNumber = false; // the inode number counts
+};
+
+uint32_t DeviceOf(const struct statx& facts);
+Identity IdentityOf(const struct statx& facts, const DeviceTraits& traits);
+
+// Whether facts are those of the object. Without stable inodes the caller has looked under the object's name.
+bool Matches(const Identity& identity, const struct statx& facts);
+
+uint32_t HashName(const char* name, size_t length);

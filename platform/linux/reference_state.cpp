@@ -1,0 +1,66 @@
+// The one lock over what references need between calls, its behaviour at fork(), and its end at unloading.
+// The state is never destroyed, only emptied: threads that still run while the process exits find it empty,
+// not gone.
+#include "platform/linux/reference_state.h"
+
+#include "platform/process.h"
+
+#include <mutex>
+
+namespace {
+
+struct Holder {
+    std::mutex lock;
+    union {
+        ReferenceState state;
+    };
+    Holder() { new (&state) ReferenceState(); }
+    ~Holder() {}
+};
+
+Holder& TheHolder() {
+    static Holder holder;
+    return holder;
+}
+
+[[gnu::constructor]] void KeepUsableAcrossFork() {
+    PlatformAtFork([] { TheHolder().lock.lock(); }, [] { TheHolder().lock.unlock(); },
+                   [] { TheHolder().lock.unlock(); });
+}
+
+[[gnu::destructor]] void CloseAtUnloading() {
+    ForgetReferences();
+}
+
+} // namespace
+
+bool Devices::Find(uint32_t device, uint32_t mount, DeviceTraits& traits) const {
+    const Slot& slot = slots_[(device ^ mount * 7) % kSlots];
+    if (!slot.used || slot.device != device || slot.mount != mount) return false;
+    traits = slot.traits;
+    return true;
+}
+
+void Devices::Remember(uint32_t device, uint32_t mount, const DeviceTraits& traits) {
+    slots_[(device ^ mount * 7) % kSlots] = {true, device, mount, traits};
+}
+
+StateLock::StateLock() {
+    TheHolder().lock.lock();
+}
+StateLock::~StateLock() {
+    TheHolder().lock.unlock();
+}
+ReferenceState* StateLock::operator->() const {
+    return &TheHolder().state;
+}
+
+void ForgetReferences() {
+    StateLock state;
+    state->folders.Clear();
+    state->descriptors.Clear();
+    state->longNames.Clear();
+    state->moves.Clear();
+    state->paths.Clear();
+    state->caseless.Clear();
+}

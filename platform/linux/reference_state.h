@@ -1,0 +1,50 @@
+// Everything that the provider remembers between calls for the sake of references, behind one lock.
+//
+// The lock is held for look-ups in memory only, never across a system call other than closing; it survives
+// fork().
+#pragma once
+
+#include "platform/linux/caseless.h"
+#include "platform/linux/descriptor_cache.h"
+#include "platform/linux/folder_table.h"
+#include "platform/linux/remembered.h"
+
+// Traits of the devices met lately; the mount tells a device number that was given again from the one before.
+class Devices {
+public:
+    bool Find(uint32_t device, uint32_t mount, DeviceTraits& traits) const;
+    void Remember(uint32_t device, uint32_t mount, const DeviceTraits& traits);
+
+private:
+    static constexpr unsigned kSlots = 64;
+    struct Slot {
+        bool used;
+        uint32_t device;
+        uint32_t mount;
+        DeviceTraits traits;
+    };
+    Slot slots_[kSlots] = {};
+};
+
+struct ReferenceState {
+    FolderTable folders;
+    DescriptorCache descriptors;
+    LongNames longNames;
+    Moves moves;
+    FolderPaths paths;
+    Devices devices;
+    CaselessNames caseless;
+};
+
+// Holds the lock while it lives.
+class StateLock {
+public:
+    StateLock();
+    ~StateLock();
+    StateLock(const StateLock&) = delete;
+    StateLock& operator=(const StateLock&) = delete;
+    ReferenceState* operator->() const;
+};
+
+// Forgets everything and closes every descriptor that nobody holds. Unloading does this.
+void ForgetReferences();

@@ -1,0 +1,418 @@
+// References: making them, finding their objects, comparing them and turning them into paths.
+// The platform finds any object by its number in the catalog. The host finds names only, so a reference says
+// in which folder and under which name its object was seen, and the identity tells whether what stands there
+// is still it. When it is not, the ways to find it are, in this order: where the library itself moved it;
+// another name in the folder, for a folder or a file with one link; another folder that has taken the place
+// of the one it was seen in. Sections: making, finding, telling changes, names in folders, comparing, paths.
+#include "platform/linux/references.h"
+
+#include "platform/linux/descriptor_cache.h"
+#include "platform/linux/folders.h"
+#include "platform/linux/lookup.h"
+#include "platform/linux/names.h"
+#include "platform/linux/reference_record.h"
+#include "platform/linux/reference_state.h"
+#include "platform/linux/system_calls.h"
+#include "platform/references.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+
+// ---- Making ----
+
+OSErr MakeReference(FolderID folderID, const char* name, const struct statx& facts, bool fromPath,
+                    FSRef& ref) {
+    FolderID own = kNoFolder;
+    if (S_ISDIR(facts.stx_mode)) {
+        OSErr result = EnterFolder(folderID, name, facts, own);
+        if (result != noErr) return result;
+    }
+    Identity identity = IdentityOf(facts, TraitsOf(folderID, name, facts));
+    if (std::strlen(name) > ReferenceRecord::kInlineName)
+        StateLock()->longNames.Remember(identity, folderID, name);
+    ref = Pack(identity, folderID, own, name, fromPath && S_ISLNK(facts.stx_mode));
+    return noErr;
+}
+
+OSErr FolderReference(FolderID id, FSRef& ref) {
+    if (id == kRootFolder) {
+        Place root;
+        OSErr result = PlaceOfFolder(id, root);
+        return result != noErr ? result : MakeReference(kRootParent, ".", root.facts, false, ref);
+    }
+    StateLock state;
+    const FolderRecord* record = state->folders.Find(id);
+    if (!record) return fnfErr;
+    // The name in a folder's reference is never looked at: the table knows the latest.
+    ref = Pack(IdentityOf(*record), record->parent, id, ".", false);
+    return noErr;
+}
+
+// ---- Finding ----
+
+namespace {
+
+// Where to look: a folder and a name, of which perhaps only the hash is known.
+struct Spot {
+    FolderID folder;
+    uint32_t nameHash;
+    char name[256]; // empty when only the hash is known
+};
+
+// Where the object was seen last: the table says it for folders, the reference itself for others.
+bool SpotOf(const ReferenceRecord& record, const Identity& identity, Spot& spot) {
+    spot = {record.parent, record.nameHash, {}};
+    const char* name = record.name;
+    size_t length = record.nameLength;
+    bool known = length <= ReferenceRecord::kInlineName;
+    if (!known || record.own != kNoFolder) {
+        StateLock state;
+        if (record.own != kNoFolder) {
+            const FolderRecord* folder = state->folders.Find(record.own);
+            if (!folder) return false;
+            spot.folder = folder->parent;
+            spot.nameHash = folder->nameHash;
+            known = folder->HasName();
+            length = folder->nameLength;
+            if (known) std::memcpy(spot.name, folder->name, length);
+        }
+        if (!known) {
+            if (!state->longNames.Recall(identity, spot.folder, spot.nameHash, spot.name)) spot.name[0] = 0;
+            return true;
+        }
+    }
+    if (record.own == kNoFolder) std::memcpy(spot.name, name, length);
+    spot.name[length] = 0;
+    return true;
+}
+
+OSErr OpenSpot(FolderID folder, FolderHandle& handle) {
+    return OpenFolder(folder == kRootParent ? kRootFolder : folder, handle);
+}
+
+void Note(const ReferenceRecord& record, Place& place) {
+    place.isLink = S_ISLNK(place.facts.stx_mode);
+    place.standsForTarget = place.isLink && (record.flags & kFromPath);
+}
+
+OSErr LookUnder(const ReferenceRecord& record, const Identity& identity, const Spot& spot, Place& place) {
+    OSErr result = OpenSpot(spot.folder, place.folder);
+    if (result != noErr) return result;
+    result = FactsOfName(place.folder, spot.name, place.facts);
+    if (result != noErr && LastErrorNumber() == ESTALE) {
+        // A server has let the open folder go; its name leads to it again.
+        StateLock()->descriptors.Drop(spot.folder);
+        result = OpenSpot(spot.folder, place.folder);
+        if (result == noErr) result = FactsOfName(place.folder, spot.name, place.facts);
+    }
+    if (result != noErr) return result;
+    if (!Matches(identity, place.facts)) return fnfErr;
+    std::strcpy(place.name, spot.name);
+    place.folderID = spot.folder;
+    Note(record, place);
+    return noErr;
+}
+
+// Keeps in mind that the object is at `place` now.
+void Remember(const ReferenceRecord& record, const Identity& identity, const Spot& old, const Place& place) {
+    StateLock state;
+    if (record.own != kNoFolder)
+        state->folders.SetPlace(record.own, place.folderID, place.name);
+    else if (place.folderID != old.folder || HashName(place.name, std::strlen(place.name)) != old.nameHash)
+        state->moves.Remember(identity, old.folder, old.nameHash, place.folderID, place.name);
+    if (std::strlen(place.name) > ReferenceRecord::kInlineName)
+        state->longNames.Remember(identity, place.folderID, place.name);
+}
+
+OSErr LookThrough(const ReferenceRecord& record, const Identity& identity, const Spot& spot, Place& place) {
+    OSErr result = OpenSpot(spot.folder, place.folder);
+    if (result != noErr) return result;
+    if (!FindInFolder(place.folder, identity, spot.nameHash, place.name, place.facts)) return fnfErr;
+    place.folderID = spot.folder;
+    Note(record, place);
+    Remember(record, identity, spot, place);
+    return noErr;
+}
+
+// Follows the moves that the library has made; `spot` is left at the last one.
+OSErr LookWhereMoved(const ReferenceRecord& record, const Identity& identity, Spot& spot, Place& place) {
+    constexpr int kMostMoves = 64; // a ring of moves leads nowhere
+    for (int move = 0; move < kMostMoves; ++move) {
+        if (!StateLock()->moves.Follow(identity, spot.folder, spot.nameHash, spot.name)) return fnfErr;
+        OSErr result = LookUnder(record, identity, spot, place);
+        if (result != fnfErr) return result;
+    }
+    return fnfErr;
+}
+
+OSErr LookInReplacement(const ReferenceRecord& record, const Identity& identity, const Spot& spot,
+                        Place& place) {
+    if (!spot.name[0]) return fnfErr;
+    return WithoutExceptions([&] {
+        Spot other = spot;
+        for (FolderID id : FoldersInPlaceOf(spot.folder)) {
+            other.folder = id;
+            OSErr result = LookUnder(record, identity, other, place);
+            if (result == noErr) Remember(record, identity, spot, place);
+            if (result != fnfErr) return result;
+        }
+        return fnfErr;
+    });
+}
+
+OSErr LocateElsewhere(const ReferenceRecord& record, const Identity& identity, const Spot& spot,
+                      Place& place) {
+    Spot last = spot;
+    OSErr result = LookWhereMoved(record, identity, last, place);
+    if (result == fnfErr) result = LookThrough(record, identity, last, place);
+    if (result == fnfErr) result = LookInReplacement(record, identity, spot, place);
+    return result;
+}
+
+// A reference's folder number stands for the very folder that the reference was made for.
+bool OwnNumberHolds(const ReferenceRecord& record, const Identity& identity) {
+    if (record.own == kNoFolder || record.own == kRootFolder) return true;
+    StateLock state;
+    const FolderRecord* folder = state->folders.Find(record.own);
+    return folder && folder->device == identity.device && folder->birth == identity.birth &&
+           (!identity.byNumber || folder->inode == identity.inode);
+}
+
+} // namespace
+
+OSErr Locate(const FSRef& ref, Place& place) {
+    ReferenceRecord record;
+    Spot spot;
+    if (!Unpack(ref, record)) return fnfErr;
+    Identity identity = IdentityOf(record);
+    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot)) return fnfErr;
+    OSErr result = spot.name[0] ? LookUnder(record, identity, spot, place) : fnfErr;
+    return result == fnfErr ? LocateElsewhere(record, identity, spot, place) : result;
+}
+
+OSErr LocateTarget(const FSRef& ref, Place& place) {
+    OSErr result = Locate(ref, place);
+    if (result != noErr || !place.standsForTarget) return result;
+    Place link = place;
+    return FollowLink(link, place);
+}
+
+OSErr Guess(const FSRef& ref, Place& place) {
+    ReferenceRecord record;
+    Spot spot;
+    if (!Unpack(ref, record) || S_ISLNK(record.type)) return fnfErr;
+    Identity identity = IdentityOf(record);
+    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot) || !spot.name[0]) return fnfErr;
+    OSErr result = OpenSpot(spot.folder, place.folder);
+    if (result != noErr) return result;
+    std::strcpy(place.name, spot.name);
+    place.folderID = spot.folder;
+    place.facts.stx_mode = record.type;
+    place.isLink = place.standsForTarget = false;
+    return noErr;
+}
+
+bool IsObject(const FSRef& ref, const struct statx& facts) {
+    ReferenceRecord record;
+    return Unpack(ref, record) && Matches(IdentityOf(record), facts);
+}
+
+OSErr OpenContainer(const FSRef& ref, FolderID& id, FolderHandle& handle) {
+    ReferenceRecord record;
+    if (!Unpack(ref, record)) return fnfErr;
+    if (record.own != kNoFolder && OwnNumberHolds(record, IdentityOf(record))) {
+        id = record.own;
+        OSErr result = OpenFolder(id, handle);
+        if (result != fnfErr) return result;
+    }
+    Place place;
+    OSErr result = LocateTarget(ref, place);
+    if (result == noErr) result = FolderNumber(place, id);
+    return result != noErr ? result : OpenFolder(id, handle);
+}
+
+// ---- Telling changes ----
+
+void ObjectMoved(const Place& from, FolderID toFolder, const char* toName) {
+    DeviceTraits traits = TraitsOf(from.folderID, from.name, from.facts);
+    Identity identity = IdentityOf(from.facts, traits);
+    StateLock state;
+    if (S_ISDIR(from.facts.stx_mode)) {
+        FolderID id = state->folders.FindFolder(identity, static_cast<uint32_t>(from.facts.stx_mnt_id),
+                                                from.folderID, from.name);
+        state->folders.SetPlace(id, toFolder, toName);
+        state->paths.Clear();
+    } else {
+        state->moves.Remember(identity, from.folderID, HashName(from.name, std::strlen(from.name)), toFolder,
+                              toName);
+    }
+    if (std::strlen(toName) > ReferenceRecord::kInlineName)
+        state->longNames.Remember(identity, toFolder, toName);
+}
+
+void ObjectDeleted(const Place& place) {
+    if (!S_ISDIR(place.facts.stx_mode)) return;
+    Identity identity = IdentityOf(place.facts, TraitsOf(place.folderID, place.name, place.facts));
+    StateLock state;
+    FolderID id = state->folders.FindFolder(identity, static_cast<uint32_t>(place.facts.stx_mnt_id),
+                                            place.folderID, place.name);
+    if (id == kNoFolder) return;
+    state->descriptors.Drop(id);
+    state->folders.Remove(id);
+}
+
+// ---- Names in folders ----
+
+OSErr FSMakeFSRefUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name, TextEncoding,
+                         FSRef* newRef) {
+    if (!parentRef || !name || !newRef) return paramErr;
+    char bytes[kMaxNameBytes + 1];
+    OSErr result = BytesFromName(name, nameLength, bytes);
+    FolderID id = kNoFolder;
+    FolderHandle folder;
+    if (result == noErr) result = OpenContainer(*parentRef, id, folder);
+    struct statx facts;
+    if (result == noErr) result = FactsOfName(folder, bytes, facts);
+    return result != noErr ? result : MakeReference(id, bytes, facts, false, *newRef);
+}
+
+// ---- Comparing ----
+
+namespace {
+
+bool SameObject(const struct statx& a, const struct statx& b) {
+    constexpr DeviceTraits kAsTold = {true, true, true};
+    return Matches(IdentityOf(a, kAsTold), b);
+}
+
+// Whether the way up from a place leads through a mount.
+bool LiesInside(const Place& place, uint32_t mount) {
+    StateLock state;
+    size_t steps = 0;
+    for (FolderID at = place.folderID; at != kRootParent && steps <= state->folders.size(); ++steps) {
+        const FolderRecord* record = state->folders.Find(at);
+        if (!record) return false;
+        if (at != kRootFolder && record->mount == mount) return true;
+        at = record->parent;
+    }
+    return false;
+}
+
+bool OneInsideTheOther(const Place& a, const Place& b) {
+    struct statx root;
+    if (FactsAt(AT_FDCWD, "/", 0, root) < 0) return false;
+    // Everything is mounted inside the volume of "/".
+    if (a.facts.stx_mnt_id == root.stx_mnt_id || b.facts.stx_mnt_id == root.stx_mnt_id) return true;
+    return LiesInside(a, static_cast<uint32_t>(b.facts.stx_mnt_id)) ||
+           LiesInside(b, static_cast<uint32_t>(a.facts.stx_mnt_id));
+}
+
+} // namespace
+
+OSErr FSCompareFSRefs(const FSRef* ref1, const FSRef* ref2) {
+    if (!ref1 || !ref2) return paramErr;
+    Place a, b;
+    OSErr result = LocateTarget(*ref1, a);
+    if (result == noErr) result = LocateTarget(*ref2, b);
+    if (result != noErr) return result;
+    if (SameObject(a.facts, b.facts)) return noErr;
+    bool sameVolume = DeviceOf(a.facts) == DeviceOf(b.facts) || a.facts.stx_mnt_id == b.facts.stx_mnt_id;
+    return sameVolume || OneInsideTheOther(a, b) ? errFSRefsDifferent : diffVolErr;
+}
+
+// ---- Paths ----
+
+namespace {
+
+// Writes the path of a spot from the table, backwards from the buffer's end and then moved to its start.
+OSErr WritePath(const Spot& spot, char* path, size_t size) {
+    if (size < 2) return bdNamErr;
+    size_t at = size;
+    auto prepend = [&](const char* text, size_t length) {
+        if (length > at) return false;
+        at -= length;
+        std::memcpy(path + at, text, length);
+        return true;
+    };
+    prepend("", 1);
+    if (spot.folder == kRootParent) {
+        std::strcpy(path, "/");
+        return noErr;
+    }
+    if (!prepend(spot.name, std::strlen(spot.name)) || !prepend("/", 1)) return bdNamErr;
+    StateLock state;
+    size_t steps = 0;
+    for (FolderID id = spot.folder; id != kRootFolder;) {
+        const FolderRecord* record = state->folders.Find(id);
+        if (!record || ++steps > state->folders.size()) return fnfErr;
+        char name[256];
+        const char* text = record->name;
+        if (!record->HasName()) {
+            if (!state->longNames.Recall(IdentityOf(*record), record->parent, record->nameHash, name))
+                return fnfErr;
+            text = name;
+        }
+        if (!prepend(text, record->nameLength) || !prepend("/", 1)) return bdNamErr;
+        id = record->parent;
+    }
+    std::memmove(path, path + at, size - at);
+    return noErr;
+}
+
+// Facts of what a path leads to that may be longer than the kernel takes at once.
+int FactsAtPath(const char* path, struct statx& facts) {
+    int folder = AT_FDCWD;
+    std::string part;
+    while (std::strlen(path) >= PATH_MAX) {
+        const char* cut = path + PATH_MAX - 2;
+        while (*cut != '/') --cut; // names are short enough for one to be there
+        part.assign(path, cut);
+        int next = OpenWithoutLinks(folder, part.c_str(), O_PATH | O_DIRECTORY);
+        Close(folder);
+        if (next < 0) return -1;
+        folder = next;
+        path = cut + 1;
+    }
+    int failed = FactsAt(folder, path, AT_SYMLINK_NOFOLLOW, facts);
+    Close(folder);
+    return failed;
+}
+
+OSErr WriteCheckedPath(const Identity& identity, const Spot& spot, char* path, size_t size) {
+    OSErr result = spot.name[0] ? WritePath(spot, path, size) : fnfErr;
+    if (result != noErr) return result;
+    struct statx facts;
+    if (FactsAtPath(path, facts) < 0) return LastError() == errFSNotAFolder ? fnfErr : LastError();
+    return Matches(identity, facts) ? noErr : fnfErr;
+}
+
+// The path after others have moved things about: the object is found first, then the way up from it.
+OSErr WritePathAfresh(const FSRef& ref, const Identity& identity, char* path, size_t size) {
+    Place place;
+    OSErr result = Locate(ref, place);
+    if (result != noErr) return result;
+    Spot spot = {place.folderID, 0, {}};
+    std::memcpy(spot.name, place.name, sizeof spot.name);
+    result = WriteCheckedPath(identity, spot, path, size);
+    if (result != fnfErr) return result;
+    result = FindWayUp(place.folderID);
+    return result != noErr ? result : WriteCheckedPath(identity, spot, path, size);
+}
+
+} // namespace
+
+OSStatus FSRefMakePath(const FSRef* ref, uint8_t* path, uint32_t maxPathSize) {
+    if (!ref || !path) return paramErr;
+    ReferenceRecord record;
+    Spot spot;
+    if (!Unpack(*ref, record)) return fnfErr;
+    Identity identity = IdentityOf(record);
+    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot)) return fnfErr;
+    auto text = reinterpret_cast<char*>(path);
+    return WithoutExceptions([&] {
+        OSErr result = WriteCheckedPath(identity, spot, text, maxPathSize);
+        return result == fnfErr ? WritePathAfresh(*ref, identity, text, maxPathSize) : result;
+    });
+}

@@ -1,0 +1,658 @@
+#include "platform/linux/references.h"
+
+#include "platform/linux/names.h"
+#include "platform/linux/reference_state.h"
+#include "platform/references_support.h"
+#include "support/files.h"
+
+#include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <random>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class References : public testing::Test {
+protected:
+    TemporaryFolder folder;
+};
+
+size_t OpenDescriptors() {
+    return static_cast<size_t>(
+        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+// ---- Making, and back to a path ----
+
+TEST_F(References, Path_ComesBackAsStored) {
+    fs::create_directories(folder / "a/b");
+    WriteFile(folder / "a/b/file", "x");
+    EXPECT_EQ(PathOf(RefTo(folder / "a/b/file")), folder / "a/b/file");
+    EXPECT_EQ(PathOf(RefTo(folder / "a/b")), folder / "a/b");
+    EXPECT_EQ(PathOf(RefTo(folder / "a//b/./../b//file")), folder / "a/b/file");
+    EXPECT_EQ(PathOf(RefTo("/")), "/");
+}
+
+TEST_F(References, MakePath_BufferOneTooSmall_IsABadName) {
+    WriteFile(folder / "f", "");
+    std::string path = folder / "f";
+    FSRef ref = RefTo(path);
+    uint8_t buffer[4096];
+    EXPECT_EQ(FSRefMakePath(&ref, buffer, static_cast<uint32_t>(path.size() + 1)), noErr);
+    EXPECT_EQ(FSRefMakePath(&ref, buffer, static_cast<uint32_t>(path.size())), bdNamErr);
+    EXPECT_EQ(FSRefMakePath(&ref, buffer, 0), bdNamErr);
+    FSRef root = RefTo("/");
+    EXPECT_EQ(FSRefMakePath(&root, buffer, 2), noErr);
+    EXPECT_EQ(FSRefMakePath(&root, buffer, 1), bdNamErr);
+}
+
+TEST_F(References, NullArguments_AreRefused) {
+    FSRef ref = RefTo("/");
+    uint8_t buffer[64];
+    UniChar name[] = {'a'};
+    EXPECT_EQ(FSPathMakeRef(nullptr, &ref, nullptr), paramErr);
+    EXPECT_EQ(FSRefMakePath(nullptr, buffer, 64), paramErr);
+    EXPECT_EQ(FSRefMakePath(&ref, nullptr, 64), paramErr);
+    EXPECT_EQ(FSMakeFSRefUnicode(nullptr, 1, name, 0, &ref), paramErr);
+    EXPECT_EQ(FSMakeFSRefUnicode(&ref, 1, nullptr, 0, &ref), paramErr);
+    EXPECT_EQ(FSMakeFSRefUnicode(&ref, 1, name, 0, nullptr), paramErr);
+    EXPECT_EQ(FSCompareFSRefs(nullptr, &ref), paramErr);
+    EXPECT_EQ(FSCompareFSRefs(&ref, nullptr), paramErr);
+}
+
+TEST_F(References, NamesThatAreNotText_ComeBack) {
+    std::string path = folder / "caf\xE9\xFF";
+    WriteFile(path, "");
+    EXPECT_EQ(PathOf(RefTo(path)), path);
+    FSRef ref;
+    ASSERT_EQ(ChildRef(RefTo(folder.path()), u"caf\xDCE9\xDCFF", ref), noErr);
+    EXPECT_EQ(PathOf(ref), path);
+}
+
+TEST_F(References, LongNames_AreFoundAlsoWhenForgotten) {
+    std::string name(255, 'n');
+    fs::create_directories(folder / name);
+    WriteFile(folder / (name + "/" + name), "");
+    FSRef inner = RefTo(folder / (name + "/" + name));
+    FSRef outer = RefTo(folder / name);
+    StateLock()->longNames.Clear();
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(inner), noErr);
+    StateLock()->longNames.Clear();
+    EXPECT_EQ(PathOf(inner), folder / (name + "/" + name));
+    StateLock()->longNames.Clear();
+    EXPECT_EQ(PathOf(outer), folder / name);
+}
+
+TEST_F(References, LongNamesOfOneFile_AreToldApart) {
+    std::string first(100, 'a'), second(100, 'b');
+    WriteFile(folder / first, "");
+    fs::create_hard_link(folder / first, folder / second);
+    FSRef a = RefTo(folder / first), b = RefTo(folder / second);
+    StateLock()->longNames.Clear();
+    EXPECT_EQ(PathOf(a), folder / first);
+    EXPECT_EQ(PathOf(b), folder / second);
+}
+
+TEST_F(References, UnicodeName_IsExact) {
+    WriteFile(folder / "Name", "");
+    FSRef parent = RefTo(folder.path());
+    FSRef ref, before;
+    EXPECT_EQ(ChildRef(parent, u"Name", ref), noErr);
+    before = ref;
+    EXPECT_EQ(ChildRef(parent, u"name", ref), fnfErr);
+    EXPECT_EQ(std::memcmp(&ref, &before, sizeof ref), 0);
+    EXPECT_EQ(ChildRef(parent, u"", ref), bdNamErr);
+    EXPECT_EQ(ChildRef(parent, std::u16string(256, u'a'), ref), bdNamErr);
+    EXPECT_EQ(ChildRef(parent, u"a:b", ref), bdNamErr);
+    EXPECT_EQ(ChildRef(parent, u"..", ref), bdNamErr);
+    EXPECT_EQ(ChildRef(ref, u"x", ref), errFSNotAFolder);
+}
+
+TEST_F(References, SlashInAUnicodeName_IsAColonOnTheHost) {
+    WriteFile(folder / "x:y", "");
+    FSRef ref;
+    ASSERT_EQ(ChildRef(RefTo(folder.path()), u"x/y", ref), noErr);
+    EXPECT_EQ(PathOf(ref), folder / "x:y");
+}
+
+TEST_F(References, InventedBytes_LeadNowhere) {
+    unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    WriteFile(folder / "f", "");
+    FSRef real = RefTo(folder / "f"), other = RefTo("/");
+    uint8_t path[256];
+    for (int round = 0; round < 3000; ++round) {
+        FSRef ref = real;
+        auto bytes = reinterpret_cast<uint8_t*>(&ref);
+        if (round % 2 == 0)
+            for (size_t i = 0; i < sizeof ref; ++i) bytes[i] = static_cast<uint8_t>(random());
+        else
+            bytes[random() % sizeof ref] ^= static_cast<uint8_t>(1 + random() % 255);
+        ASSERT_EQ(Find(ref), fnfErr);
+        ASSERT_EQ(FSRefMakePath(&ref, path, sizeof path), fnfErr);
+        ASSERT_EQ(FSCompareFSRefs(&ref, &other), fnfErr);
+        ASSERT_EQ(ChildRef(ref, u"f", other), fnfErr);
+    }
+    FSRef zero = {};
+    EXPECT_EQ(Find(zero), fnfErr);
+}
+
+// ---- Following, and not following ----
+
+TEST_F(References, FileWithOneLink_RenamedByOthers_IsFollowed) {
+    WriteFile(folder / "old", "");
+    FSRef ref = RefTo(folder / "old");
+    fs::rename(folder / "old", folder / "new");
+    EXPECT_EQ(PathOf(ref), folder / "new");
+    fs::rename(folder / "new", folder / "newer");
+    EXPECT_EQ(PathOf(ref), folder / "newer");
+}
+
+TEST_F(References, FileWithTwoLinks_RenamedByOthers_IsNotFollowed) {
+    WriteFile(folder / "old", "");
+    fs::create_hard_link(folder / "old", folder / "link");
+    FSRef ref = RefTo(folder / "old");
+    fs::rename(folder / "old", folder / "new");
+    EXPECT_EQ(Find(ref), fnfErr);
+}
+
+TEST_F(References, FolderRenamedByOthers_IsFollowedWithWhatIsInIt) {
+    fs::create_directories(folder / "old/in");
+    WriteFile(folder / "old/in/f", "");
+    FSRef outer = RefTo(folder / "old"), inner = RefTo(folder / "old/in"), file = RefTo(folder / "old/in/f");
+    fs::rename(folder / "old", folder / "new");
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(PathOf(file), folder / "new/in/f");
+    EXPECT_EQ(PathOf(inner), folder / "new/in");
+    EXPECT_EQ(PathOf(outer), folder / "new");
+}
+
+TEST_F(References, FolderMovedElsewhereByOthers_KeepsItsPathWhileItIsOpen) {
+    fs::create_directories(folder / "old/in");
+    fs::create_directories(folder / "deep/er");
+    WriteFile(folder / "old/in/f", "");
+    FSRef file = RefTo(folder / "old/in/f");
+    ASSERT_EQ(Find(file), noErr);
+    fs::rename(folder / "old/in", folder / "deep/er/else");
+    EXPECT_EQ(PathOf(file), folder / "deep/er/else/f");
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(file), noErr) << "the way up was noted";
+}
+
+TEST_F(References, FileMovedElsewhereByOthers_IsGone) {
+    fs::create_directories(folder / "sub");
+    WriteFile(folder / "f", "");
+    FSRef ref = RefTo(folder / "f");
+    fs::rename(folder / "f", folder / "sub/f");
+    EXPECT_EQ(Find(ref), fnfErr);
+    EXPECT_EQ(PathOf(ref), "error -43");
+}
+
+TEST_F(References, AnotherFileInItsPlace_IsNotTheObject) {
+    WriteFile(folder / "f", "mine");
+    FSRef ref = RefTo(folder / "f");
+    fs::rename(folder / "f", folder / "../tavport-elsewhere");
+    WriteFile(folder / "f", "other");
+    EXPECT_EQ(Find(ref), fnfErr);
+    fs::remove(folder / "../tavport-elsewhere");
+}
+
+TEST_F(References, DeletedAndMadeAnew_IsAnotherObject) {
+    for (int round = 0; round < 50; ++round) { // numbers are given again at once
+        WriteFile(folder / "f", "");
+        FSRef ref = RefTo(folder / "f");
+        fs::remove(folder / "f");
+        WriteFile(folder / "f", "");
+        ASSERT_EQ(Find(ref), fnfErr);
+        fs::create_directory(folder / "d");
+        FSRef sub = RefTo(folder / "d");
+        fs::remove(folder / "d");
+        fs::create_directory(folder / "d");
+        ASSERT_EQ(Find(sub), fnfErr);
+        fs::remove(folder / "d");
+    }
+}
+
+TEST_F(References, FolderReplacedByALink_IsNotEntered) {
+    fs::create_directories(folder / "dir/in");
+    fs::create_directories(folder / "victim/in");
+    WriteFile(folder / "dir/in/f", "");
+    WriteFile(folder / "victim/in/f", "");
+    FSRef file = RefTo(folder / "dir/in/f"), sub = RefTo(folder / "dir/in"), dir = RefTo(folder / "dir");
+    fs::remove_all(folder / "dir");
+    fs::create_directory_symlink(folder / "victim", folder / "dir");
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(file), fnfErr);
+    EXPECT_EQ(Find(sub), fnfErr);
+    EXPECT_EQ(Find(dir), fnfErr);
+}
+
+TEST_F(References, FolderReplacedByALinkToItself_IsNotReachedThroughTheLink) {
+    fs::create_directories(folder / "dir/in");
+    fs::create_directories(folder / "aside");
+    FSRef sub = RefTo(folder / "dir/in");
+    fs::rename(folder / "dir", folder / "aside/dir");
+    fs::create_directory_symlink("aside/dir", folder / "dir");
+    StateLock()->descriptors.Clear();
+    StateLock()->paths.Clear();
+    EXPECT_EQ(Find(sub), fnfErr);
+}
+
+TEST_F(References, FolderSwappedByOthers_FreshReferenceWorks) {
+    for (int round = 0; round < 20; ++round) {
+        fs::create_directory(folder / "d");
+        WriteFile(folder / "d/f", "");
+        FSRef ref = RefTo(folder / "d/f");
+        ASSERT_EQ(Find(ref), noErr);
+        fs::rename(folder / "d", folder / ("gone" + std::to_string(round)));
+    }
+}
+
+TEST_F(References, FolderMovedByOthersIntoAnother_FreshReferenceOutlivesTheCache) {
+    fs::create_directories(folder / "x/d");
+    fs::create_directories(folder / "y");
+    WriteFile(folder / "x/d/f", "");
+    ASSERT_EQ(Find(RefTo(folder / "x/d/f")), noErr);
+    fs::rename(folder / "x/d", folder / "y/d");
+    FSRef moved = RefTo(folder / "y/d/f");
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(moved), noErr);
+    fs::rename(folder / "y/d", folder / "x/d");
+    FSRef back = RefTo(folder / "x/d/f");
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(back), noErr);
+}
+
+// ---- What the library itself does ----
+
+Place PlaceOf(const FSRef& ref) {
+    Place place;
+    EXPECT_EQ(Locate(ref, place), noErr);
+    return place;
+}
+
+// Renames as the library does it, and tells.
+void Move(const FSRef& ref, const FSRef& toFolder, const std::string& name) {
+    Place from = PlaceOf(ref);
+    FolderID id;
+    FolderHandle to;
+    ASSERT_EQ(OpenContainer(toFolder, id, to), noErr);
+    ASSERT_EQ(renameat(from.folder.descriptor(), from.name, to.descriptor(), name.c_str()), 0);
+    ObjectMoved(from, id, name.c_str());
+}
+
+TEST_F(References, MovesByTheLibrary_AreFollowedByEarlierReferences) {
+    fs::create_directories(folder / "a");
+    fs::create_directories(folder / "b");
+    WriteFile(folder / "a/f", "");
+    fs::create_hard_link(folder / "a/f", folder / "a/second");
+    FSRef a = RefTo(folder / "a"), b = RefTo(folder / "b"), ref = RefTo(folder / "a/f");
+    FSRef second = RefTo(folder / "a/second");
+    Move(ref, b, "g");
+    EXPECT_EQ(PathOf(ref), folder / "b/g");
+    Move(ref, a, "h");
+    EXPECT_EQ(PathOf(ref), folder / "a/h");
+    EXPECT_EQ(PathOf(second), folder / "a/second");
+    Move(second, b, "s");
+    EXPECT_EQ(PathOf(second), folder / "b/s");
+    EXPECT_EQ(PathOf(ref), folder / "a/h");
+}
+
+TEST_F(References, FolderMovedByTheLibrary_TakesItsReferencesAlong) {
+    fs::create_directories(folder / "a/d/in");
+    fs::create_directories(folder / "b");
+    WriteFile(folder / "a/d/in/f", "");
+    FSRef file = RefTo(folder / "a/d/in/f"), dir = RefTo(folder / "a/d");
+    std::string longName(200, 'L');
+    Move(dir, RefTo(folder / "b"), longName);
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(PathOf(file), folder / ("b/" + longName + "/in/f"));
+    EXPECT_EQ(PathOf(dir), folder / ("b/" + longName));
+}
+
+TEST_F(References, RingOfMoves_EndsWithTheObjectGone) {
+    WriteFile(folder / "a", "");
+    FSRef ref = RefTo(folder / "a"), parent = RefTo(folder.path());
+    Move(ref, parent, "b");
+    Move(ref, parent, "a");
+    fs::remove(folder / "a");
+    EXPECT_EQ(Find(ref), fnfErr);
+}
+
+TEST_F(References, ForgottenMove_OfAFileWithOneLink_IsFoundInItsFolder) {
+    WriteFile(folder / "a", "");
+    FSRef ref = RefTo(folder / "a");
+    Move(ref, RefTo(folder.path()), "b");
+    StateLock()->moves.Clear();
+    EXPECT_EQ(PathOf(ref), folder / "b");
+}
+
+TEST_F(References, DeletedFolder_LeavesTheTable) {
+    fs::create_directory(folder / "d");
+    FSRef ref = RefTo(folder / "d");
+    FolderID id;
+    FolderHandle handle;
+    ASSERT_EQ(OpenContainer(ref, id, handle), noErr);
+    size_t before = StateLock()->folders.size();
+    Place place = PlaceOf(ref);
+    fs::remove(folder / "d");
+    ObjectDeleted(place);
+    EXPECT_EQ(StateLock()->folders.size(), before - 1);
+    EXPECT_EQ(Find(ref), fnfErr);
+    EXPECT_EQ(ParentNumber(id), kNoFolder);
+    EXPECT_EQ(OpenFolder(id, handle), fnfErr);
+}
+
+// ---- Numbers ----
+
+TEST_F(References, RootAndItsParent_HaveFixedNumbers) {
+    FolderID id;
+    FolderHandle handle;
+    ASSERT_EQ(OpenContainer(RefTo("/"), id, handle), noErr);
+    EXPECT_EQ(id, 2u);
+    EXPECT_EQ(ParentNumber(id), 1u);
+    EXPECT_EQ(PlaceOf(RefTo("/")).folderID, 1u);
+    EXPECT_STREQ(PlaceOf(RefTo("/")).name, ".");
+    EXPECT_EQ(PlaceOf(RefTo("/tmp")).folderID, 2u);
+}
+
+TEST_F(References, ParentWalk_GoesOnThroughMountPoints) {
+    struct stat root, proc;
+    if (stat("/", &root) || stat("/proc/self", &proc) || root.st_dev == proc.st_dev)
+        GTEST_SKIP() << "/proc is not mounted";
+    Place place = PlaceOf(RefTo("/proc/sys/kernel"));
+    FolderID sys = place.folderID;
+    FolderID procFolder = ParentNumber(sys);
+    EXPECT_EQ(ParentNumber(procFolder), 2u);
+    FSRef ref;
+    ASSERT_EQ(FolderReference(procFolder, ref), noErr);
+    EXPECT_EQ(PathOf(ref), "/proc");
+}
+
+TEST_F(References, FolderReference_IsTheFolder) {
+    fs::create_directories(folder / "d/e");
+    WriteFile(folder / "d/e/f", "");
+    FSRef ref, direct = RefTo(folder / "d/e");
+    ASSERT_EQ(FolderReference(PlaceOf(RefTo(folder / "d/e/f")).folderID, ref), noErr);
+    EXPECT_EQ(FSCompareFSRefs(&ref, &direct), noErr);
+    EXPECT_EQ(PathOf(ref), folder / "d/e");
+    ASSERT_EQ(FolderReference(kRootFolder, ref), noErr);
+    EXPECT_EQ(PathOf(ref), "/");
+    EXPECT_EQ(FolderReference(0x7FFFFFF0, ref), fnfErr);
+}
+
+// ---- Links ----
+
+TEST_F(References, LinkFromAPath_IsItselfAndStandsForItsTarget) {
+    fs::create_directories(folder / "there");
+    WriteFile(folder / "there/file", "");
+    fs::create_symlink("there/file", folder / "link");
+    FSRef link = RefTo(folder / "link"), file = RefTo(folder / "there/file");
+    EXPECT_EQ(PathOf(link), folder / "link");
+    Place place = PlaceOf(link);
+    EXPECT_TRUE(place.isLink);
+    EXPECT_TRUE(place.standsForTarget);
+    ASSERT_EQ(LocateTarget(link, place), noErr);
+    EXPECT_STREQ(place.name, "file");
+    EXPECT_EQ(place.folderID, PlaceOf(file).folderID);
+    EXPECT_FALSE(place.isLink);
+    EXPECT_EQ(FSCompareFSRefs(&link, &file), noErr);
+}
+
+TEST_F(References, LinkFromAName_StandsForItself) {
+    WriteFile(folder / "file", "");
+    fs::create_symlink("file", folder / "link");
+    FSRef link, file = RefTo(folder / "file");
+    ASSERT_EQ(ChildRef(RefTo(folder.path()), u"link", link), noErr);
+    Place place;
+    ASSERT_EQ(LocateTarget(link, place), noErr);
+    EXPECT_TRUE(place.isLink);
+    EXPECT_FALSE(place.standsForTarget);
+    EXPECT_EQ(FSCompareFSRefs(&link, &file), errFSRefsDifferent);
+}
+
+TEST_F(References, LinkToAFolder_ContainsWhatTheFolderContains) {
+    fs::create_directories(folder / "dir");
+    WriteFile(folder / "dir/f", "");
+    fs::create_directory_symlink("dir", folder / "link");
+    FSRef child;
+    ASSERT_EQ(ChildRef(RefTo(folder / "link"), u"f", child), noErr);
+    EXPECT_EQ(PathOf(child), folder / "dir/f");
+    FSRef itself;
+    ASSERT_EQ(ChildRef(RefTo(folder.path()), u"link", itself), noErr);
+    EXPECT_EQ(ChildRef(itself, u"f", child), errFSNotAFolder);
+}
+
+TEST_F(References, LinkThatLostItsTarget_IsStillLocated) {
+    WriteFile(folder / "file", "");
+    fs::create_symlink("file", folder / "link");
+    FSRef link = RefTo(folder / "link");
+    fs::remove(folder / "file");
+    EXPECT_EQ(Find(link), noErr);
+    Place place;
+    EXPECT_EQ(LocateTarget(link, place), fnfErr);
+    EXPECT_EQ(PathOf(link), folder / "link");
+}
+
+// ---- Comparing ----
+
+TEST_F(References, Comparing_DecidesByObject) {
+    WriteFile(folder / "a", "");
+    WriteFile(folder / "b", "");
+    fs::create_hard_link(folder / "a", folder / "a2");
+    FSRef a = RefTo(folder / "a"), b = RefTo(folder / "b"), a2 = RefTo(folder / "a2"), root = RefTo("/");
+    EXPECT_EQ(FSCompareFSRefs(&a, &a), noErr);
+    EXPECT_EQ(FSCompareFSRefs(&a, &a2), noErr);
+    EXPECT_EQ(FSCompareFSRefs(&a, &b), errFSRefsDifferent);
+    EXPECT_EQ(FSCompareFSRefs(&a, &root), errFSRefsDifferent);
+    fs::remove(folder / "b");
+    EXPECT_EQ(FSCompareFSRefs(&a, &b), fnfErr);
+}
+
+TEST_F(References, Comparing_AcrossVolumes) {
+    struct stat root, proc, dev;
+    if (stat("/", &root) || stat("/proc/self", &proc) || stat("/dev/null", &dev) ||
+        root.st_dev == proc.st_dev || root.st_dev == dev.st_dev)
+        GTEST_SKIP() << "/proc and /dev are not volumes of their own";
+    FSRef top = RefTo("/"), inProc = RefTo("/proc/version"), inDev = RefTo("/dev/null");
+    EXPECT_EQ(FSCompareFSRefs(&top, &inProc), errFSRefsDifferent);
+    EXPECT_EQ(FSCompareFSRefs(&inProc, &top), errFSRefsDifferent);
+    EXPECT_EQ(FSCompareFSRefs(&inProc, &inDev), diffVolErr);
+}
+
+// ---- Depth ----
+
+// Makes a chain of folders and gives an open descriptor of the last.
+int MakeChain(const std::string& top, const std::string& name, int depth) {
+    int at = open(top.c_str(), O_PATH | O_DIRECTORY);
+    for (int level = 0; level < depth && at >= 0; ++level) {
+        EXPECT_EQ(mkdirat(at, name.c_str(), 0700), 0);
+        int next = openat(at, name.c_str(), O_PATH | O_DIRECTORY);
+        close(at);
+        at = next;
+    }
+    return at;
+}
+
+void RemoveChain(int last, const std::string& name, int depth) {
+    for (int level = 0; level < depth; ++level) {
+        int up = openat(last, "..", O_PATH | O_DIRECTORY);
+        unlinkat(up, name.c_str(), AT_REMOVEDIR);
+        close(last);
+        last = up;
+    }
+    close(last);
+}
+
+TEST_F(References, FoldersDeeperThanTheLongestPath_AreReached) {
+    const std::string name(60, 'd');
+    const std::u16string units(60, u'd');
+    const int depth = 300;
+    int last = MakeChain(folder.path(), name, depth);
+    std::vector<FSRef> chain(1, RefTo(folder.path()));
+    for (int level = 0; level < depth; ++level) {
+        chain.emplace_back();
+        ASSERT_EQ(ChildRef(chain[static_cast<size_t>(level)], units, chain.back()), noErr) << level;
+    }
+    StateLock()->descriptors.Clear();
+    EXPECT_EQ(Find(chain.back()), noErr);
+    StateLock()->descriptors.Clear();
+    for (size_t level = chain.size(); level > 1; --level) ASSERT_EQ(Find(chain[level - 1]), noErr) << level;
+    std::vector<uint8_t> path(40000);
+    EXPECT_EQ(FSRefMakePath(&chain.back(), path.data(), 1024), bdNamErr);
+    ASSERT_EQ(FSRefMakePath(&chain.back(), path.data(), 40000), noErr);
+    EXPECT_EQ(std::strlen(reinterpret_cast<char*>(path.data())), folder.path().string().size() + 61 * depth);
+    RemoveChain(last, name, depth);
+}
+
+// ---- Memory, descriptors, threads, fork ----
+
+TEST_F(References, ManyReferencesInAFolder_LeaveNoMemory) {
+    for (int i = 0; i < 200; ++i) WriteFile(folder / ("short" + std::to_string(i)), "");
+    for (int i = 0; i < 200; ++i) WriteFile(folder / (std::string(100, 'l') + std::to_string(i)), "");
+    FSRef parent = RefTo(folder.path()), ref;
+    auto makeAll = [&] {
+        for (int i = 0; i < 200; ++i) {
+            std::u16string number = Wide(std::to_string(i));
+            ASSERT_EQ(ChildRef(parent, u"short" + number, ref), noErr);
+            ASSERT_EQ(ChildRef(parent, std::u16string(100, u'l') + number, ref), noErr);
+        }
+    };
+    makeAll();
+    size_t folders = StateLock()->folders.size(), bytes = StateLock()->folders.MemoryUse();
+    for (int round = 0; round < 50; ++round) makeAll();
+    EXPECT_EQ(StateLock()->folders.size(), folders);
+    EXPECT_EQ(StateLock()->folders.MemoryUse(), bytes);
+}
+
+TEST_F(References, OpenFolders_StayFewAndAreAllClosedInTheEnd) {
+    ForgetReferences();
+    size_t before = OpenDescriptors();
+    for (int i = 0; i < 300; ++i) {
+        std::string name = folder / ("d" + std::to_string(i));
+        fs::create_directory(name);
+        WriteFile(name + "/f", "");
+        ASSERT_EQ(Find(RefTo(name + "/f")), noErr);
+    }
+    EXPECT_LE(OpenDescriptors(), before + DescriptorCache::kCapacity);
+    ForgetReferences();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(References, HeldFolder_OutlivesTheCache) {
+    WriteFile(folder / "f", "");
+    Place place = PlaceOf(RefTo(folder / "f"));
+    FolderHandle held = place.folder;
+    ForgetReferences();
+    struct stat facts;
+    EXPECT_EQ(fstatat(held.descriptor(), "f", &facts, 0), 0);
+}
+
+TEST_F(References, Descriptors_CloseOnExec) {
+    WriteFile(folder / "f", "");
+    Place place = PlaceOf(RefTo(folder / "f"));
+    EXPECT_TRUE(fcntl(place.folder.descriptor(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(References, ResolvingWhileOthersRename_NeverLeadsToAnotherObject) {
+    constexpr int kFolders = 4;
+    std::vector<FSRef> refs;
+    for (int i = 0; i < kFolders; ++i) {
+        std::string name = folder / ("d" + std::to_string(i));
+        fs::create_directory(name);
+        WriteFile(name + "/f", std::to_string(i));
+        refs.push_back(RefTo(name + "/f"));
+    }
+    std::atomic<bool> stop = false;
+    std::atomic<int> found = 0, wrong = 0;
+    std::thread renamer([&] {
+        for (int round = 0; round < 1500; ++round) {
+            // two folders change places through a third name
+            std::string a = folder / ("d" + std::to_string(round % kFolders));
+            std::string b = folder / ("d" + std::to_string((round + 1) % kFolders));
+            rename(a.c_str(), (folder / "t").c_str());
+            rename(b.c_str(), a.c_str());
+            rename((folder / "t").c_str(), b.c_str());
+            if (round % 64 == 0) StateLock()->descriptors.DropIdle();
+        }
+        stop = true;
+    });
+    auto resolve = [&] {
+        while (!stop) {
+            for (int i = 0; i < kFolders; ++i) {
+                Place place;
+                if (Locate(refs[static_cast<size_t>(i)], place) != noErr) continue;
+                ++found;
+                int file = openat(place.folder.descriptor(), place.name, O_RDONLY);
+                char digit = '?';
+                if (file < 0 || read(file, &digit, 1) != 1 || digit != '0' + i) ++wrong;
+                close(file);
+            }
+        }
+    };
+    std::thread first(resolve), second(resolve);
+    renamer.join();
+    first.join();
+    second.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(found, 0);
+    for (const FSRef& ref : refs) EXPECT_EQ(Find(ref), noErr);
+}
+
+TEST_F(References, Fork_LeavesAUsableChildWhileOthersLookUp) {
+    WriteFile(folder / "f", "");
+    FSRef ref = RefTo(folder / "f");
+    std::atomic<bool> stop = false;
+    std::thread busy([&] {
+        while (!stop) Find(ref);
+    });
+    for (int round = 0; round < 50; ++round) {
+        pid_t child = fork();
+        if (child == 0) _exit(Find(ref) == noErr ? 0 : 1);
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+    }
+    stop = true;
+    busy.join();
+}
+
+// ---- For callers that open at once ----
+
+TEST_F(References, Guess_GivesThePlaceWithoutALook) {
+    WriteFile(folder / "f", "");
+    FSRef ref = RefTo(folder / "f");
+    Place place;
+    ASSERT_EQ(Guess(ref, place), noErr);
+    EXPECT_STREQ(place.name, "f");
+    EXPECT_TRUE(S_ISREG(place.facts.stx_mode));
+    struct statx facts;
+    ASSERT_EQ(statx(place.folder.descriptor(), "f", AT_SYMLINK_NOFOLLOW, kFactsMask, &facts), 0);
+    EXPECT_TRUE(IsObject(ref, facts));
+    WriteFile(folder / "g", "");
+    ASSERT_EQ(statx(place.folder.descriptor(), "g", AT_SYMLINK_NOFOLLOW, kFactsMask, &facts), 0);
+    EXPECT_FALSE(IsObject(ref, facts));
+}
+
+TEST_F(References, Guess_LeavesLinksToTheLongWay) {
+    WriteFile(folder / "f", "");
+    fs::create_symlink("f", folder / "link");
+    Place place;
+    EXPECT_EQ(Guess(RefTo(folder / "link"), place), fnfErr);
+}
+
+TEST_F(References, OpenFolder_OfAFile_IsNotAFolder) {
+    WriteFile(folder / "f", "");
+    FolderHandle handle;
+    EXPECT_EQ(OpenFolder(PlaceOf(RefTo(folder / "f")), handle), errFSNotAFolder);
+}
+
+} // namespace
