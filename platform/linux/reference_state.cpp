@@ -61,6 +61,7 @@ void ForgetReferences() {
     state->descriptors.Clear();
     state->longNames.Clear();
     state->moves.Clear();
+    state->replacements.Clear();
     state->paths.Clear();
     state->caseless.Clear();
 }

@@ -31,6 +31,7 @@ struct ReferenceState {
     DescriptorCache descriptors;
     LongNames longNames;
     Moves moves;
+    Replacements replacements;
     FolderPaths paths;
     Devices devices;
     CaselessNames caseless;

@@ -162,10 +162,12 @@ OSErr LookInReplacement(const ReferenceRecord& record, const Identity& identity,
     });
 }
 
-OSErr LocateElsewhere(const ReferenceRecord& record, const Identity& identity, const Spot& spot,
-                      Place& place) {
+OSErr LocateElsewhere(const ReferenceRecord& record, Identity identity, const Spot& spot, Place& place) {
     Spot last = spot;
-    OSErr result = LookWhereMoved(record, identity, last, place);
+    OSErr result = fnfErr;
+    if (S_ISREG(record.type) && StateLock()->replacements.Follow(identity) && spot.name[0])
+        result = LookUnder(record, identity, spot, place);
+    if (result == fnfErr) result = LookWhereMoved(record, identity, last, place);
     if (result == fnfErr) result = LookThrough(record, identity, last, place);
     if (result == fnfErr) result = LookInReplacement(record, identity, spot, place);
     return result;
@@ -261,6 +263,11 @@ void ObjectDeleted(const Place& place) {
     if (id == kNoFolder) return;
     state->descriptors.Drop(id);
     state->folders.Remove(id);
+}
+
+void ObjectReplaced(const Place& file, const struct statx& now) {
+    DeviceTraits traits = TraitsOf(file.folderID, file.name, file.facts);
+    StateLock()->replacements.Remember(IdentityOf(file.facts, traits), IdentityOf(now, traits));
 }
 
 // ---- Names in folders ----
@@ -389,10 +396,11 @@ OSErr WriteCheckedPath(const Identity& identity, const Spot& spot, char* path, s
 }
 
 // The path after others have moved things about: the object is found first, then the way up from it.
-OSErr WritePathAfresh(const FSRef& ref, const Identity& identity, char* path, size_t size) {
+OSErr WritePathAfresh(const FSRef& ref, char* path, size_t size) {
     Place place;
     OSErr result = Locate(ref, place);
     if (result != noErr) return result;
+    Identity identity = IdentityOf(place.facts, TraitsOf(place.folderID, place.name, place.facts));
     Spot spot = {place.folderID, 0, {}};
     std::memcpy(spot.name, place.name, sizeof spot.name);
     result = WriteCheckedPath(identity, spot, path, size);
@@ -413,6 +421,6 @@ OSStatus FSRefMakePath(const FSRef* ref, uint8_t* path, uint32_t maxPathSize) {
     auto text = reinterpret_cast<char*>(path);
     return WithoutExceptions([&] {
         OSErr result = WriteCheckedPath(identity, spot, text, maxPathSize);
-        return result == fnfErr ? WritePathAfresh(*ref, identity, text, maxPathSize) : result;
+        return result == fnfErr ? WritePathAfresh(*ref, text, maxPathSize) : result;
     });
 }

@@ -85,6 +85,10 @@ FolderID ParentNumber(FolderID id);
 void ObjectMoved(const Place& from, FolderID toFolder, const char* toName);
 void ObjectDeleted(const Place& place);
 
+// To be called after another object has been put in the place of the file at `file` and goes on in its stead:
+// references to the file stand for that object from now on.
+void ObjectReplaced(const Place& file, const struct statx& now);
+
 // Closes cached descriptors that nobody holds; true when there were any, so that an open that failed with -42
 // is worth another try.
 bool CloseIdleDescriptors();

@@ -1,6 +1,6 @@
 // The bounded memories: arrays in which a newer entry takes the place of an older one with the same slot.
 // The platform's catalog finds any object by its number; the host finds names only, so what is known about
-// names is kept as long as there is room. Sections: long names, moves, paths.
+// names is kept as long as there is room. Sections: long names, moves, replacements, paths.
 #include "platform/linux/remembered.h"
 
 #include <cstring>
@@ -62,6 +62,21 @@ bool Moves::Follow(const Identity& identity, FolderID& folder, uint32_t& nameHas
     folder = slot.toFolder;
     std::memcpy(name, slot.toName, sizeof slot.toName);
     nameHash = HashName(name, std::strlen(name));
+    return true;
+}
+
+void Replacements::Remember(const Identity& was, const Identity& now) {
+    if (!Allocate(slots_, kSlots)) return;
+    uint64_t key = KeyOf(was, kNoFolder, 0);
+    slots_[key / 2 % kSlots] = {key, now};
+}
+
+bool Replacements::Follow(Identity& identity) const {
+    if (!slots_) return false;
+    uint64_t key = KeyOf(identity, kNoFolder, 0);
+    const Slot& slot = slots_[key / 2 % kSlots];
+    if (slot.key != key) return false;
+    identity = slot.now;
     return true;
 }
 

@@ -50,6 +50,24 @@ private:
     std::unique_ptr<Slot[]> slots_;
 };
 
+// Files in whose place another object was put, which goes on in their stead.
+class Replacements {
+public:
+    void Remember(const Identity& was, const Identity& now);
+
+    // Replaces the identity by that of the object that took the place; false when there is none.
+    bool Follow(Identity& identity) const;
+    void Clear() { slots_.reset(); }
+
+private:
+    struct Slot {
+        uint64_t key;
+        Identity now;
+    };
+    static constexpr size_t kSlots = 512;
+    std::unique_ptr<Slot[]> slots_;
+};
+
 // The numbers of folders lately used by path.
 class FolderPaths {
 public:
