@@ -1,0 +1,29 @@
+// A mutex that a child process finds free, whatever threads of the parent were doing when it was forked.
+//
+// Lockable like std::mutex; made at compile time. Those who hold one take no other.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+class ChildSafeMutex {
+public:
+    constexpr ChildSafeMutex() = default;
+    ChildSafeMutex(const ChildSafeMutex&) = delete;
+    ChildSafeMutex& operator=(const ChildSafeMutex&) = delete;
+
+    void lock() {
+        if (!isListed_.load(std::memory_order_acquire)) List();
+        mutex_.lock();
+    }
+    void unlock() { mutex_.unlock(); }
+
+private:
+    void List();
+    static void LockAll();
+    static void UnlockAll();
+
+    std::mutex mutex_;
+    std::atomic<bool> isListed_ = false;
+    ChildSafeMutex* next_ = nullptr;
+};
