@@ -41,8 +41,8 @@ constexpr uint32_t kVersion2 = 0x00020000;
 constexpr size_t kVersionAt = 4;
 constexpr size_t kFillerAt = 8;
 constexpr size_t kCountAt = 24;
-constexpr size_t kEntriesAt = 26;
-constexpr size_t kEntrySize = 12;
+constexpr size_t kEntriesAt = HeaderSize(0);
+constexpr size_t kEntrySize = HeaderSize(1) - HeaderSize(0);
 
 const Entry* Header::Find(uint32_t id) const {
     const Entry* end = entries + count;
@@ -51,7 +51,7 @@ const Entry* Header::Find(uint32_t id) const {
 }
 
 uint64_t Header::End() const {
-    uint64_t end = kEntriesAt + count * kEntrySize;
+    uint64_t end = HeaderSize(count);
     for (const Entry& entry : std::span(entries, count)) {
         if (entry.length) end = std::max<uint64_t>(end, uint64_t{entry.offset} + entry.length);
     }
@@ -67,7 +67,7 @@ static bool Clash(const Entry& a, const Entry& b) {
 }
 
 static bool IsSound(const Header& header, const Entry& entry, uint64_t size) {
-    const size_t headerEnd = kEntriesAt + header.count * kEntrySize;
+    const size_t headerEnd = HeaderSize(header.count);
     if (entry.length && (entry.offset < headerEnd || uint64_t{entry.offset} + entry.length > size))
         return false;
     return std::none_of(header.entries, &entry, [&entry](const Entry& other) { return Clash(entry, other); });
@@ -79,8 +79,7 @@ std::optional<Header> ParseHeader(std::span<const uint8_t> bytes, uint64_t size)
     if (version != kVersion1 && version != kVersion2) return std::nullopt;
     Header header;
     header.count = Load16(&bytes[kCountAt]);
-    if (header.count > kMostEntries || kEntriesAt + header.count * kEntrySize > bytes.size())
-        return std::nullopt;
+    if (header.count > kMostEntries || HeaderSize(header.count) > bytes.size()) return std::nullopt;
     for (unsigned i = 0; i < header.count; ++i) {
         const uint32_t where = static_cast<uint32_t>(kEntriesAt + i * kEntrySize);
         header.entries[i] = {Load32(&bytes[where]), Load32(&bytes[where + 4]), Load32(&bytes[where + 8]),
@@ -210,15 +209,6 @@ void MakeAttribute(Attribute& attribute) {
     WriteHeader(attribute, kAttributePlaces);
 }
 
-bool IsAttribute(const Header& header, size_t size) {
-    if (size != kAttributeSize || header.count != std::size(kAttributePlaces)) return false;
-    return std::all_of(std::begin(kAttributePlaces), std::end(kAttributePlaces),
-                       [&header](const Place& place) {
-                           const Entry* entry = header.Find(place.id);
-                           return entry && entry->length >= place.length;
-                       });
-}
-
 void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& attribute) {
     const Entry* comment = from.Find(kComment);
     if (!comment || !comment->length || comment->length > kCommentRoom) return;
@@ -253,7 +243,7 @@ size_t MakeFront(bool full, uint8_t (&front)[kMostFrontSize]) {
 }
 
 bool AddResourceFork(const Header& header, std::span<uint8_t> bytes, uint64_t end) {
-    const size_t where = kEntriesAt + header.count * kEntrySize;
+    const size_t where = HeaderSize(header.count);
     if (header.count == kMostEntries || where + kEntrySize > bytes.size() || end > UINT32_MAX) return false;
     for (const Entry& entry : std::span(header.entries, header.count)) {
         if (entry.length && entry.offset < where + kEntrySize) return false;

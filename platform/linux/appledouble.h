@@ -25,7 +25,10 @@ constexpr size_t kFinderInfoSize = 32;
 constexpr int32_t kNoDate = INT32_MIN; // the value that stands for "never"
 
 constexpr unsigned kMostEntries = 64;
-constexpr size_t kMostHeaderBytes = 26 + kMostEntries * 12;
+constexpr size_t HeaderSize(unsigned entries) {
+    return 26 + size_t{entries} * 12;
+}
+constexpr size_t kMostHeaderBytes = HeaderSize(kMostEntries);
 
 struct Entry {
     uint32_t id;
@@ -69,9 +72,6 @@ bool WriteFacts(const Header& header, std::span<uint8_t> bytes, const Facts& fac
 constexpr size_t kAttributeSize = 402;
 using Attribute = uint8_t[kAttributeSize];
 void MakeAttribute(Attribute& attribute);
-
-// Whether a record has exactly the attribute's size and entries.
-bool IsAttribute(const Header& header, size_t size);
 
 // Takes the comment, the one thing in a foreign record that the attribute also has a place for, along.
 void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& attribute);

@@ -1,0 +1,175 @@
+// Fork numbers: a slot for each of 1 to 32767, and a queue of the free ones.
+//
+// The number that has been free longest is given next, and those never used come first, so that a closed
+// number stays closed for as long as can be. One lock guards the queue and the count of forks by object.
+// Using a number takes no lock: a slot's state counts those who hold its fork, and whoever lets go of a
+// closed one last closes the descriptor.
+//
+// Sections: slots, numbers, holding, forks by object, fork() and the child.
+#include "platform/linux/fork_table.h"
+
+#include "platform/catalog.h"
+#include "platform/linux/child_safe_mutex.h"
+#include "platform/linux/current_task.h"
+#include "platform/linux/system_calls.h"
+#include "platform/process.h"
+
+// ---- Slots
+// -----------------------------------------------------------------------------------------------------
+
+namespace {
+constexpr uint32_t kOpen = 0x80000000;
+constexpr uint32_t kClosing = 0x40000000; // closed, and not yet let go of by all
+constexpr uint16_t kLastNumber = 32767;
+
+struct Slot {
+    std::atomic<uint32_t> state; // kOpen or kClosing or neither, and the number of holders
+    uint16_t nextFree;           // in the queue; 0 for the last
+    std::atomic<OpenFork*> fork;
+};
+
+struct Numbers {
+    uint16_t neverUsed = 1;
+    uint16_t firstFree = 0;
+    uint16_t lastFree = 0;
+};
+} // namespace
+
+static constinit Slot slots[kLastNumber + 1] = {};
+static constinit Numbers numbers;
+static constinit ChildSafeMutex tableLock;
+
+OpenFork::~OpenFork() {
+    Close(descriptor);
+}
+
+// ---- Forks by object
+// -------------------------------------------------------------------------------------------
+
+static constinit OpenFork* byObject[256] = {};
+static constinit std::atomic<uint32_t> openForks = 0;
+
+static OpenFork*& ChainOf(const ObjectKey& key) {
+    return byObject[((key.inode + key.device) * 0x9E3779B97F4A7C15u) >> 56];
+}
+
+static void Enlist(OpenFork& fork) {
+    OpenFork*& chain = ChainOf(fork.key);
+    fork.next = chain;
+    chain = &fork;
+    openForks.fetch_add(1, std::memory_order_relaxed);
+}
+
+static void Delist(OpenFork& fork) {
+    OpenFork** link = &ChainOf(fork.key);
+    while (*link != &fork) link = &(*link)->next;
+    *link = fork.next;
+    openForks.fetch_sub(1, std::memory_order_relaxed);
+}
+
+bool AnyForkIsOpen() {
+    return openForks.load(std::memory_order_relaxed) != 0;
+}
+
+uint16_t OpenForkFlags(const struct statx& facts) {
+    if (!AnyForkIsOpen()) return 0;
+    const ObjectKey key(facts);
+    uint16_t flags = 0;
+    HeldLock guard(tableLock);
+    for (const OpenFork* fork = ChainOf(key); fork; fork = fork->next) {
+        if (!(fork->key == key)) continue;
+        flags |= kFSNodeForkOpenMask;
+        flags |= fork->kind == ForkKind::kResource ? kFSNodeResOpenMask : kFSNodeDataOpenMask;
+    }
+    return flags;
+}
+
+void CutResourceForks(const ObjectKey& key, uint64_t length) {
+    HeldLock guard(tableLock);
+    for (OpenFork* fork = ChainOf(key); fork; fork = fork->next) {
+        if (fork->kind == ForkKind::kResource && fork->key == key && fork->length > length)
+            fork->length = length;
+    }
+}
+
+// ---- Numbers
+// ---------------------------------------------------------------------------------------------------
+
+static uint16_t TakeNumber() {
+    if (numbers.neverUsed <= kLastNumber) return numbers.neverUsed++;
+    const uint16_t number = numbers.firstFree;
+    if (number) numbers.firstFree = slots[number].nextFree;
+    return number;
+}
+
+static void ReturnNumber(uint16_t number) {
+    slots[number].nextFree = 0;
+    (numbers.firstFree ? slots[numbers.lastFree].nextFree : numbers.firstFree) = number;
+    numbers.lastFree = number;
+}
+
+// In a child the threads that held forks are no more.
+static void LetGoInChild() {
+    for (uint16_t number = 1; number < numbers.neverUsed; ++number) {
+        slots[number].state.fetch_and(kOpen | kClosing, std::memory_order_relaxed);
+    }
+}
+
+FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
+    static constinit std::atomic<bool> hasHandler = false;
+    if (!hasHandler.exchange(true)) hasHandler = PlatformAtFork(nullptr, nullptr, LetGoInChild) == 0;
+    HeldLock guard(tableLock);
+    const uint16_t number = TakeNumber();
+    if (!number) return 0;
+    Enlist(*fork);
+    slots[number].fork.store(fork.release(), std::memory_order_relaxed);
+    slots[number].state.fetch_or(kOpen, std::memory_order_release);
+    return static_cast<FSForkRefNum>(number);
+}
+
+// ---- Holding
+// ---------------------------------------------------------------------------------------------------
+
+// Ends the fork of a closed slot and frees its number.
+static OSErr Finish(uint16_t number) {
+    const std::unique_ptr<OpenFork> fork(slots[number].fork.exchange(nullptr, std::memory_order_relaxed));
+    const OSErr result = FinishFork(*fork);
+    HeldLock guard(tableLock);
+    Delist(*fork);
+    ReturnNumber(number);
+    return result;
+}
+
+static OSErr LetGo(uint16_t number) {
+    std::atomic<uint32_t>& state = slots[number].state;
+    if (state.fetch_sub(1, std::memory_order_acq_rel) - 1 != kClosing) return noErr;
+    // Somebody may try a closed number in this moment, and then two come here; one of them ends the fork.
+    uint32_t expected = kClosing;
+    if (!state.compare_exchange_strong(expected, 0, std::memory_order_acq_rel)) return noErr;
+    return Finish(number);
+}
+
+OSErr CloseFork(FSForkRefNum number) {
+    if (number <= 0) return rfNumErr;
+    const TerminationHold hold;
+    std::atomic<uint32_t>& state = slots[number].state;
+    uint32_t old = state.load(std::memory_order_relaxed);
+    do {
+        if (!(old & kOpen)) return rfNumErr;
+    } while (!state.compare_exchange_weak(old, old - kOpen + kClosing + 1, std::memory_order_acq_rel));
+    return LetGo(static_cast<uint16_t>(number));
+}
+
+HeldFork::HeldFork(FSForkRefNum number) : number_(static_cast<uint16_t>(number)) {
+    if (number <= 0) return;
+    const uint32_t old = slots[number_].state.fetch_add(1, std::memory_order_acquire);
+    if (old & kOpen) {
+        fork_ = slots[number_].fork.load(std::memory_order_relaxed);
+    } else {
+        LetGo(number_);
+    }
+}
+
+HeldFork::~HeldFork() {
+    if (fork_) LetGo(number_);
+}

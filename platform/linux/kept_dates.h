@@ -1,0 +1,22 @@
+// Inside the provider: content-modification dates that were given to new files and hold while their data is
+// first written.
+#pragma once
+
+#include "platform/linux/fork_table.h"
+#include "platform/linux/references.h"
+
+// Remembers the date that the new file at `place` has now.
+void KeepContentDate(const Place& place);
+
+// Forgets it, because another date was set.
+void ForgetContentDate(const struct statx& facts);
+
+// Tells that a data fork is being opened for writing; `facts` are the file's. Whether its date is to hold.
+bool BeginHoldingDate(const struct statx& facts);
+
+// Tells that the fork has been used to the end; puts the date back if the fork was written and nobody else
+// has changed the file since.
+void EndHoldingDate(OpenFork& fork);
+
+// The system's clock in nanoseconds, as OpenFork::lastChange counts.
+int64_t SystemTime();

@@ -1,0 +1,98 @@
+// What the catalog takes: facts of an object are stored in the metadata first, then its dates, its owner and
+// last its mode, since each step may need the rights that the next takes away.
+//
+// A user may not give files away; who copies someone else's file gets one of his own, so an owner or group
+// that the host denies is dropped, and with it the bits that would let others act as that owner. A mode that
+// a volume without modes refuses its owner is dropped too. The date of the last attribute change is the
+// host's own and cannot be set, nor can the hint of a text encoding.
+#include "platform/linux/metadata.h"
+
+#include "platform/linux/attributes.h"
+#include "platform/linux/dates.h"
+#include "platform/linux/errors.h"
+#include "platform/linux/kept_dates.h"
+#include "platform/linux/object_facts.h"
+#include "platform/linux/sidecar.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+constexpr FSCatalogInfoBitmap kMetadataFacts = kFSCatInfoNodeFlags | kFSCatInfoCreateDate |
+                                               kFSCatInfoBackupDate | kFSCatInfoFinderInfo |
+                                               kFSCatInfoFinderXInfo;
+constexpr FSCatalogInfoBitmap kTimes = kFSCatInfoContentMod | kFSCatInfoAccessDate;
+constexpr mode_t kModeBits = 07777;
+
+static timespec TimeOrOmit(bool isWanted, const UTCDateTime& date) {
+    const auto time = isWanted ? TimeFromDate(date) : std::nullopt;
+    return time ? *time : timespec{0, UTIME_OMIT};
+}
+
+static OSErr SetTimes(const HeldObject& object, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    const timespec times[2] = {TimeOrOmit(whichInfo & kFSCatInfoAccessDate, info.accessDate),
+                               TimeOrOmit(whichInfo & kFSCatInfoContentMod, info.contentModDate)};
+    if (whichInfo & kFSCatInfoContentMod) ForgetContentDate(object.facts());
+    return object.SetTimes(times) == 0 ? noErr : LastError();
+}
+
+static bool IsDenied() {
+    return LastErrorNumber() == EPERM || LastErrorNumber() == EINVAL;
+}
+
+// Sets what the host allows of owner and group; `isDropped` says that something is not as asked.
+static OSErr SetOwner(const HeldObject& object, const FSPermissionInfo& permissions, bool& isDropped) {
+    const struct statx& now = object.facts();
+    isDropped = false;
+    if (permissions.userID == now.stx_uid && permissions.groupID == now.stx_gid) return noErr;
+    if (object.SetOwner(permissions.userID, permissions.groupID) == 0) return noErr;
+    if (!IsDenied()) return LastError();
+    isDropped = true;
+    constexpr auto kSameUser = static_cast<uid_t>(-1);
+    return object.SetOwner(kSameUser, permissions.groupID) == 0 || IsDenied() ? noErr : LastError();
+}
+
+static bool IsProtected(const struct statx& facts) {
+    return facts.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND);
+}
+
+static OSErr SetMode(const HeldObject& object, mode_t mode) {
+    if (object.SetMode(mode) == 0) return noErr;
+    const bool isOwner = object.facts().stx_uid == geteuid() || geteuid() == 0;
+    const bool isVolumesRefusal = LastErrorNumber() == EPERM && isOwner && !IsProtected(object.facts());
+    return isVolumesRefusal || LastErrorNumber() == EOPNOTSUPP ? noErr : LastError();
+}
+
+static OSErr SetPermissions(const Place& place, const HeldObject& object,
+                            const FSPermissionInfo& permissions) {
+    bool isDropped;
+    const OSErr result = SetOwner(object, permissions, isDropped);
+    if (result != noErr || place.isLink) return result;
+    mode_t mode = permissions.mode & kModeBits;
+    if (isDropped) mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+    const struct statx& now = object.facts();
+    const bool isOwnerSame = permissions.userID == now.stx_uid && permissions.groupID == now.stx_gid;
+    if (isOwnerSame && mode == (now.stx_mode & kModeBits)) return noErr;
+    const OSErr second = SetMode(object, mode);
+    if (second == noErr) MatchSidecar(place);
+    return second;
+}
+
+OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
+    HeldObject object;
+    OSErr result = object.Hold(place);
+    if (result == noErr && (whichInfo & kMetadataFacts)) result = StoreFacts(place, object, whichInfo, info);
+    if (result == noErr && (whichInfo & kTimes)) result = SetTimes(object, whichInfo, info);
+    if (result == noErr && (whichInfo & kFSCatInfoPermissions)) {
+        result = SetPermissions(place, object, info.permissions);
+    }
+    return result;
+}
+
+OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info) {
+    DisownOrphan(place.folder.descriptor(), place.name);
+    if (whichInfo == kFSCatInfoNone) return noErr;
+    const OSErr result = ApplyCatalogInfo(place, whichInfo, *info);
+    if (result == noErr && (whichInfo & kFSCatInfoContentMod)) KeepContentDate(place);
+    return result;
+}

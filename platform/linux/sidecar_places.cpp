@@ -1,0 +1,158 @@
+// Sidecars as entries of their folder: telling them from ordinary "._x" entries, and taking them along when
+// their objects are deleted, renamed or moved.
+//
+// "._x" is a sidecar when it is a regular file, begins with the AppleDouble magic and stands beside a file or
+// folder "x" that is no sidecar itself. One that was there first stays an ordinary entry; orphans.cpp
+// remembers which.
+#include "platform/linux/metadata.h"
+
+#include "platform/linux/errors.h"
+#include "platform/linux/orphans.h"
+#include "platform/linux/sidecar.h"
+#include "platform/linux/system_calls.h"
+
+#include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+static std::atomic<uint64_t> sidecarsMade = 0;
+
+uint64_t SidecarsMade() {
+    return sidecarsMade.load(std::memory_order_acquire);
+}
+
+void CountSidecar() {
+    sidecarsMade.fetch_add(1, std::memory_order_release);
+}
+
+SidecarName::SidecarName(const char* name) {
+    bytes[0] = 0;
+    const size_t length = std::strlen(name);
+    if (length + 2 >= sizeof(bytes) || std::strcmp(name, ".") == 0) return;
+    std::memcpy(bytes, "._", 2);
+    std::memcpy(bytes + 2, name, length + 1);
+}
+
+// ---- Telling them
+// ----------------------------------------------------------------------------------------------
+
+static bool BeginsWithMagic(int file) {
+    uint8_t magic[appledouble::kMagicSize];
+    const ssize_t count = Retry([&] { return pread(file, magic, sizeof(magic), 0); });
+    return count == sizeof(magic) && appledouble::Load32(magic) == appledouble::kMagic;
+}
+
+// Opens for reading and writing, lending the owner the right to write where the mode denies it.
+static int OpenForWriting(int folder, const char* name) {
+    constexpr int kFlags = O_NONBLOCK | O_NOCTTY;
+    const int file = OpenName(folder, name, O_RDWR | kFlags);
+    if (file >= 0 || LastErrorNumber() != EACCES) return file;
+    Descriptor readable(OpenName(folder, name, O_RDONLY | kFlags));
+    struct statx facts;
+    if (!readable || FactsAt(readable.number(), "", AT_EMPTY_PATH, facts) < 0) return -1;
+    if (fchmod(readable.number(), (facts.stx_mode & 07777) | S_IWUSR) < 0) return -1;
+    const int lent = OpenName(folder, name, O_RDWR | kFlags);
+    if (fchmod(readable.number(), facts.stx_mode & 07777) == 0) return lent;
+    Close(lent);
+    return -1;
+}
+
+// The failures that mean that an entry of that kind has no bytes to read.
+static bool IsNoFile(int error) {
+    return error == ENOENT || error == ELOOP || error == EISDIR || error == ENXIO || error == ENODEV;
+}
+
+OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descriptor& file,
+                      struct statx& facts) {
+    file.Reset(forWriting ? OpenForWriting(folder, sidecar)
+                          : OpenName(folder, sidecar, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (!file) return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();
+    if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
+    if (!S_ISREG(facts.stx_mode) || !BeginsWithMagic(file.number())) return fnfErr;
+    return IsOrphan(file.number(), facts) ? fnfErr : noErr;
+}
+
+static bool IsAppleDouble(int folder, const char* sidecar) {
+    Descriptor file;
+    struct statx facts;
+    return OpenAppleDouble(folder, sidecar, false, file, facts) == noErr;
+}
+
+// Whether an object that can have a sidecar has the name.
+static bool HasNeighbour(int folder, const char* name) {
+    struct statx facts;
+    if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return false;
+    if (FactsAt(folder, name, AT_SYMLINK_NOFOLLOW, facts) < 0) return false;
+    return S_ISREG(facts.stx_mode) || S_ISDIR(facts.stx_mode);
+}
+
+bool IsSidecar(int folder, const char* name) {
+    // "._._x" belongs to "._x" unless that is the sidecar of "x", and so on; the last in the row is decided
+    // first.
+    bool isSidecar = false;
+    size_t depth = 0;
+    while (std::strncmp(name + 2 * depth, "._", 2) == 0 && HasNeighbour(folder, name + 2 * depth + 2))
+        ++depth;
+    for (; depth; --depth) isSidecar = !isSidecar && IsAppleDouble(folder, name + 2 * (depth - 1));
+    return isSidecar;
+}
+
+// The sidecar of the object that had `name` until a moment ago. For "._x" beside "x" the answer is none:
+// whether that was a sidecar itself can no longer be told, and then nothing of its own stood beside it.
+static OSErr FindSidecarOfGone(int folder, const char* name, const SidecarName& sidecar) {
+    if (!sidecar || (std::strncmp(name, "._", 2) == 0 && HasNeighbour(folder, name + 2))) return fnfErr;
+    return IsAppleDouble(folder, sidecar.bytes) ? noErr : fnfErr;
+}
+
+// ---- Taking them along
+// -----------------------------------------------------------------------------------------
+
+void DisownOrphan(int folder, const char* name) {
+    const SidecarName sidecar(name);
+    Descriptor file;
+    struct statx facts;
+    if (!sidecar || OpenAppleDouble(folder, sidecar.bytes, false, file, facts) != noErr) return;
+    RememberOrphan(file.number(), facts);
+}
+
+static bool AreOneEntry(int folder, const char* name, int otherFolder, const char* other) {
+    struct statx a, b;
+    return FactsAt(folder, name, AT_SYMLINK_NOFOLLOW, a) == 0 &&
+           FactsAt(otherFolder, other, AT_SYMLINK_NOFOLLOW, b) == 0 && SameObject(a, b);
+}
+
+OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName) {
+    const SidecarName sidecar(name), newSidecar(newName);
+    if (!sidecar || !IsSidecar(folder, sidecar.bytes)) return noErr;
+    if (!newSidecar) return bdNamErr;
+    struct statx facts;
+    if (FactsAt(newFolder, newSidecar.bytes, AT_SYMLINK_NOFOLLOW, facts) < 0) {
+        return LastErrorNumber() == ENOENT ? noErr : LastError();
+    }
+    return AreOneEntry(folder, sidecar.bytes, newFolder, newSidecar.bytes) ? noErr : dupFNErr;
+}
+
+OSErr RemoveSidecar(int folder, const char* name) {
+    const SidecarName sidecar(name);
+    if (FindSidecarOfGone(folder, name, sidecar) != noErr) return noErr;
+    if (Retry([&] { return unlinkat(folder, sidecar.bytes, 0); }) == 0) return noErr;
+    return LastErrorNumber() == ENOENT ? noErr : LastError();
+}
+
+OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName) {
+    const SidecarName sidecar(name), newSidecar(newName);
+    if (FindSidecarOfGone(folder, name, sidecar) != noErr) {
+        DisownOrphan(newFolder, newName);
+        return noErr;
+    }
+    if (!newSidecar) return bdNamErr;
+    if (RenameWithoutReplacing(folder, sidecar.bytes, newFolder, newSidecar.bytes) < 0) {
+        const OSErr result = LastError();
+        if (result != dupFNErr) return result;
+        if (!AreOneEntry(folder, sidecar.bytes, newFolder, newSidecar.bytes)) return dupFNErr;
+        if (renameat(folder, sidecar.bytes, newFolder, newSidecar.bytes) < 0) return LastError();
+    }
+    CountSidecar();
+    return noErr;
+}
