@@ -18,14 +18,22 @@ using Ref = std::unique_ptr<OpacTavFSRef, ReleaseReference>;
 
 // The text of an expression, "(null)" for null.
 std::u16string TextOf(const OpacTavFSExp* e);
-inline std::u16string TextOf(const Exp& e) { return TextOf(e.get()); }
+inline std::u16string TextOf(const Exp& e) {
+    return TextOf(e.get());
+}
 
 // The path of a reference, "(null)" for null.
 std::u16string PathOf(const OpacTavFSRef* r);
-inline std::u16string PathOf(const Ref& r) { return PathOf(r.get()); }
+inline std::u16string PathOf(const Ref& r) {
+    return PathOf(r.get());
+}
 
-inline Ref MakeRef(const std::u16string& path) { return Ref(Tav0FSRCreateWithPath(path.c_str())); }
-inline Exp MakeExp(const std::u16string& text) { return Exp(Tav0FSExpCreateExp(text.c_str())); }
+inline Ref MakeRef(const std::u16string& path) {
+    return Ref(Tav0FSRCreateWithPath(path.c_str()));
+}
+inline Exp MakeExp(const std::u16string& text) {
+    return Exp(Tav0FSExpCreateExp(text.c_str()));
+}
 
 // The path that an expression evaluates to, "(null)" when it does not.
 std::u16string Evaluated(const std::u16string& expression, const OpacTavFSRef* base = nullptr);

@@ -6,7 +6,9 @@
 
 namespace {
 
-std::u16string Slashes(int count) { return std::u16string(count, u'/'); }
+std::u16string Slashes(int count) {
+    return std::u16string(count, u'/');
+}
 
 std::optional<std::u16string> Canonical(std::u16string path) {
     if (!MyPathCanonicalize(path.data())) return std::nullopt;
@@ -30,8 +32,9 @@ INSTANTIATE_TEST_SUITE_P(
     Table, Canonicalized,
     testing::Values(
         // nothing to do
-        Case{u"", u""}, Case{u"/", u"/"}, Case{u"/a", u"/a"}, Case{u"/a//b", u"/a//b"}, Case{u"/a/b/", u"/a/b/"},
-        Case{u"/a/b.", u"/a/b."}, Case{u"/a/b.c", u"/a/b.c"}, Case{u"a\\b", u"a\\b"},
+        Case{u"", u""}, Case{u"/", u"/"}, Case{u"/a", u"/a"}, Case{u"/a//b", u"/a//b"},
+        Case{u"/a/b/", u"/a/b/"}, Case{u"/a/b.", u"/a/b."}, Case{u"/a/b.c", u"/a/b.c"},
+        Case{u"a\\b", u"a\\b"},
         // dots without a separator before them are text
         Case{u".", u"."}, Case{u"..", u".."}, Case{u".a/b", u".a/b"}, Case{u"../a", u"../a"},
         // one dot deletes itself, k dots k - 1 segments more
@@ -45,18 +48,26 @@ INSTANTIATE_TEST_SUITE_P(
 
 class NotCanonicalized : public testing::TestWithParam<const TavChar*> {};
 
-TEST_P(NotCanonicalized, IsRefused) { EXPECT_EQ(Canonical(GetParam()), std::nullopt); }
+TEST_P(NotCanonicalized, IsRefused) {
+    EXPECT_EQ(Canonical(GetParam()), std::nullopt);
+}
 
 INSTANTIATE_TEST_SUITE_P(Table, NotCanonicalized,
                          testing::Values(u"/..", u"/a/...", u"a/../b", u"a/..", u"/a/../..", u"/a/../../b",
                                          u"/a/.hidden", u"/a/..x", u"/.x/a", u"/a/. ", u"/a:b", u":", u":a",
                                          u"/a/b:", u"ab:", u"C::", u"C:..", u"C:.", u"C:.a"));
 
-TEST(Canonicalized, TakesAColonSecondEvenBehindASlash) { EXPECT_EQ(Canonical(u"/:a"), u"/:a"); }
+TEST(Canonicalized, TakesAColonSecondEvenBehindASlash) {
+    EXPECT_EQ(Canonical(u"/:a"), u"/:a");
+}
 
-TEST(Canonicalized, Holds511Separators) { EXPECT_EQ(Canonical(Slashes(511)), Slashes(511)); }
+TEST(Canonicalized, Holds511Separators) {
+    EXPECT_EQ(Canonical(Slashes(511)), Slashes(511));
+}
 
-TEST(NotCanonicalized, Refuses512Separators) { EXPECT_EQ(Canonical(Slashes(512)), std::nullopt); }
+TEST(NotCanonicalized, Refuses512Separators) {
+    EXPECT_EQ(Canonical(Slashes(512)), std::nullopt);
+}
 
 TEST(Canonicalized, FreesSeparatorsWithDeletedSegments) {
     std::u16string path = u"/a";

@@ -214,7 +214,9 @@ struct EvaluationCase {
 
 class AbsoluteRoot : public testing::TestWithParam<EvaluationCase> {};
 
-TEST_P(AbsoluteRoot, IsSkipped) { EXPECT_EQ(Evaluated(GetParam().expression), GetParam().path); }
+TEST_P(AbsoluteRoot, IsSkipped) {
+    EXPECT_EQ(Evaluated(GetParam().expression), GetParam().path);
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Table, AbsoluteRoot,
@@ -283,7 +285,6 @@ TEST(KeyRoot, FailsWithoutAKey) {
     EXPECT_EQ(Evaluated(u"$\\x"), u"(null)");
 }
 
-
 class BaseRoot : public testing::TestWithParam<EvaluationCase> {};
 
 TEST_P(BaseRoot, IsReplacedByTheBase) {
@@ -291,14 +292,17 @@ TEST_P(BaseRoot, IsReplacedByTheBase) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, BaseRoot,
-                         testing::Values(EvaluationCase{u"$$pref\\x", u"/B/x"}, EvaluationCase{u"$$pref", u"/B"},
-                                         EvaluationCase{u"$$", u"/B"}, EvaluationCase{u"$$p\\x", u"/B/x"},
+                         testing::Values(EvaluationCase{u"$$pref\\x", u"/B/x"},
+                                         EvaluationCase{u"$$pref", u"/B"}, EvaluationCase{u"$$", u"/B"},
+                                         EvaluationCase{u"$$p\\x", u"/B/x"},
                                          // the third unit after the root is passed over whatever it is
-                                         EvaluationCase{u"$$\\x\\y", u"/B/y"}, EvaluationCase{u"$$\\x", u"/B"},
-                                         EvaluationCase{u"$$pref\\..", u""},
+                                         EvaluationCase{u"$$\\x\\y", u"/B/y"},
+                                         EvaluationCase{u"$$\\x", u"/B"}, EvaluationCase{u"$$pref\\..", u""},
                                          EvaluationCase{u"$$pref\\..\\..", u"(null)"}));
 
-TEST(BaseRoot, FailsWithoutABase) { EXPECT_EQ(Evaluated(u"$$pref\\x"), u"(null)"); }
+TEST(BaseRoot, FailsWithoutABase) {
+    EXPECT_EQ(Evaluated(u"$$pref\\x"), u"(null)");
+}
 
 TEST(BaseRoot, TakesTheBaseAsItIsWritten) {
     EXPECT_EQ(Evaluated(u"$$k\\x", MakeRef(u"/B/").get()), u"/B/x");

@@ -8,8 +8,12 @@
 
 namespace {
 
-Exp Absolute(const std::u16string& path) { return Exp(Tav0FSExpCreateAbs(MakeRef(path).get())); }
-Exp Key(const char (&key)[5]) { return Exp(Tav0FSExpCreateTK(key)); }
+Exp Absolute(const std::u16string& path) {
+    return Exp(Tav0FSExpCreateAbs(MakeRef(path).get()));
+}
+Exp Key(const char (&key)[5]) {
+    return Exp(Tav0FSExpCreateTK(key));
+}
 
 } // namespace
 
@@ -43,7 +47,9 @@ TEST(CreateAbs, OutlivesTheReference) {
     EXPECT_EQ(TextOf(e), u"M\\/gone/soon");
 }
 
-TEST(CreateAbs, GivesNullForNull) { EXPECT_EQ(Tav0FSExpCreateAbs(nullptr), nullptr); }
+TEST(CreateAbs, GivesNullForNull) {
+    EXPECT_EQ(Tav0FSExpCreateAbs(nullptr), nullptr);
+}
 
 TEST(CreateTK, WritesTheKeysCharacters) {
     const Exp e = Key("pref");
@@ -54,18 +60,25 @@ TEST(CreateTK, WritesTheKeysCharacters) {
 }
 
 TEST(CreateTK, StopsAtAZeroByte) {
-    const Exp e = Key("ab\0");
+    const Exp e = Key("ab\0\0");
     EXPECT_EQ(TextOf(e), u"$ab");
     EXPECT_EQ(e->length, 3u);
     EXPECT_EQ(e->capacity, 6u);
     EXPECT_EQ(e->storage[3], 0);
-    EXPECT_EQ(TextOf(Key("a\0b")), u"$a");
-    EXPECT_EQ(TextOf(Key("\0")), u"$");
+    EXPECT_EQ(TextOf(Key("a\0b\0")), u"$a");
+    EXPECT_EQ(TextOf(Key("\0\0\0\0")), u"$");
 }
 
-TEST(CreateTK, SignExtendsBytes) { EXPECT_EQ(TextOf(Key("a\x80\xff" "b")), u"$a\xFF80\xFFFF" u"b"); }
+TEST(CreateTK, SignExtendsBytes) {
+    EXPECT_EQ(TextOf(Key("a\x80\xff"
+                         "b")),
+              u"$a\xFF80\xFFFF"
+              u"b");
+}
 
-TEST(CreateTK, GivesNullForNull) { EXPECT_EQ(Tav0FSExpCreateTK(nullptr), nullptr); }
+TEST(CreateTK, GivesNullForNull) {
+    EXPECT_EQ(Tav0FSExpCreateTK(nullptr), nullptr);
+}
 
 TEST(CreateExp, TakesTheTextAsItStands) {
     const Exp e = MakeExp(u"$k\\a/b\\%:");
@@ -84,7 +97,9 @@ TEST(CreateExp, TakesAnEmptyText) {
     EXPECT_EQ(TextOf(e), u"\\x");
 }
 
-TEST(CreateExp, GivesNullForNull) { EXPECT_EQ(Tav0FSExpCreateExp(nullptr), nullptr); }
+TEST(CreateExp, GivesNullForNull) {
+    EXPECT_EQ(Tav0FSExpCreateExp(nullptr), nullptr);
+}
 
 TEST(GetExp, TellsTheUnitsNeeded) {
     const Exp e = MakeExp(u"abc");
@@ -127,15 +142,15 @@ TEST_P(IsRelPath, ReportsTheName) {
     EXPECT_EQ(std::u16string(name), c.name);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, IsRelPath,
-                         testing::Values(RelPathCase{u"$$pref\\Data", 32, 1, 4, u"pref"},
-                                         RelPathCase{u"$$pref\\Data", 5, 1, 4, u"pref"},
-                                         RelPathCase{u"$$pref\\Data", 4, 1, 0, u"*"},
-                                         RelPathCase{u"$$pref", 32, 1, 0, u"*"}, RelPathCase{u"$$", 32, 1, 0, u"*"},
-                                         RelPathCase{u"$$\\", 32, 1, 0, u""}, RelPathCase{u"$$\\", 0, 1, 0, u"*"},
-                                         RelPathCase{u"$pref\\x", 32, 0, 32, u"*"},
-                                         RelPathCase{u"$", 32, 0, 32, u"*"}, RelPathCase{u"", 32, 0, 32, u"*"},
-                                         RelPathCase{u"M\\$$", 32, 0, 32, u"*"}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, IsRelPath,
+    testing::Values(RelPathCase{u"$$pref\\Data", 32, 1, 4, u"pref"},
+                    RelPathCase{u"$$pref\\Data", 5, 1, 4, u"pref"},
+                    RelPathCase{u"$$pref\\Data", 4, 1, 0, u"*"}, RelPathCase{u"$$pref", 32, 1, 0, u"*"},
+                    RelPathCase{u"$$", 32, 1, 0, u"*"}, RelPathCase{u"$$\\", 32, 1, 0, u""},
+                    RelPathCase{u"$$\\", 0, 1, 0, u"*"}, RelPathCase{u"$pref\\x", 32, 0, 32, u"*"},
+                    RelPathCase{u"$", 32, 0, 32, u"*"}, RelPathCase{u"", 32, 0, 32, u"*"},
+                    RelPathCase{u"M\\$$", 32, 0, 32, u"*"}));
 
 TEST(IsRelPath, NeedsNeitherBufferNorSize) {
     const Exp e = MakeExp(u"$$pref\\Data");
@@ -171,13 +186,13 @@ TEST_P(AppendSeg, LeavesOneSeparatorBetween) {
     EXPECT_EQ(TextOf(e), GetParam().after);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, AppendSeg,
-                         testing::Values(AppendCase{u"$k", u"x/y", u"$k\\x\\y"},
-                                         AppendCase{u"$k\\", u"\\x", u"$k\\x"}, AppendCase{u"$k", u"\\x", u"$k\\x"},
-                                         AppendCase{u"$k\\", u"x", u"$k\\x"}, AppendCase{u"$k", u"", u"$k\\"},
-                                         AppendCase{u"$k\\", u"", u"$k\\"}, AppendCase{u"$k", u"/x", u"$k\\\\x"},
-                                         AppendCase{u"a/b", u"c/", u"a/b\\c\\"},
-                                         AppendCase{u"$k\\\\", u"\\x", u"$k\\\\x"}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, AppendSeg,
+    testing::Values(AppendCase{u"$k", u"x/y", u"$k\\x\\y"}, AppendCase{u"$k\\", u"\\x", u"$k\\x"},
+                    AppendCase{u"$k", u"\\x", u"$k\\x"}, AppendCase{u"$k\\", u"x", u"$k\\x"},
+                    AppendCase{u"$k", u"", u"$k\\"}, AppendCase{u"$k\\", u"", u"$k\\"},
+                    AppendCase{u"$k", u"/x", u"$k\\\\x"}, AppendCase{u"a/b", u"c/", u"a/b\\c\\"},
+                    AppendCase{u"$k\\\\", u"\\x", u"$k\\\\x"}));
 
 TEST(AppendSeg, RefusesNull) {
     const Exp e = MakeExp(u"$k");
@@ -220,7 +235,8 @@ TEST(AdjustStorage, GivesThePlaceBehindTheTextWhenThereIsRoom) {
 TEST(AdjustStorage, AtLeastDoubles) {
     for (const auto& [needed, capacity] : {std::pair{4, 6u}, {6, 6u}, {7, 7u}, {20, 20u}}) {
         const Exp e = MakeExp(u"abc");
-        EXPECT_EQ(AdjustStorageAndGetAppend(e.get(), needed), e->storage + 3);
+        const TavChar* const end = AdjustStorageAndGetAppend(e.get(), needed);
+        EXPECT_EQ(end, e->storage + 3);
         EXPECT_EQ(e->capacity, capacity);
         EXPECT_EQ(e->length, 3u);
         EXPECT_EQ(TextOf(e), u"abc");
@@ -229,8 +245,9 @@ TEST(AdjustStorage, AtLeastDoubles) {
 
 TEST(AdjustStorage, GivesAnEmptyObjectExactlyWhatIsNeeded) {
     OpacTavFSExp e;
-    EXPECT_EQ(AdjustStorageAndGetAppend(&e, 5), e.storage);
-    EXPECT_NE(e.storage, nullptr);
+    const TavChar* const end = AdjustStorageAndGetAppend(&e, 5);
+    ASSERT_NE(end, nullptr);
+    EXPECT_EQ(end, e.storage);
     EXPECT_EQ(e.capacity, 5u);
 }
 
@@ -260,4 +277,6 @@ TEST(RemoveSlash, TakesOneOffAndKeepsTheStorage) {
     EXPECT_EQ(empty.length, 0u);
 }
 
-TEST(Release, IgnoresNull) { Tav0FSExpRelease(nullptr); }
+TEST(Release, IgnoresNull) {
+    Tav0FSExpRelease(nullptr);
+}

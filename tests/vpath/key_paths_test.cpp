@@ -112,7 +112,8 @@ TEST(UnderBase, IsNotFoundForNull) {
 }
 
 TEST(UnderBase, TakesAShortKey) {
-    EXPECT_EQ(TextOf(Exp(Tav0FSExpCreateAbsOnKey(MakeRef(u"/a/b").get(), "k\0\0", MakeRef(u"/a").get()))), u"$$k\\b");
+    EXPECT_EQ(TextOf(Exp(Tav0FSExpCreateAbsOnKey(MakeRef(u"/a/b").get(), "k\0\0\0", MakeRef(u"/a").get()))),
+              u"$$k\\b");
 }
 
 TEST(UnderBase, GrowsByOneUnitForTheSecondDollar) {

@@ -96,7 +96,9 @@ TEST(ValRemove, ForgetsTheName) {
     EXPECT_EQ(Get("lang"), nullptr);
 }
 
-TEST(ModifyAccount, IsZeroAtLoad) { EXPECT_EQ(Tav0FSValGetModifyAccount(), 0u); }
+TEST(ModifyAccount, IsZeroAtLoad) {
+    EXPECT_EQ(Tav0FSValGetModifyAccount(), 0u);
+}
 
 TEST(ModifyAccount, CountsRegistrationsAndRemovals) {
     Register("lang", u"en");

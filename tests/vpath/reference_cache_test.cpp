@@ -33,8 +33,8 @@ OpacTavFSRef* Add(References& references, const std::u16string& path) {
     return r;
 }
 
-// Paths of the kinds that make keys alike or not: long common beginnings, short and long names, names that are
-// beginnings of others, units beyond a byte.
+// Paths of the kinds that make keys alike or not: long common beginnings, short and long names, names that
+// are beginnings of others, units beyond a byte.
 std::u16string RandomPath(std::mt19937& random) {
     static const std::u16string pieces[] = {u"/",     u"/a",          u"/b",          u"/Users/ann/Documents",
                                             u"/\xFE", u"/\xFF",       u"/\x100",      u"/\xFFFF\x4E2D",
@@ -112,7 +112,8 @@ TEST(References, AgreeWithAnOrderedMap) {
         if (!exists && random() % 10 < grow) {
             model[path] = Add(references, path);
         } else if (!model.empty() && random() % 10 >= grow) {
-            const auto victim = exists ? lower : std::next(model.begin(), random() % std::min<size_t>(model.size(), 50));
+            const auto victim =
+                exists ? lower : std::next(model.begin(), random() % std::min<size_t>(model.size(), 50));
             references.Release(victim->second);
             model.erase(victim);
         }
@@ -152,8 +153,9 @@ INSTANTIATE_TEST_SUITE_P(
     Orders, ReferencesInOrder,
     testing::Values(Order{"Sorted", [](auto& paths) { std::sort(paths.begin(), paths.end()); }},
                     Order{"Reverse", [](auto& paths) { std::sort(paths.rbegin(), paths.rend()); }},
-                    Order{"Shuffled", [](auto& paths) { std::shuffle(paths.begin(), paths.end(), std::mt19937(1)); }}),
-    [](const auto& info) { return info.param.name; });
+                    Order{"Shuffled",
+                          [](auto& paths) { std::shuffle(paths.begin(), paths.end(), std::mt19937(1)); }}),
+    [](const auto& order) { return order.param.name; });
 
 TEST(CreateWithPath, GivesTheSameReferenceForTheSamePath) {
     OpacTavFSRef* const r = Tav0FSRCreateWithPath(u"/a/b");
@@ -181,9 +183,13 @@ TEST(CreateWithPath, KeepsWhatItIsGiven) {
     }
 }
 
-TEST(CreateWithPath, GivesNullForNull) { EXPECT_EQ(Tav0FSRCreateWithPath(nullptr), nullptr); }
+TEST(CreateWithPath, GivesNullForNull) {
+    EXPECT_EQ(Tav0FSRCreateWithPath(nullptr), nullptr);
+}
 
-TEST(Release, IgnoresNullReference) { Tav0FSRRelease(nullptr); }
+TEST(Release, IgnoresNullReference) {
+    Tav0FSRRelease(nullptr);
+}
 
 TEST(Lock, MayBeTakenAgainByItsHolder) {
     ASSERT_TRUE(s_FSRefs.Lock());

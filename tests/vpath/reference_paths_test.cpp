@@ -13,7 +13,9 @@ int32_t Resolves(const std::u16string& path) {
     return Tav0FSRToAbs(MakeRef(path).get(), &out, 0);
 }
 
-int32_t Exists(const std::u16string& path) { return Tav0FSRIsExist(MakeRef(path).get()); }
+int32_t Exists(const std::u16string& path) {
+    return Tav0FSRIsExist(MakeRef(path).get());
+}
 
 } // namespace
 
@@ -64,7 +66,9 @@ TEST(ToAbs, FailsForWhatIsNotThere) {
     const TemporaryFolder folder;
     EXPECT_EQ(Resolves(Wide(folder / "none")), 0);
     EXPECT_EQ(Resolves(u""), 0);
-    EXPECT_EQ(Resolves(u"/a\xD800" u"b"), 0);
+    EXPECT_EQ(Resolves(u"/a\xD800"
+                       u"b"),
+              0);
 }
 
 TEST(ToAbs, LeavesTheOutputOnFailure) {
@@ -76,7 +80,9 @@ TEST(ToAbs, LeavesTheOutputOnFailure) {
     EXPECT_EQ(std::memcmp(&out, &before, sizeof out), 0);
 }
 
-TEST(ToAbs, FailsForNull) { EXPECT_EQ(Tav0FSRToAbs(MakeRef(u"/").get(), nullptr, 0), 0); }
+TEST(ToAbs, FailsForNull) {
+    EXPECT_EQ(Tav0FSRToAbs(MakeRef(u"/").get(), nullptr, 0), 0);
+}
 
 TEST(ToAbs, RefusesPathsOf1024Units) {
     // "/./././…" names the root, however long it is.
@@ -121,13 +127,13 @@ TEST_P(AppendComponent, GivesTheChild) {
     EXPECT_EQ(PathOf(Ref(Tav0FSRAppendPathComponent(ref.get(), GetParam().component))), GetParam().result);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, AppendComponent,
-                         testing::Values(AppendCase{u"/a", u"b", u"/a/b"}, AppendCase{u"/a", u"x/../y", u"/a/y"},
-                                         AppendCase{u"/a/", u"b/c", u"/a/b/c"}, AppendCase{u"/", u"a", u"/a"},
-                                         AppendCase{u"/a", u"..", u""}, AppendCase{u"/a", u"", u"/a"},
-                                         AppendCase{u"/a", u"\\b", u"/a/b"}, AppendCase{u"/a", u".x", u"(null)"},
-                                         AppendCase{u"/a", u"../..", u"(null)"},
-                                         AppendCase{u"/a", u"x:y", u"(null)"}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, AppendComponent,
+    testing::Values(AppendCase{u"/a", u"b", u"/a/b"}, AppendCase{u"/a", u"x/../y", u"/a/y"},
+                    AppendCase{u"/a/", u"b/c", u"/a/b/c"}, AppendCase{u"/", u"a", u"/a"},
+                    AppendCase{u"/a", u"..", u""}, AppendCase{u"/a", u"", u"/a"},
+                    AppendCase{u"/a", u"\\b", u"/a/b"}, AppendCase{u"/a", u".x", u"(null)"},
+                    AppendCase{u"/a", u"../..", u"(null)"}, AppendCase{u"/a", u"x:y", u"(null)"}));
 
 TEST(AppendComponent, GivesNullForNull) {
     EXPECT_EQ(Tav0FSRAppendPathComponent(nullptr, u"a"), nullptr);
@@ -151,7 +157,8 @@ TEST_P(LastComponent, IsTakenOff) {
 
 TEST_P(LastComponent, IsRead) {
     TavChar name[16] = u"***************";
-    EXPECT_EQ(Tav0FSRGetLastPathComponent(MakeRef(GetParam().path).get(), name, 16), GetParam().path[0] ? 1 : 0);
+    EXPECT_EQ(Tav0FSRGetLastPathComponent(MakeRef(GetParam().path).get(), name, 16),
+              GetParam().path[0] ? 1 : 0);
     EXPECT_EQ(std::u16string(name), GetParam().name);
 }
 
@@ -164,9 +171,10 @@ TEST_P(LastComponent, NeedsNoBuffer) {
 INSTANTIATE_TEST_SUITE_P(Table, LastComponent,
                          testing::Values(LastCase{u"/a/b", u"/a/", u"b"}, LastCase{u"/a", u"/", u"a"},
                                          LastCase{u"/", u"(null)", u""}, LastCase{u"/a/", u"(null)", u"/a"},
-                                         LastCase{u"/a/b/", u"(null)", u"/a/b"}, LastCase{u"a", u"(null)", u"a"},
-                                         LastCase{u"a/b", u"a/", u"b"}, LastCase{u"//", u"(null)", u"/"},
-                                         LastCase{u"//a", u"//", u"a"}, LastCase{u"", u"(null)", u""}));
+                                         LastCase{u"/a/b/", u"(null)", u"/a/b"},
+                                         LastCase{u"a", u"(null)", u"a"}, LastCase{u"a/b", u"a/", u"b"},
+                                         LastCase{u"//", u"(null)", u"/"}, LastCase{u"//a", u"//", u"a"},
+                                         LastCase{u"", u"(null)", u""}));
 
 TEST(LastComponentBuffer, IsCutAndZeroFilled) {
     const Ref ref = MakeRef(u"/a/bcd");

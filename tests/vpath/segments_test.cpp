@@ -7,7 +7,9 @@ TEST(SegLen, CountsUnitsBeforeTheTerminator) {
     EXPECT_EQ(SegLen(u""), 0u);
 }
 
-TEST(SegLen, TakesNullAsEmpty) { EXPECT_EQ(SegLen(nullptr), 0u); }
+TEST(SegLen, TakesNullAsEmpty) {
+    EXPECT_EQ(SegLen(nullptr), 0u);
+}
 
 TEST(SegCmp, ComparesByUnsignedUnits) {
     EXPECT_EQ(SegCmp(u"a", u"a"), 0);

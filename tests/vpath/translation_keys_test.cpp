@@ -14,7 +14,9 @@ FSRef Filled(uint8_t byte) {
     return ref;
 }
 
-bool Same(const FSRef* a, const FSRef& b) { return a && std::memcmp(a, &b, sizeof b) == 0; }
+bool Same(const FSRef* a, const FSRef& b) {
+    return a && std::memcmp(a, &b, sizeof b) == 0;
+}
 
 } // namespace
 
