@@ -122,9 +122,11 @@ void Count(Kind kind, long change) {
 Injection::Injection(const Fault& fault) {
     State& state = TheState();
     state.log.reserve(4096);
+    // A long name is a block of its own; it comes and goes outside the lock, which blocks take as well.
+    Fault next = fault;
     std::lock_guard lock(state.mutex);
     if (state.active) abort();
-    state.fault = fault;
+    std::swap(state.fault, next);
     state.seen = state.fired = 0;
     state.firedAt = "";
     state.log.clear();
