@@ -1,4 +1,3 @@
-#include "platform/catalog.h"
 #include "platform/references.h"
 #include "vpath/expressions.h"
 #include "vpath/key_paths.h"
@@ -42,6 +41,18 @@ void CopyName(const LastComponent& last, TavChar* buf, uint32_t units) {
     if (buf && units > 0) std::copy_n(last.name, std::min(units - 1, last.nameUnits), buf);
 }
 
+// Whether there is an object at r's path; `out`, unless null, receives the platform's reference to it.
+bool FindObject(const OpacTavFSRef* r, uint32_t options, FSRef* out) {
+    TavChar path[kPathUnits];
+    if (!ReadPath(r, path)) return false;
+    char* utf8 = Tav0UTF8FromUTF16(path);
+    if (!utf8) return false;
+    const OSStatus result =
+        FSPathMakeRefWithOptions(reinterpret_cast<const uint8_t*>(utf8), options, out, nullptr);
+    Tav0UTFRelease(utf8);
+    return result == noErr;
+}
+
 } // namespace
 
 OpacTavFSRef* Tav0FSRCreateAbs(const FSRef* folder) {
@@ -55,20 +66,12 @@ OpacTavFSRef* Tav0FSRCreateTK(const TavKey* key) {
 }
 
 int32_t Tav0FSRToAbs(const OpacTavFSRef* r, FSRef* out, uint32_t) {
-    TavChar path[kPathUnits];
-    if (!out || !ReadPath(r, path)) return 0;
-    char* utf8 = Tav0UTF8FromUTF16(path);
-    if (!utf8) return 0;
-    const OSStatus result = FSPathMakeRef(reinterpret_cast<const uint8_t*>(utf8), out, nullptr);
-    Tav0UTFRelease(utf8);
-    return result == noErr;
+    // A link whose target is missing can be deleted, moved and renamed.
+    return out && FindObject(r, kFSPathMakeRefDoNotFollowLeafSymlink, out);
 }
 
 int32_t Tav0FSRIsExist(const OpacTavFSRef* r) {
-    FSRef scratch;
-    // A link can be referred to when its target is missing; asking about it tells.
-    return Tav0FSRToAbs(r, &scratch, 0) &&
-           FSGetCatalogInfo(&scratch, kFSCatInfoNone, nullptr, nullptr, nullptr, nullptr) == noErr;
+    return FindObject(r, kFSPathMakeRefDefaultOptions, nullptr);
 }
 
 OpacTavFSRef* Tav0FSRAppendPathComponent(const OpacTavFSRef* r, const TavChar* component) {

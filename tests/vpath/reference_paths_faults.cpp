@@ -52,23 +52,21 @@ TEST(ReferencePathFaults, TheLastNameTakesNoMemory) {
     EXPECT_EQ(std::u16string(name), u"b");
 }
 
-TEST(ReferencePathFaults, ResolvingFailsWithThePlatformOrWithoutMemory) {
+TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatformOrMemory) {
     const Ref ref = MakeRef(u"/");
-    for (const char* operation : {"malloc", "FSPathMakeRef"}) {
+    for (const char* operation : {"malloc", "FSPathMakeRefWithOptions"}) {
         FSRef out;
+        {
+            const Injection fault({.call = 1, .operation = operation});
+            const int32_t found = Tav0FSRToAbs(ref.get(), &out, 0);
+            const Pause pause;
+            EXPECT_EQ(fault.fired(), 1u);
+            EXPECT_EQ(found, 0) << operation;
+        }
         const Injection fault({.call = 1, .operation = operation});
-        const int32_t found = Tav0FSRToAbs(ref.get(), &out, 0);
+        const int32_t exists = Tav0FSRIsExist(ref.get());
         const Pause pause;
         EXPECT_EQ(fault.fired(), 1u);
-        EXPECT_EQ(found, 0) << operation;
+        EXPECT_EQ(exists, 0) << operation;
     }
-}
-
-TEST(ReferencePathFaults, ExistenceNeedsTheObjectItself) {
-    const Ref ref = MakeRef(u"/");
-    const Injection fault({.call = 1, .code = -43, .operation = "FSGetCatalogInfo"});
-    const int32_t exists = Tav0FSRIsExist(ref.get());
-    const Pause pause;
-    EXPECT_EQ(fault.fired(), 1u);
-    EXPECT_EQ(exists, 0);
 }
