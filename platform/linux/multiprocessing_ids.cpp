@@ -28,7 +28,6 @@ struct Table {
     uint32_t firstFree = 0;
     uint32_t lastFree = 0;
     uint32_t countFree = 0;
-    bool forkHandled = false;
 };
 constinit Table table;
 
@@ -84,9 +83,6 @@ void UnlockTable() {
 
 uint32_t CreateObject(const NewObject& object) noexcept {
     HeldLock lock(table.lock);
-    if (!table.forkHandled) {
-        table.forkHandled = PlatformAtFork(LockTable, UnlockTable, UnlockTable) == 0;
-    }
     uint32_t index = TakeSlot();
     if (index == 0) {
         return 0;
@@ -125,6 +121,12 @@ uint32_t CountObjects() noexcept {
 }
 
 namespace {
+
+// At load, because a fork that has begun does not see handlers that another thread registers then. Before
+// those of the other locks: this one is taken last, before a fork as everywhere.
+[[gnu::constructor(101)]] void HandleForks() {
+    (void)PlatformAtFork(LockTable, UnlockTable, UnlockTable);
+}
 
 // Runs after every other destructor of the library, which may still close objects.
 [[gnu::destructor(101)]] void ReleaseTable() {

@@ -16,21 +16,17 @@
 namespace {
 
 constinit std::mutex queuesLock;
-constinit bool forkHandled = false; // under the lock
 
-// Registered after the table's handlers: the table's lock is taken last before a fork, as everywhere.
 void LockQueues() {
     LockForFork(queuesLock);
 }
+
 void UnlockQueues() {
     UnlockAfterFork(queuesLock);
 }
 
-void HandleForks() {
-    HeldLock lock(queuesLock);
-    if (!forkHandled) {
-        forkHandled = PlatformAtFork(LockQueues, UnlockQueues, UnlockQueues) == 0;
-    }
+[[gnu::constructor(102)]] void HandleForks() {
+    (void)PlatformAtFork(LockQueues, UnlockQueues, UnlockQueues);
 }
 
 Taken ClaimMessage(ObjectSlot& slot, void* context) {
@@ -107,11 +103,7 @@ bool PostMessage(MPQueueID queue, TaskMessage* message) noexcept {
 
 OSStatus MPCreateQueue(MPQueueID* queue) {
     *queue = CreateObject({.kind = ObjectKind::Queue});
-    if (*queue == 0) {
-        return kMPInsufficientResourcesErr;
-    }
-    HandleForks();
-    return noErr;
+    return *queue != 0 ? OSStatus{noErr} : kMPInsufficientResourcesErr;
 }
 
 OSStatus MPDeleteQueue(MPQueueID queue) {

@@ -82,7 +82,6 @@ constinit std::mutex tasksLock;
 constinit TaskList running;
 constinit TaskList ended; // to be joined
 constinit std::atomic<bool> anyEnded = false;
-constinit bool forkHandled = false;
 
 // ---- The signal ----
 
@@ -162,10 +161,10 @@ void Finish(Task& task, OSStatus status) {
         }
     }
     // The record lives until this thread has been joined.
-    TaskMessage* message = task.message.get();
+    TaskMessage* message = task.message.release();
     message->parameters[2] = reinterpret_cast<void*>(static_cast<intptr_t>(status));
-    if (PostMessage(task.notifyQueue, message)) {
-        (void)task.message.release();
+    if (!PostMessage(task.notifyQueue, message)) {
+        task.message.reset(message);
     }
 }
 
@@ -317,6 +316,10 @@ void ForgetOtherTasks() {
     UnlockTasks();
 }
 
+[[gnu::constructor(103)]] void HandleForks() {
+    (void)PlatformAtFork(LockTasks, UnlockTasks, ForgetOtherTasks);
+}
+
 // Makes the task known before its thread starts. False when there is no room.
 bool Announce(Task& task) {
     task.id = CreateObject({.kind = ObjectKind::Task, .task = &task});
@@ -324,9 +327,6 @@ bool Announce(Task& task) {
         return false;
     }
     HeldLock lock(tasksLock);
-    if (!forkHandled) {
-        forkHandled = PlatformAtFork(LockTasks, UnlockTasks, ForgetOtherTasks) == 0;
-    }
     ChooseSignal();
     running.Add(task);
     return true;
