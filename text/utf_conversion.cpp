@@ -1,6 +1,7 @@
 // Strict conversion of whole texts between UTF-8 and UTF-16.
-#include "TavPort.h"
+#include "text/unit_scan.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -13,84 +14,172 @@ constexpr uint32_t kLastCodePoint = 0x10FFFF;
 constexpr bool IsSurrogate(uint32_t v) {
     return (v & 0xFFFFF800) == 0xD800;
 }
-constexpr bool IsHighSurrogate(uint32_t v) {
-    return (v & 0xFFFFFC00) == 0xD800;
-}
 constexpr bool IsLowSurrogate(uint32_t v) {
     return (v & 0xFFFFFC00) == 0xDC00;
+}
+constexpr bool IsCommonThreeByte(uint32_t v) {
+    return v - 0x800 < 0xD800 - 0x800;
 }
 constexpr bool IsContinuation(uint8_t byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// Bytes of the sequence that a lead byte begins; 0 for a byte that begins none.
-constexpr uint32_t SequenceLength(uint8_t lead) {
-    if (lead < 0x80) return 1;
-    if (lead < 0xC2) return 0;
-    if (lead < 0xE0) return 2;
-    if (lead < 0xF0) return 3;
-    return lead < 0xF5 ? 4 : 0;
+// ---- Blocks of ASCII ----
+
+// Elements converted together, in the compiler's own vectors: every machine has a lowering for them.
+constexpr size_t kBlock = 16;
+using Bytes = uint8_t __attribute__((vector_size(kBlock)));
+using Units = uint16_t __attribute__((vector_size(kBlock * 2)));
+
+uint64_t LoadWord(const void* p) {
+    uint64_t word = 0;
+    memcpy(&word, p, sizeof word);
+    return word;
 }
 
-// Whether `v` may be written in `length` bytes: not overlong, not beyond the last code point, no surrogate.
-constexpr bool IsLegal(uint32_t v, uint32_t length) {
-    constexpr uint32_t smallest[] = {0, 0, 0x80, 0x800, kFirstSupplementary};
-    return v >= smallest[length] && v <= kLastCodePoint && !IsSurrogate(v);
+constexpr uint32_t SwappedOnLittleEndian(uint32_t word) {
+    if constexpr (std::endian::native == std::endian::big) return word;
+    return word << 24 | (word & 0xFF00) << 8 | (word >> 8 & 0xFF00) | word >> 24;
 }
 
-// Decodes the sequence at `in` into `v`; its length in bytes, 0 when it is cut or not legal.
-uint32_t DecodeSequence(const uint8_t* in, const uint8_t* end, uint32_t& v) {
-    const uint32_t length = SequenceLength(*in);
-    if (length == 0 || static_cast<size_t>(end - in) < length) return 0;
-    if (length == 1) {
-        v = *in;
-        return 1;
+uint32_t LoadBigEndian(const uint8_t* p) {
+    uint32_t word = 0;
+    memcpy(&word, p, sizeof word);
+    return SwappedOnLittleEndian(word);
+}
+
+void StoreBigEndian(uint8_t* p, uint32_t word) {
+    word = SwappedOnLittleEndian(word);
+    memcpy(p, &word, sizeof word);
+}
+
+// How many of the elements in front of `word` have none of the mask's bits, for elements of `bits` bits.
+size_t LeadingClear(uint64_t word, size_t bits) {
+    const int zeros =
+        std::endian::native == std::endian::little ? std::countr_zero(word) : std::countl_zero(word);
+    return static_cast<size_t>(zeros) / bits;
+}
+
+// ASCII bytes at the start of a block.
+size_t LeadingAscii(const uint8_t* in) {
+    constexpr uint64_t mask = 0x8080808080808080;
+    const uint64_t first = LoadWord(in) & mask, second = LoadWord(in + 8) & mask;
+    return first ? LeadingClear(first, 8) : 8 + LeadingClear(second, 8);
+}
+
+// ASCII units at the start of a block.
+size_t LeadingAscii(const TavChar* in) {
+    constexpr uint64_t mask = 0xFF80FF80FF80FF80;
+    for (size_t i = 0; i < kBlock; i += 4) {
+        if (const uint64_t word = LoadWord(in + i) & mask) return i + LeadingClear(word, 16);
     }
-    v = *in & (0x7Fu >> length);
-    for (uint32_t i = 1; i < length; ++i) {
-        if (!IsContinuation(in[i])) return 0;
-        v = v << 6 | (in[i] & 0x3F);
+    return kBlock;
+}
+
+// Widens or narrows a block.
+template <typename FromVector, typename ToVector>
+void ConvertBlock(const void* in, void* out) {
+    FromVector from;
+    memcpy(&from, in, sizeof from);
+    const ToVector to = __builtin_convertvector(from, ToVector);
+    memcpy(out, &to, sizeof to);
+}
+
+void CopyBlock(const uint8_t* in, TavChar* out) {
+    ConvertBlock<Bytes, Units>(in, out);
+}
+void CopyBlock(const TavChar* in, uint8_t* out) {
+    ConvertBlock<Units, Bytes>(in, out);
+}
+
+// Copies the ASCII in front. Whole blocks are written while there is one left to read: the room behind `out`
+// is never less than what is still to be read.
+template <typename From, typename To>
+void CopyAscii(const From*& in, const From* end, To*& out) {
+    while (static_cast<size_t>(end - in) >= kBlock) {
+        const size_t n = LeadingAscii(in);
+        CopyBlock(in, out);
+        in += n;
+        out += n;
+        if (n < kBlock) return;
     }
-    return IsLegal(v, length) ? length : 0;
+    while (in < end && *in < 0x80) *out++ = static_cast<To>(*in++);
+}
+
+// ---- UTF-8 to UTF-16 ----
+
+// The code point of a sequence of two, three or four bytes at `in`, and steps over it; false when it is cut,
+// overlong, a surrogate or too great.
+bool TakeSequence(const uint8_t*& in, const uint8_t* end, uint32_t& v) {
+    const uint32_t lead = in[0];
+    const ptrdiff_t left = end - in;
+    if (lead < 0xC2 || left < 2 || !IsContinuation(in[1])) return false;
+    if (lead < 0xE0) {
+        v = (lead & 0x1F) << 6 | (in[1] & 0x3F);
+        in += 2;
+        return true;
+    }
+    if (left < 3 || !IsContinuation(in[2])) return false;
+    if (lead < 0xF0) {
+        v = (lead & 0x0F) << 12 | (in[1] & 0x3Fu) << 6 | (in[2] & 0x3F);
+        in += 3;
+        return v >= 0x800 && !IsSurrogate(v);
+    }
+    if (lead > 0xF4 || left < 4 || !IsContinuation(in[3])) return false;
+    v = (lead & 0x07) << 18 | (in[1] & 0x3Fu) << 12 | (in[2] & 0x3Fu) << 6 | (in[3] & 0x3F);
+    in += 4;
+    return v >= kFirstSupplementary && v <= kLastCodePoint;
+}
+
+// Decodes the run of three-byte sequences in front, the bulk of most Asian texts. Stops at what is not legal
+// and, for the sake of one test only, at what lies behind the surrogates.
+void CopyThreeByteRun(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
+    for (; end - in >= 4; in += 3) {
+        const uint32_t bytes = LoadBigEndian(in);
+        if ((bytes & 0xF0C0C000) != 0xE0808000) return;
+        const uint32_t v = (bytes >> 12 & 0xF000) | (bytes >> 10 & 0xFC0) | (bytes >> 8 & 0x3F);
+        if (!IsCommonThreeByte(v)) return;
+        *out++ = static_cast<TavChar>(v);
+    }
+}
+
+// Decodes the run of two-byte sequences in front: the other alphabets.
+void CopyTwoByteRun(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
+    for (; end - in >= 2; in += 2) {
+        if (in[0] < 0xC2 || in[0] > 0xDF || !IsContinuation(in[1])) return;
+        *out++ = static_cast<TavChar>((in[0] & 0x1F) << 6 | (in[1] & 0x3F));
+    }
+}
+
+TavChar* PutCodePoint(uint32_t v, TavChar* out) {
+    if (v >= kFirstSupplementary) {
+        *out++ = static_cast<TavChar>(0xD800 + ((v - kFirstSupplementary) >> 10));
+        v = 0xDC00 + (v & 0x3FF);
+    }
+    *out++ = static_cast<TavChar>(v);
+    return out;
 }
 
 // Converts n bytes into at most n units; how many, or -1 for malformed text.
 ptrdiff_t DecodeUTF8(const uint8_t* in, size_t n, TavChar* out) {
     const uint8_t* end = in + n;
-    TavChar* start = out;
-    while (in < end) {
+    const TavChar* start = out;
+    for (;;) {
+        CopyAscii(in, end, out);
+        CopyTwoByteRun(in, end, out);
+        CopyThreeByteRun(in, end, out);
+        if (in == end) return out - start;
+        if (*in < 0x80) continue;
         uint32_t v = 0;
-        const uint32_t length = DecodeSequence(in, end, v);
-        if (length == 0) return -1;
-        in += length;
-        if (v < kFirstSupplementary) {
-            *out++ = static_cast<TavChar>(v);
-        } else {
-            *out++ = static_cast<TavChar>(0xD800 + ((v - kFirstSupplementary) >> 10));
-            *out++ = static_cast<TavChar>(0xDC00 + (v & 0x3FF));
-        }
+        if (!TakeSequence(in, end, v)) return -1;
+        out = PutCodePoint(v, out);
     }
-    return out - start;
 }
 
-uint8_t* EncodeCodePoint(uint32_t v, uint8_t* out) {
-    if (v < 0x80) {
-        *out++ = static_cast<uint8_t>(v);
-        return out;
-    }
-    if (v < 0x800) {
-        *out++ = static_cast<uint8_t>(0xC0 | v >> 6);
-    } else {
-        if (v < kFirstSupplementary) {
-            *out++ = static_cast<uint8_t>(0xE0 | v >> 12);
-        } else {
-            *out++ = static_cast<uint8_t>(0xF0 | v >> 18);
-            *out++ = static_cast<uint8_t>(0x80 | (v >> 12 & 0x3F));
-        }
-        *out++ = static_cast<uint8_t>(0x80 | (v >> 6 & 0x3F));
-    }
-    *out++ = static_cast<uint8_t>(0x80 | (v & 0x3F));
-    return out;
+// ---- UTF-16 to UTF-8 ----
+
+constexpr uint8_t Tail(uint32_t v, unsigned shift) {
+    return static_cast<uint8_t>(0x80 | (v >> shift & 0x3F));
 }
 
 // Takes the code point at `in`, a pair as one; false for a lone surrogate.
@@ -106,17 +195,54 @@ bool TakeCodePoint(const TavChar*& in, const TavChar* end, uint32_t& v) {
     return true;
 }
 
-// Converts n units into at most 3n bytes; how many, or -1 for malformed text.
+// Writes a code point in three or four bytes.
+uint8_t* PutSequence(uint32_t v, uint8_t* out) {
+    if (v < kFirstSupplementary) {
+        *out++ = static_cast<uint8_t>(0xE0 | v >> 12);
+    } else {
+        *out++ = static_cast<uint8_t>(0xF0 | v >> 18);
+        *out++ = Tail(v, 12);
+    }
+    *out++ = Tail(v, 6);
+    *out++ = Tail(v, 0);
+    return out;
+}
+
+// Encodes the run in front of units between U+0800 and the surrogates. Writes a fourth byte behind each
+// three.
+void CopyThreeByteRun(const TavChar*& in, const TavChar* end, uint8_t*& out) {
+    for (; in < end && IsCommonThreeByte(*in); ++in) {
+        const uint32_t v = *in;
+        StoreBigEndian(out, 0xE0808000 | (v << 12 & 0x0F000000) | (v << 10 & 0x3F0000) | (v << 8 & 0x3F00));
+        out += 3;
+    }
+}
+
+void CopyTwoByteRun(const TavChar*& in, const TavChar* end, uint8_t*& out) {
+    for (; in < end && *in >= 0x80 && *in < 0x800; ++in) {
+        out[0] = static_cast<uint8_t>(0xC0 | *in >> 6);
+        out[1] = Tail(*in, 0);
+        out += 2;
+    }
+}
+
+// Converts n units into at most 3n bytes and may touch one more; how many, or -1 for malformed text.
 ptrdiff_t EncodeUTF8(const TavChar* in, size_t n, uint8_t* out) {
     const TavChar* end = in + n;
-    uint8_t* start = out;
-    while (in < end) {
+    const uint8_t* start = out;
+    for (;;) {
+        CopyAscii(in, end, out);
+        CopyTwoByteRun(in, end, out);
+        CopyThreeByteRun(in, end, out);
+        if (in == end) return out - start;
+        if (*in < 0x800) continue;
         uint32_t v = 0;
         if (!TakeCodePoint(in, end, v)) return -1;
-        out = EncodeCodePoint(v, out);
+        out = PutSequence(v, out);
     }
-    return out - start;
 }
+
+// ---- Blocks of memory ----
 
 // Gives back what a conversion did not need. A failure to shrink leaves a block that is still good.
 template <typename Unit>
@@ -151,7 +277,7 @@ TavChar* Tav0UTF16FromUTF8(const char* utf8) {
 
 char* Tav0UTF8FromUTF16(const TavChar* utf16) {
     if (!utf16) return nullptr;
-    const size_t n = tav_wcslen(utf16);
+    const size_t n = scan::Length(utf16);
     if (n > std::numeric_limits<size_t>::max() / 3) return nullptr;
     return reinterpret_cast<char*>(ConvertToNew<uint8_t>(utf16, n, n * 3, EncodeUTF8));
 }

@@ -12,33 +12,78 @@
 #include <unicode/utf16.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cassert>
 #include <cstring>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <new>
 
 namespace {
 
-constexpr bool IsAsciiUpper(UChar32 c) {
-    return c >= 'A' && c <= 'Z';
-}
 constexpr bool KeepsCase(UChar32 c) {
     return c >= 0x1C80 && c <= 0x1C88;
 }
 
+constexpr int32_t kMaxFolded = 8; // units that one code point may become, and more
+
+// Folds one code point into `folded`; how many units, 0 when ICU fails.
+int32_t FoldCodePoint(UChar32 c, UniChar* folded) {
+    UniChar source[U16_MAX_LENGTH];
+    int32_t n = 0;
+    U16_APPEND_UNSAFE(source, n, c);
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t length = u_strFoldCase(folded, kMaxFolded, source, n, U_FOLD_CASE_DEFAULT, &status);
+    return U_SUCCESS(status) ? length : 0;
+}
+
+// The folded form of each unit of the alphabets before Hebrew, where it is one unit; asked of ICU once. The
+// others have 0.
+class FoldTable {
+public:
+    static constexpr UChar32 kSize = 0x590;
+
+    UniChar operator[](UChar32 c) {
+        if (!made_.load(std::memory_order_acquire)) Make();
+        return folded_[static_cast<size_t>(c)];
+    }
+
+private:
+    void Make() {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (made_.load(std::memory_order_relaxed)) return;
+        for (UChar32 c = 0; c < kSize; ++c) {
+            UniChar folded[kMaxFolded];
+            folded_[static_cast<size_t>(c)] = FoldCodePoint(c, folded) == 1 ? folded[0] : 0;
+        }
+        made_.store(true, std::memory_order_release);
+    }
+
+    std::atomic<bool> made_{false};
+    std::mutex lock_;
+    std::array<UniChar, kSize> folded_{};
+};
+
+constinit FoldTable foldTable;
+
 // Gives the case-folded code points of a text one by one.
 class FoldedText {
 public:
-    explicit FoldedText(const OpaqueCFString* string) : next_(string->units), end_(next_ + string->length) {}
+    // The text from unit `start` on.
+    FoldedText(const OpaqueCFString* string, size_t start)
+        : next_(string->units + start), end_(string->units + string->length) {}
 
     // The next code point; -1 at the end.
     UChar32 Next() {
         if (pendingAt_ < pendingLength_) return TakePending();
         if (next_ == end_) return -1;
         const UChar32 c = TakeCodePoint();
-        if (c < 0x80) return IsAsciiUpper(c) ? c + 0x20 : c;
+        if (c < FoldTable::kSize) {
+            if (const UniChar folded = foldTable[c]) return folded;
+        }
         return KeepsCase(c) ? c : Fold(c);
     }
 
@@ -57,23 +102,45 @@ private:
 
     // Folds one code point into as many as it takes and gives the first.
     UChar32 Fold(UChar32 c) {
-        UniChar source[U16_MAX_LENGTH];
-        int32_t n = 0;
-        U16_APPEND_UNSAFE(source, n, c);
-        UErrorCode status = U_ZERO_ERROR;
-        pendingLength_ = u_strFoldCase(pending_, kMaxFolded, source, n, U_FOLD_CASE_DEFAULT, &status);
+        pendingLength_ = FoldCodePoint(c, pending_);
         pendingAt_ = 0;
-        return TakePending();
+        return pendingLength_ ? TakePending() : c;
     }
 
-    static constexpr int32_t kMaxFolded = 8;
-
+    UniChar pending_[kMaxFolded];
     const UniChar* next_;
     const UniChar* end_;
     int32_t pendingAt_ = 0;
     int32_t pendingLength_ = 0;
-    UniChar pending_[kMaxFolded];
 };
+
+// Units taken together; every machine has a lowering for the compiler's own vectors.
+constexpr size_t kBlock = 8;
+using Block = uint16_t __attribute__((vector_size(kBlock * sizeof(UniChar))));
+
+// Nothing but zeros for two blocks of ASCII that are equal but for the case of letters.
+void CompareAsciiBlocks(const UniChar* a, const UniChar* b, uint64_t (&difference)[2]) {
+    Block left, right;
+    memcpy(&left, a, sizeof left);
+    memcpy(&right, b, sizeof right);
+    const Block beyondAscii = (left | right) & 0xFF80;
+    left |= reinterpret_cast<Block>(left - 'A' < 26) & 0x20;
+    right |= reinterpret_cast<Block>(right - 'A' < 26) & 0x20;
+    const Block result = (left ^ right) | beyondAscii;
+    memcpy(difference, &result, sizeof result);
+}
+
+// Units in front, in whole blocks, that are ASCII in both texts and equal but for case.
+size_t CommonAscii(CFStringRef a, CFStringRef b) {
+    const size_t shorter = std::min(a->length, b->length);
+    size_t i = 0;
+    for (; i + kBlock <= shorter; i += kBlock) {
+        uint64_t difference[2];
+        CompareAsciiBlocks(a->units + i, b->units + i, difference);
+        if (difference[0] | difference[1]) break;
+    }
+    return i;
+}
 
 CFComparisonResult CompareFolded(FoldedText a, FoldedText b) {
     for (;;) {
@@ -150,7 +217,8 @@ void Convert(OpaqueCFString* string, UniChar firstAscii, Mapping mapping) {
 CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2,
                                    [[maybe_unused]] CFOptionFlags options) {
     assert(options == kCFCompareCaseInsensitive);
-    return CompareFolded(FoldedText(string1), FoldedText(string2));
+    const size_t common = CommonAscii(string1, string2);
+    return CompareFolded(FoldedText(string1, common), FoldedText(string2, common));
 }
 
 void CFStringUppercase(CFMutableStringRef string, CFLocaleRef) {
