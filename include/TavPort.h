@@ -882,6 +882,41 @@ int32_t tav_iswxdigit(uint32_t c);
 
 /* ---- Wide runtime: numbers ---------------------------------------------------------------------------------- */
 
+/*
+ * Numbers from text, by the platform's reading of the whole text: leading spaces of any script, one sign, ASCII digits;
+ * what follows the number is not looked at.
+ *
+ *   int32_t columns = tav_wtoi(u"80");
+ *   double ratio = tav_wcstod(u"1.5", NULL);
+ *
+ * Nothing here has to be released.
+ */
+
+/**
+ * Reads a whole number in decimal notation.
+ *
+ * @param s  zero-terminated text; null counts as the empty text.
+ * @return the number; 2147483647 or -2147483648 when it is too great; 0 when the text does not begin with one or
+ *         memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows _wtoi
+ */
+int32_t tav_wtoi(const TavChar* s);
+
+/**
+ * Reads a floating value in decimal notation, with a point in every locale. Names of infinities and hexadecimal
+ * forms are not read.
+ *
+ * @param s  zero-terminated text; null counts as the empty text.
+ * @param end  null, or receives null: where the number ends is not told.
+ * @return the number, infinity when it is too great; 0 when the text does not begin with one or memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, while nobody writes the texts.
+ * @windows wcstod
+ */
+double tav_wcstod(const TavChar* s, TavChar** end);
+
 /* ---- Wide runtime: formatting ------------------------------------------------------------------------------- */
 
 /* ---- Shared empty strings ----------------------------------------------------------------------------------- */

@@ -55,4 +55,9 @@ Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
 // Compares by Unicode's full case folding, code point by code point; `options` is kCFCompareCaseInsensitive.
 CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFOptionFlags options);
 
+// The number at the start of the text, behind spaces and one sign; 0 when there is none. Numbers beyond 32 bits give
+// the limit, numbers beyond a double's range infinity or 0. Digits are ASCII, the point is a point in every locale.
+int32_t CFStringGetIntValue(CFStringRef string);
+double CFStringGetDoubleValue(CFStringRef string);
+
 } // extern "C"

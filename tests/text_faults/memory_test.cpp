@@ -244,3 +244,21 @@ TEST(CTavStringW, MakeFSRefOfAnEmptyStringAsksForNothing) {
     EXPECT_TRUE(CTavStringW(u"/").MakeFSRef(&ref));
     EXPECT_EQ(pathLookups.calls, 1);
 }
+
+TEST(Numbers, WithoutAPlatformStringTheyAreZero) {
+    stringsFromUnits.failAt = stringsFromUnits.calls;
+    EXPECT_EQ(tav_wtoi(u"12"), 0);
+    stringsFromUnits.failAt = stringsFromUnits.calls;
+    TavChar unit = 0;
+    TavChar* end = &unit;
+    EXPECT_EQ(tav_wcstod(u"1.5", &end), 0.0);
+    EXPECT_EQ(end, nullptr);
+}
+
+TEST(Numbers, TakeOneBlockAndGiveItBack) {
+    const int allocated = mallocs.calls, freed = frees;
+    EXPECT_EQ(tav_wtoi(u"12"), 12);
+    EXPECT_EQ(tav_wcstod(u"1.5", nullptr), 1.5);
+    EXPECT_EQ(mallocs.calls - allocated, 2);
+    EXPECT_EQ(frees - freed, 2);
+}

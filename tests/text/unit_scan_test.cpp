@@ -1,0 +1,95 @@
+#include "text/unit_scan.h"
+
+#include "support/guarded.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <random>
+
+// The block forms beside the plain loops, on texts at every distance from a forbidden page.
+#if TAV_UNIT_BLOCKS
+namespace {
+
+using Text = std::u16string;
+using At = GuardedMemory::At;
+
+struct Random {
+    Random() : seed(std::random_device{}()), engine(seed) { std::cout << "seed " << seed << '\n'; }
+
+    // Up to 150 units of few kinds, some of them special to the loops.
+    Text NextText() {
+        constexpr char16_t kinds[] = {u'a', u'A',   u'z',   u'Z',   u'[',   u'@',  u'`',
+                                      u'{', 0x0100, 0x8000, 0xFFFF, 0x0161, 0x00C9};
+        Text text(engine() % 150, 0);
+        for (auto& unit : text) unit = kinds[engine() % (engine() % 3 ? 2 : std::size(kinds))];
+        return text;
+    }
+
+    unsigned seed;
+    std::mt19937 engine;
+};
+
+} // namespace
+
+TEST(UnitBlocks, FindWhatThePlainLoopsFind) {
+    Random random;
+    for (int round = 0; round < 20000; ++round) {
+        const Text text = random.NextText();
+        const GuardedText<char16_t> guarded(text, round % 2 ? At::End : At::Start);
+        const size_t start = random.engine() % (text.size() + 1);
+        const TavChar* s = guarded.get() + start;
+        for (char16_t unit : {u'A', u'\x0100', u'\xFFFF', u'q', u'\0'}) {
+            ASSERT_EQ(blocks::FindOrEnd(s, unit), plain::FindOrEnd(s, unit));
+            if (!unit) continue;
+            ASSERT_EQ(blocks::FindLast(s, unit), plain::FindLast(s, unit));
+        }
+        ASSERT_EQ(blocks::FindEnd(s), plain::FindOrEnd(s, 0));
+    }
+}
+
+TEST(UnitBlocks, CompareAsThePlainLoopsDo) {
+    Random random;
+    for (int round = 0; round < 20000; ++round) {
+        Text left = random.NextText(), right = left;
+        for (auto& unit : right) {
+            if (random.engine() % 40 == 0) unit ^= 0x20;
+        }
+        if (round % 3 == 0) right.resize(random.engine() % (right.size() + 1));
+        const GuardedText<char16_t> a(left, round % 2 ? At::End : At::Start),
+            b(right, round % 5 ? At::End : At::Start);
+        const size_t start = random.engine() % (std::min(left.size(), right.size()) + 1);
+        const size_t limit = random.engine() % 2 ? SIZE_MAX : random.engine() % 160;
+        const TavChar *l = a.get() + start, *r = b.get() + start;
+        ASSERT_EQ(blocks::CommonLength<Fold::None>(l, r, limit),
+                  plain::CommonLength<Fold::None>(l, r, limit));
+        ASSERT_EQ(blocks::CommonLength<Fold::Ascii>(l, r, limit),
+                  plain::CommonLength<Fold::Ascii>(l, r, limit));
+    }
+}
+
+TEST(UnitBlocks, CompareTextsThatCrossPages) {
+    const Text text(9000, u'a');
+    Text other = text;
+    for (size_t at : {0u, 2040u, 2047u, 2048u, 2049u, 4095u, 4096u, 8999u}) {
+        other[at] = u'b';
+        const GuardedText<char16_t> a(text), b(other + u"tail");
+        EXPECT_EQ(blocks::CommonLength<Fold::None>(a.get(), b.get(), SIZE_MAX), at);
+        other[at] = u'A';
+        const GuardedText<char16_t> c(other);
+        EXPECT_EQ(blocks::CommonLength<Fold::Ascii>(a.get(), c.get(), SIZE_MAX), 9000u);
+        other[at] = u'a';
+    }
+}
+#endif
+
+TEST(UnitScan, PlainLoopsStopAtTheEndTheUnitAndTheLimit) {
+    const TavChar s[] = u"abcABC";
+    EXPECT_EQ(plain::FindOrEnd(s, u'c'), s + 2);
+    EXPECT_EQ(plain::FindOrEnd(s, u'x'), s + 6);
+    EXPECT_EQ(plain::FindLast(s, u'C'), s + 5);
+    EXPECT_EQ(plain::FindLast(s, u'x'), nullptr);
+    EXPECT_EQ(plain::CommonLength<Fold::Ascii>(s, s + 3, SIZE_MAX), 3u);
+    EXPECT_EQ(plain::CommonLength<Fold::None>(s, s + 3, SIZE_MAX), 0u);
+    EXPECT_EQ(plain::CommonLength<Fold::None>(s, s, 4), 4u);
+}
