@@ -1,6 +1,7 @@
 // Folders by number: opening them wherever they are now, and entering them in the table.
 #pragma once
 
+#include "platform/linux/current_task.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/references.h"
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "platform/linux/caseless.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/descriptor_cache.h"
 #include "platform/linux/folder_table.h"
 #include "platform/linux/remembered.h"
@@ -45,6 +46,9 @@ public:
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
     ReferenceState* operator->() const;
+
+private:
+    TerminationHold hold_;
 };
 
 // Forgets everything and closes every descriptor that nobody holds. Unloading does this.
