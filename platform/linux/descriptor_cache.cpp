@@ -40,11 +40,10 @@ uint64_t MonotonicNow() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-MountView CurrentMountView() {
+MountView CurrentMountView(uint64_t now) {
     static thread_local MountView view = 0;
     static thread_local uint64_t looked = 0;
     constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
-    uint64_t now = MonotonicNow();
     if (looked && now - looked < kTrusted) return view;
     struct statx root;
     if (FactsAt(AT_FDCWD, "/", 0, root) == 0) view = root.stx_mnt_id << 32 ^ root.stx_ino ^ 1;

@@ -10,13 +10,13 @@ struct FolderHandle::Shared {
     int descriptor;
 };
 
+// Nanoseconds of the monotonic clock.
+uint64_t MonotonicNow();
+
 // Which mounts the calling thread sees: its root's mount and inode. Descriptors of one view are not used in
 // another. Looked up again when the last look is older than 50 microseconds.
 using MountView = uint64_t;
-MountView CurrentMountView();
-
-// Nanoseconds of the monotonic clock.
-uint64_t MonotonicNow();
+MountView CurrentMountView(uint64_t now);
 
 // Not locked; see reference_state.h.
 class DescriptorCache {

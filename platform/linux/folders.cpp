@@ -209,7 +209,7 @@ bool FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t
 // ---- Opening ----
 
 OSErr OpenFolder(FolderID id, FolderHandle& handle) {
-    MountView view = CurrentMountView();
+    MountView view = CurrentMountView(MonotonicNow());
     return WithoutExceptions([&] {
         std::vector<Step> chain;
         {

@@ -4,6 +4,7 @@
 // and have neither.
 #include "platform/linux/identity.h"
 
+#include <cstring>
 #include <linux/magic.h>
 
 constexpr unsigned long long kFuse = 0x65735546;
@@ -62,7 +63,15 @@ bool Matches(const Identity& identity, const struct statx& facts) {
 }
 
 uint32_t HashName(const char* name, size_t length) {
-    uint64_t hash = 0xCBF29CE484222325u; // FNV-1a, folded to 32 bits
-    for (size_t i = 0; i < length; ++i) hash = (hash ^ static_cast<unsigned char>(name[i])) * 0x100000001B3u;
-    return static_cast<uint32_t>(hash ^ hash >> 32);
+    uint64_t hash = length;
+    while (length > 0) { // eight bytes at a time
+        uint64_t word = 0;
+        size_t step = length < sizeof word ? length : sizeof word;
+        std::memcpy(&word, name, step);
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+        hash ^= hash >> 32;
+        name += step;
+        length -= step;
+    }
+    return static_cast<uint32_t>(hash);
 }

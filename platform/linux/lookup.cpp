@@ -105,8 +105,8 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
         id = kRootFolder;
         return noErr;
     }
-    MountView view = CurrentMountView();
     uint64_t now = MonotonicNow();
+    MountView view = CurrentMountView(now);
     if (Recall(view, path, length, now, id)) return noErr;
     std::string text(path, length);
     struct statx facts;
@@ -126,7 +126,7 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
 
 std::vector<FolderID> FoldersInPlaceOf(FolderID id) {
     constexpr size_t kMostPaths = 8;
-    MountView view = CurrentMountView();
+    MountView view = CurrentMountView(MonotonicNow());
     std::vector<std::string> paths;
     {
         StateLock state;
@@ -312,13 +312,15 @@ OSErr RefOfLink(const Request& request, const Parts& parts, const char* path, co
 }
 
 OSErr RefByPath(const Request& request) {
+    struct statx facts;
+    if (!request.ref && !request.mayDangle && FactsAt(AT_FDCWD, request.path, 0, facts) == 0)
+        return Answer(request, kNoFolder, "", facts, S_ISDIR(facts.stx_mode));
     Parts parts = Split(request.path, request.length);
     if (!parts.HasName() || request.length >= PATH_MAX) return RefByWalking(request);
     char path[PATH_MAX];
     size_t length = static_cast<size_t>(parts.name - request.path) + parts.nameLength;
     std::memcpy(path, request.path, length);
     path[length] = 0;
-    struct statx facts;
     if (FactsAt(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, facts) < 0) {
         OSErr result = LastError();
         return result == fnfErr ? RefByCaselessName(request, parts) : result;

@@ -63,7 +63,8 @@ struct Spot {
 
 // Where the object was seen last: the table says it for folders, the reference itself for others.
 bool SpotOf(const ReferenceRecord& record, const Identity& identity, Spot& spot) {
-    spot = {record.parent, record.nameHash, {}};
+    spot.folder = record.parent;
+    spot.nameHash = record.nameHash;
     const char* name = record.name;
     size_t length = record.nameLength;
     bool known = length <= ReferenceRecord::kInlineName;
