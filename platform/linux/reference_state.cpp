@@ -63,5 +63,6 @@ void ForgetReferences() {
     state->moves.Clear();
     state->replacements.Clear();
     state->paths.Clear();
+    state->devices = {};
     state->caseless.Clear();
 }

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <random>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -623,6 +625,148 @@ TEST_F(References, Fork_LeavesAUsableChildWhileOthersLookUp) {
     }
     stop = true;
     busy.join();
+}
+
+// ---- Mount namespaces ----
+
+// Runs in a child whose mounts are its own; false when that is not allowed here.
+template <typename Body>
+bool InOwnMounts(Body body, int& status) {
+    pid_t child = fork();
+    if (child == 0) {
+        if (unshare(CLONE_NEWNS) || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr)) _exit(77);
+        _exit(body());
+    }
+    waitpid(child, &status, 0);
+    return !(WIFEXITED(status) && WEXITSTATUS(status) == 77);
+}
+
+TEST_F(References, ThreadInOtherMounts_DoesNotSeeThroughThem) {
+    fs::create_directory(folder / "d");
+    WriteFile(folder / "d/f", "");
+    std::string path = folder / "d";
+    int status = 0;
+    auto body = [&] {
+        FSRef ref = RefTo(path + "/f");
+        if (Find(ref) != noErr) return 1;
+        int result = 0;
+        std::thread other([&] { // only this thread's view changes
+            if (unshare(CLONE_NEWNS) || mount("none", path.c_str(), "tmpfs", 0, nullptr)) {
+                result = 2;
+                return;
+            }
+            if (Find(ref) != fnfErr) result = 3;
+            WriteFile(path + "/f", "another");
+            FSRef inside;
+            if (PathToRef(path + "/f", inside) != noErr || Find(inside) != noErr) result = 4;
+            if (FSCompareFSRefs(&inside, &inside) != noErr) result = 5;
+            if (Find(ref) != fnfErr) result = 6;
+        });
+        other.join();
+        return result ? result : Find(ref) == noErr ? 0 : 7;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(References, MountOverAFolder_ParentWalkGoesOnAndTheCoveredObjectIsGone) {
+    fs::create_directories(folder / "outer/point");
+    WriteFile(folder / "outer/point/covered", "");
+    int status = 0;
+    auto body = [&] {
+        FSRef covered = RefTo(folder / "outer/point/covered"), outer = RefTo(folder / "outer");
+        if (mount("none", (folder / "outer/point").c_str(), "tmpfs", 0, nullptr)) return 1;
+        ForgetReferences();
+        outer = RefTo(folder / "outer");
+        WriteFile(folder / "outer/point/inside", "");
+        FSRef inside = RefTo(folder / "outer/point/inside");
+        Place place;
+        if (Locate(inside, place) != noErr) return 2;
+        FolderID pointID = place.folderID;
+        FolderHandle handle;
+        FolderID outerID;
+        if (OpenContainer(outer, outerID, handle) != noErr || ParentNumber(pointID) != outerID) return 3;
+        if (FSCompareFSRefs(&outer, &inside) != errFSRefsDifferent) return 4;
+        if (PathOf(inside) != folder / "outer/point/inside") return 5;
+        if (Find(covered) != fnfErr) return 6;
+        // a folder on the mount whose way up is only known to the host
+        fs::create_directories(folder / "outer/point/a/b");
+        fs::create_directories(folder / "outer/point/c");
+        FSRef moved = RefTo(folder / "outer/point/a/b");
+        WriteFile(folder / "outer/point/a/b/f", "");
+        FSRef file = RefTo(folder / "outer/point/a/b/f");
+        if (Find(file) != noErr) return 7;
+        fs::rename(folder / "outer/point/a/b", folder / "outer/point/c/b");
+        if (PathOf(file) != folder / "outer/point/c/b/f") return 8;
+        return PathOf(moved) == folder / "outer/point/c/b" ? 0 : 9;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(References, MountInsideAMount_IsComparedAsOneInsideTheOther) {
+    for (const char* name : {"a", "b"}) fs::create_directories(folder / name);
+    int status = 0;
+    auto body = [&] {
+        for (const char* name : {"a", "b", "a/inner"}) {
+            fs::create_directories(folder / name);
+            if (mount("none", (folder / name).c_str(), "tmpfs", 0, nullptr)) return 1;
+        }
+        FSRef a = RefTo(folder / "a"), b = RefTo(folder / "b"), inner = RefTo(folder / "a/inner");
+        if (FSCompareFSRefs(&a, &inner) != errFSRefsDifferent) return 2;
+        if (FSCompareFSRefs(&inner, &a) != errFSRefsDifferent) return 3;
+        if (FSCompareFSRefs(&a, &b) != diffVolErr) return 4;
+        if (FSCompareFSRefs(&b, &inner) != diffVolErr) return 5;
+        return 0;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(References, FolderMountedInsideItself_HasFinitePaths) {
+    fs::create_directories(folder / "a/b/c");
+    int status = 0;
+    auto body = [&] {
+        if (mount((folder / "a").c_str(), (folder / "a/b/c").c_str(), nullptr, MS_BIND, nullptr)) return 1;
+        WriteFile(folder / "a/f", "");
+        FSRef outer = RefTo(folder / "a/f"), inner = RefTo(folder / "a/b/c/f");
+        if (FSCompareFSRefs(&outer, &inner) != noErr) return 2;
+        if (PathOf(outer) != folder / "a/f") return 3;
+        if (PathOf(inner) != folder / "a/b/c/f") return 4;
+        if (PathOf(RefTo(folder / "a/b")) != folder / "a/b") return 5;
+        return 0;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+// ---- File systems whose numbers mean nothing ----
+
+TEST_F(References, WithoutStableNumbers_NameAndTypeAreTheIdentity) {
+    struct statx facts;
+    ASSERT_EQ(statx(AT_FDCWD, folder.path().c_str(), 0, kFactsMask, &facts), 0);
+    StateLock()->devices.Remember(DeviceOf(facts), static_cast<uint32_t>(facts.stx_mnt_id),
+                                  {false, false, false});
+    fs::create_directory(folder / "d");
+    WriteFile(folder / "d/f", "");
+    FSRef file = RefTo(folder / "d/f"), dir = RefTo(folder / "d");
+    fs::remove(folder / "d/f");
+    WriteFile(folder / "d/f", "the same again, with another number");
+    EXPECT_EQ(Find(file), noErr);
+    EXPECT_EQ(PathOf(file), folder / "d/f");
+    fs::rename(folder / "d/f", folder / "d/g");
+    EXPECT_EQ(Find(file), fnfErr) << "another name is another object";
+    fs::create_directory(folder / "d/f");
+    EXPECT_EQ(Find(file), fnfErr) << "another type is another object";
+    EXPECT_EQ(Find(dir), noErr);
+    FSRef other = RefTo(folder / "d/g");
+    EXPECT_EQ(FSCompareFSRefs(&dir, &other), errFSRefsDifferent);
+    Move(dir, RefTo(folder.path()), "e");
+    EXPECT_EQ(PathOf(dir), folder / "e");
+    EXPECT_EQ(PathOf(other), folder / "e/g");
+    Move(other, dir, "h");
+    EXPECT_EQ(PathOf(other), folder / "e/h");
+    ForgetReferences();
 }
 
 // ---- For callers that open at once ----
