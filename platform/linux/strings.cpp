@@ -1,11 +1,13 @@
 // The string service's creation, release and copying out. Strings hold UTF-16 as it comes, lone surrogates
-// included; nothing is composed or decomposed. UTF-8 is ICU's strict conversion, Mac Roman has a table of its
-// own (mac_roman.cpp); letter case is in strings_case.cpp. Where a text does not fit or cannot be encoded,
-// the bytes behind the empty result are left as the platform leaves them: an ASCII text is not begun at all,
-// any other is written as far as it went. Order: objects, creation, appending, copying out.
+// included; nothing is composed or decomposed. UTF-8 is strict, but that units U+DC80 to U+DCFF become the
+// bytes that they stand for in names; Mac Roman has a table of its own (mac_roman.cpp); letter case is in
+// strings_case.cpp. Where a text does not fit or cannot be encoded, the bytes behind the empty result are
+// left as the platform leaves them: an ASCII text is not begun at all, any other is written as far as it
+// went. Order: objects, creation, appending, copying out.
 #include "platform/strings.h"
 
 #include "platform/linux/mac_roman.h"
+#include "platform/linux/names.h"
 #include "platform/linux/string_object.h"
 
 #include <unicode/ustring.h>
@@ -49,6 +51,14 @@ bool IsAscii(const OpaqueCFString* string) {
     return all < 0x80;
 }
 
+// How many units from a position on stand for bytes that are no text, counted up to the longest sequence of
+// UTF-8.
+size_t StrayBytes(const OpaqueCFString* string, size_t position) {
+    size_t end = std::min(string->length, position + U8_MAX_LENGTH), n = position;
+    while (n < end && string->units[n] >= 0xDC80 && string->units[n] <= 0xDCFF) ++n;
+    return n - position;
+}
+
 // Bytes of one character, at most four, and steps over it; 0 when the encoding has none.
 size_t EncodeCharacter(const OpaqueCFString* string, size_t& position, CFStringEncoding encoding,
                        uint8_t* bytes) {
@@ -60,8 +70,14 @@ size_t EncodeCharacter(const OpaqueCFString* string, size_t& position, CFStringE
     if (encoding != kCFStringEncodingUTF8) return 0;
     UChar32 c = 0;
     U16_NEXT(string->units, position, string->length, c);
-    if (U_IS_SURROGATE(c)) return 0;
     size_t n = 0;
+    if (U_IS_SURROGATE(c)) {
+        // Names may hold bytes that are no text. What would read as text behind them is no name of the host.
+        const size_t stray = StrayBytes(string, position - 1);
+        if (BytesFromUnits(string->units + position - 1, stray, nullptr, 0) != stray) return 0;
+        if (stray > 0) bytes[n++] = static_cast<uint8_t>(c);
+        return n;
+    }
     U8_APPEND_UNSAFE(bytes, n, c);
     return n;
 }
@@ -69,7 +85,11 @@ size_t EncodeCharacter(const OpaqueCFString* string, size_t& position, CFStringE
 // Writes as many whole characters as `room` bytes hold; true when that was all of them.
 bool Encode(const OpaqueCFString* string, char* buffer, size_t room, CFStringEncoding encoding) {
     size_t written = 0;
-    for (size_t position = 0; position < string->length;) {
+    // The beginning of a path is mostly ASCII up to its end.
+    const size_t most = encoding == kCFStringEncodingUTF8 ? std::min(room, string->length) : 0;
+    for (; written < most && string->units[written] < 0x80; ++written)
+        buffer[written] = static_cast<char>(string->units[written]);
+    for (size_t position = written; position < string->length;) {
         uint8_t bytes[U8_MAX_LENGTH];
         const size_t n = EncodeCharacter(string, position, encoding, bytes);
         if (n == 0 || n > room - written) return false;

@@ -238,4 +238,27 @@ TEST(StringGetCString, LoneSurrogatesAreNotUTF8) {
     char buffer[8];
     EXPECT_FALSE(CFStringGetCString(Make(u"\xD800").get(), buffer, 8, kCFStringEncodingUTF8));
     EXPECT_FALSE(CFStringGetCString(Make(u"\xDC00x").get(), buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(Make(u"\xDC7F").get(), buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(Make(u"\xDD00").get(), buffer, 8, kCFStringEncodingUTF8));
+}
+
+TEST(StringGetCString, UnitsThatStandForBytesOfNamesBecomeTheseBytes) {
+    char buffer[8];
+    EXPECT_TRUE(CFStringGetCString(Make(u"a\xDC80\xDCFF"
+                                        u"b")
+                                       .get(),
+                                   buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "a\x80\xFF"
+                         "b");
+    EXPECT_TRUE(CFStringGetCString(Make(u"\xDCC3\x65E5").get(), buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "\xC3\xE6\x97\xA5");
+    EXPECT_TRUE(CFStringGetCString(Make(u"\xDCFF\xD83D\xDE00").get(), buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "\xFF\xF0\x9F\x98\x80");
+}
+
+TEST(StringGetCString, UnitsThatStandForBytesOfTextAreNotUTF8) {
+    char buffer[8];
+    EXPECT_FALSE(CFStringGetCString(Make(u"\xDCC3\xDCA9").get(), buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_FALSE(
+        CFStringGetCString(Make(u"a\xDCFF\xDCF0\xDC9F\xDC98\xDC80").get(), buffer, 8, kCFStringEncodingUTF8));
 }
