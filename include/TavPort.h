@@ -1351,9 +1351,33 @@ int32_t TavCloseMutex(MPSemaphoreID mutex);
  *   TavPathRemoveExtension(path);                  // /home/ann/notes
  *   TavPathRemoveFileSpec(path);                   // /home/ann
  *   TavPathAppend(path, u"backup");                // /home/ann/backup
+ *   if (!TavPathIsDirectory(path)) ...
  *
  * Nothing has to be released.
  */
+
+/**
+ * Tells whether a path names an existing folder. A package (an application bundle, for example) counts as a file.
+ *
+ * @param path  zero-terminated absolute path, not null.
+ * @return 1 for a folder that is not a package, else 0, also when the path does not exist or cannot be reached.
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathIsDirectory
+ */
+int32_t TavPathIsDirectory(const TavChar *path);
+
+/**
+ * Tells whether a file or folder exists at a path. Upper and lower case count as the same where there is no doubt which
+ * item is meant. A link counts as what it leads to.
+ *
+ * @param path  zero-terminated absolute path, not null.
+ * @return 1 when there is one, else 0.
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathFileExists
+ */
+int32_t TavPathFileExists(const TavChar *path);
 
 /**
  * Appends to a path with one "/" between; every "/" at the start of what is appended is left out.
@@ -1472,6 +1496,20 @@ int32_t TavPathIsUNC(const TavChar *path);
  * @windows PathIsPrefix
  */
 int32_t TavPathIsSubOnPath(const TavChar *path, const TavChar *prefix);
+
+/**
+ * Writes the folders that two paths begin with, ASCII letter case ignored, as the first path has them and with a "/" at
+ * the end; the empty text when there are none or the paths lie on different volumes.
+ *
+ * @param path1  zero-terminated path, not null.
+ * @param path2  zero-terminated path, not null.
+ * @param out    receives the prefix: room for the shorter path, a "/" and the terminator; not null.
+ * @return the prefix's length in units (for two empty paths 1, although nothing is written but the terminator).
+ * @owner   nothing to release.
+ * @threads any, at any time.
+ * @windows PathCommonPrefix
+ */
+int32_t TavPathCommonPrefix(const TavChar *path1, const TavChar *path2, TavChar *out);
 
 /* ---- Drives ------------------------------------------------------------------------------------------------- */
 
