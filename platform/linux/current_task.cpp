@@ -12,9 +12,7 @@ constinit std::atomic<uint32_t> foreignTasks = 0;
 
 } // namespace
 
-uint32_t CurrentTaskID() noexcept {
-    if (currentTask.id == 0) [[unlikely]] {
-        currentTask.id = kForeignTaskBit | (foreignTasks.fetch_add(1, std::memory_order_relaxed) + 1);
-    }
+uint32_t NumberForeignThread() noexcept {
+    currentTask.id = kForeignTaskBit | (foreignTasks.fetch_add(1, std::memory_order_relaxed) + 1);
     return currentTask.id;
 }

@@ -28,8 +28,14 @@ struct CurrentTask {
 #define TAVPORT_NEAR_TLS __attribute__((tls_model("initial-exec")))
 extern constinit thread_local CurrentTask currentTask TAVPORT_NEAR_TLS;
 
+// Gives a thread that the provider did not make its id.
+uint32_t NumberForeignThread() noexcept;
+
 // The calling thread's task id; threads that the provider did not make get one when they first ask.
-uint32_t CurrentTaskID() noexcept;
+inline uint32_t CurrentTaskID() noexcept {
+    uint32_t id = currentTask.id;
+    return id != 0 ? id : NumberForeignThread();
+}
 
 // Ends the calling task as its terminator asked. Does not return.
 [[noreturn]] void EndTerminatedTask() noexcept;
