@@ -8,22 +8,22 @@
 using References = Key1ToKey2<const TavChar*, OpacTavFSRef*>;
 
 bool References::LessThan::operator()(const TavChar* path, const OpacTavFSRef* element) const {
-    return SegCmp(path, GetKey1(element)) < 0;
+    return SegCmp(path + skip, GetKey1(element) + skip) < 0;
 }
 
 bool References::IsExistKey1(const TavChar* path, iterator& place) const {
-    const LessThan less;
-    place.settled_ = settled_.LowerBound(path);
-    place.element_ = place.settled_ < settled_.size() ? settled_[place.settled_] : nullptr;
-    if (place.element_ && !less(path, place.element_)) {
-        place.recent_ = recent_.size();
-        return true;
-    }
-    place.recent_ = recent_.LowerBound(path);
-    if (place.recent_ == recent_.size()) return false;
-    OpacTavFSRef* const recent = recent_[place.recent_];
-    if (!place.element_ || less(GetKey1(recent), place.element_)) place.element_ = recent;
-    return !less(path, recent);
+    const ReferenceRun::Bound settled = settled_.LowerBound(path);
+    place.settled_ = settled.place;
+    place.recent_ = recent_.size();
+    place.element_ = settled.place < settled_.size() ? settled_[settled.place] : nullptr;
+    if (place.element_ && !LessThan{settled.same}(path, place.element_)) return true;
+
+    const ReferenceRun::Bound recent = recent_.LowerBound(path);
+    place.recent_ = recent.place;
+    if (recent.place == recent_.size()) return false;
+    OpacTavFSRef* const element = recent_[recent.place];
+    if (!place.element_ || LessThan()(GetKey1(element), place.element_)) place.element_ = element;
+    return !LessThan{recent.same}(path, element);
 }
 
 void References::InsertKey2(OpacTavFSRef* object, const iterator& place) {

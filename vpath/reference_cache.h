@@ -19,8 +19,9 @@ template <>
 class Key1ToKey2<const TavChar*, OpacTavFSRef*> {
 public:
     // The order: whether an element comes before a path, and the other way round.
-    using Pr = PathBefore;
+    using Pr = ElementBeforePath;
     struct LessThan {
+        size_t skip = 0;
         bool operator()(const TavChar* path, const OpacTavFSRef* element) const;
     };
 

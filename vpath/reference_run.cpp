@@ -1,5 +1,6 @@
 #include "vpath/reference_run.h"
 
+#include "text/unit_scan.h"
 #include "vpath/segments.h"
 
 #include <algorithm>
@@ -28,9 +29,7 @@ struct Key {
 
 // Units that both texts begin with, at most `limit`.
 uint32_t CommonUnits(const TavChar* a, const TavChar* b, uint32_t limit) {
-    uint32_t units = 0;
-    while (units < limit && a[units] && a[units] == b[units]) ++units;
-    return units;
+    return static_cast<uint32_t>(scan::CommonLength<Fold::None>(a, b, limit));
 }
 
 // The first of `count` sorted keys that is not less than `key`. No branch depends on the keys.
@@ -45,42 +44,46 @@ size_t LowerBoundOfKey(const uint64_t* keys, size_t count, uint64_t key) {
 }
 
 // The end of the equal keys that begin at `first`; mostly there is one of them.
-size_t EndOfEqualKeys(const std::vector<uint64_t>& keys, size_t first, size_t count, uint64_t key) {
+size_t EndOfEqualKeys(const uint64_t* keys, size_t first, size_t count, uint64_t key) {
     if (first == count || keys[first] != key) return first;
     if (first + 1 == count || keys[first + 1] != key) return first + 1;
-    return static_cast<size_t>(std::upper_bound(keys.begin() + first, keys.begin() + count, key) -
-                               keys.begin());
+    if (key == UINT64_MAX) return count;
+    return first + LowerBoundOfKey(keys + first, count - first, key + 1);
 }
 
 } // namespace
 
-bool PathBefore::operator()(const OpacTavFSRef* element, const TavChar* path) const {
+bool ElementBeforePath::operator()(const OpacTavFSRef* element, const TavChar* path) const {
     return SegCmp(element->Path() + skip, path + skip) < 0;
 }
 
-size_t ReferenceRun::LowerBoundAmong(size_t count, const TavChar* path) const {
-    if (count == 0) return 0;
+ReferenceRun::Bound ReferenceRun::LowerBoundAmong(size_t count, const TavChar* path) const {
+    if (count == 0) return {0, 0};
     const TavChar* const sample = refs_[sample_]->Path();
     const uint32_t same = CommonUnits(sample, path, common_);
-    size_t place = 0;
-    if (same < common_) {
-        if (path[same] > sample[same]) return count;
-    } else {
-        const Key key(path + common_);
-        const size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
-        const size_t last = EndOfEqualKeys(keys_, first, count, key.bits);
-        place = LowerBoundOfEqualKeys(first, last, PathBefore{common_ + key.covered}, path);
-    }
+    if (same < common_ && path[same] > sample[same]) return {count, same};
+    if (same < common_) return {FirstElement(0, count), same};
+
+    const Key key(path + common_);
+    const size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
+    const size_t last = EndOfEqualKeys(keys_.data(), first, count, key.bits);
+    const size_t shared = common_ + key.covered;
+    const size_t place =
+        FirstElement(LowerBoundOfEqualKeys(first, last, ElementBeforePath{shared}, path), count);
+    return {place, place < last ? shared : common_};
+}
+
+// The first place from `place` on that is not empty.
+size_t ReferenceRun::FirstElement(size_t place, size_t count) const {
     while (place < count && !refs_[place]) ++place;
     return place;
 }
 
-size_t ReferenceRun::LowerBoundOfEqualKeys(size_t first, size_t last, PathBefore before,
+size_t ReferenceRun::LowerBoundOfEqualKeys(size_t first, size_t last, ElementBeforePath before,
                                            const TavChar* path) const {
     while (first < last) {
         const size_t middle = first + (last - first) / 2;
-        size_t probe = middle;
-        while (probe < last && !refs_[probe]) ++probe;
+        const size_t probe = FirstElement(middle, last);
         if (probe < last && before(refs_[probe], path)) {
             first = probe + 1;
         } else {
@@ -131,7 +134,7 @@ void ReferenceRun::Absorb(ReferenceRun& other) {
     refs_.resize(end + other.size());
     for (size_t left = other.size(); left > 0; --left) {
         OpacTavFSRef* const ref = other.refs_[left - 1];
-        const size_t place = LowerBoundAmong(end, ref->Path());
+        const size_t place = LowerBoundAmong(end, ref->Path()).place;
         std::move_backward(keys_.begin() + place, keys_.begin() + end, keys_.begin() + end + left);
         std::move_backward(refs_.begin() + place, refs_.begin() + end, refs_.begin() + end + left);
         keys_[place + left - 1] = Key(ref->Path() + common_).bits;

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <vector>
 
-// Whether an element comes before a path, from unit `skip` on.
-struct PathBefore {
+// Whether an element comes before a path, when both begin with the same `skip` units.
+struct ElementBeforePath {
     size_t skip = 0;
     bool operator()(const OpacTavFSRef* element, const TavChar* path) const;
 };
@@ -16,8 +16,13 @@ struct PathBefore {
 // the eight units after them. Erased places stay, empty, until Compact.
 class ReferenceRun {
 public:
-    // The first place whose path is not less than `path`; never an empty one, size() when there is none.
-    size_t LowerBound(const TavChar* path) const { return LowerBoundAmong(refs_.size(), path); }
+    // The first place whose path is not less than `path`: never an empty one, size() when there is none.
+    // `same` units at the beginning are known to be those of `path`.
+    struct Bound {
+        size_t place;
+        size_t same;
+    };
+    Bound LowerBound(const TavChar* path) const { return LowerBoundAmong(refs_.size(), path); }
 
     // Inserts at its lower bound in a run without empty places. On std::bad_alloc the run is as it was.
     void Insert(size_t place, OpacTavFSRef* ref);
@@ -41,8 +46,10 @@ public:
     size_t empty() const { return empty_; }
 
 private:
-    size_t LowerBoundAmong(size_t count, const TavChar* path) const;
-    size_t LowerBoundOfEqualKeys(size_t first, size_t last, PathBefore before, const TavChar* path) const;
+    Bound LowerBoundAmong(size_t count, const TavChar* path) const;
+    size_t LowerBoundOfEqualKeys(size_t first, size_t last, ElementBeforePath before,
+                                 const TavChar* path) const;
+    size_t FirstElement(size_t place, size_t count) const;
     void SetCommon(uint32_t common);
     void Reserve(size_t count);
 
