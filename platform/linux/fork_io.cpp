@@ -302,6 +302,7 @@ static OSErr LookForSpace(const OpenFork& fork, uint64_t end) {
     struct stat status;
     struct statvfs volume;
     if (fstat(fork.descriptor, &status) < 0 || fstatvfs(fork.descriptor, &volume) < 0) return LastError();
+    if (volume.f_blocks == 0) return noErr; // a volume in memory that does not say how large it is
     const uint64_t occupied = static_cast<uint64_t>(status.st_blocks) * 512;
     const uint64_t free = uint64_t{volume.f_bavail} * volume.f_frsize;
     return end <= occupied || end - occupied <= free ? noErr : dskFulErr;

@@ -139,9 +139,9 @@ static OSErr OpenError() {
     switch (LastErrorNumber()) {
     case ELOOP:
     case EISDIR:
-        return fnfErr; // something else has the name by now
     case ENXIO:
     case ENODEV:
+        return fnfErr; // something else has the name by now
     case ETXTBSY:
         return permErr;
     default:
@@ -245,8 +245,9 @@ static OSErr OpenAt(const Place& place, ForkKind kind, const Wish& wish, std::un
 static OSErr OpenByReference(const FSRef& ref, ForkKind kind, const Wish& wish,
                              std::unique_ptr<OpenFork>& fork) {
     if (kind == ForkKind::kData) {
+        // Any other failure may be another object's that has taken the name.
         const OSErr result = OpenDataByGuess(ref, wish, fork);
-        if (result != fnfErr) return result;
+        if (result == noErr || result == tmfoErr || result == memFullErr) return result;
     }
     Place place;
     OSErr result = LocateTarget(ref, place);

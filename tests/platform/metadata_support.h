@@ -148,7 +148,7 @@ inline UTCDateTime DateAt(int64_t secondsFrom1904, uint16_t fraction = 0) {
 inline constexpr int64_t k1970 = 2082844800;
 
 // Opens, reads, writes and closes by path; the fork is the resource fork where `resource` says so.
-inline OSErr OpenFork(const FSRef& ref, bool resource, int8_t permission, FSForkRefNum& number) {
+inline OSErr OpenByRef(const FSRef& ref, bool resource, int8_t permission, FSForkRefNum& number) {
     HFSUniStr255 name;
     resource ? FSGetResourceForkName(&name) : FSGetDataForkName(&name);
     return FSOpenFork(&ref, name.length, name.unicode, permission, &number);
@@ -160,7 +160,7 @@ inline OSErr MakeResourceFork(const FSRef& ref) {
 }
 inline OSErr WriteWhole(const FSRef& ref, bool resource, const std::string& content) {
     FSForkRefNum number = 0;
-    OSErr result = OpenFork(ref, resource, fsWrPerm, number);
+    OSErr result = OpenByRef(ref, resource, fsWrPerm, number);
     if (result != noErr) return result;
     result =
         FSWriteFork(number, fsFromStart, 0, static_cast<ByteCount>(content.size()), content.data(), nullptr);
@@ -169,7 +169,7 @@ inline OSErr WriteWhole(const FSRef& ref, bool resource, const std::string& cont
 }
 inline std::string ReadWhole(const FSRef& ref, bool resource) {
     FSForkRefNum number = 0;
-    EXPECT_EQ(OpenFork(ref, resource, fsRdPerm, number), noErr);
+    EXPECT_EQ(OpenByRef(ref, resource, fsRdPerm, number), noErr);
     int64_t size = 0;
     EXPECT_EQ(FSGetForkSize(number, &size), noErr);
     std::string content(static_cast<size_t>(size), '?');

@@ -57,9 +57,9 @@ TEST_F(Metadata, NodeFlagsWithNothingButTheType_TellTheLock) {
 TEST_F(Metadata, OpenForks_ShowInTheNodeFlags) {
     ASSERT_EQ(MakeResourceFork(RefTo(file_)), noErr);
     FSForkRefNum data = 0, resource = 0;
-    ASSERT_EQ(OpenFork(RefTo(file_), false, fsRdPerm, data), noErr);
+    ASSERT_EQ(OpenByRef(RefTo(file_), false, fsRdPerm, data), noErr);
     EXPECT_EQ(GetInfo(file_, kFSCatInfoNodeFlags).nodeFlags, kFSNodeForkOpenMask | kFSNodeDataOpenMask);
-    ASSERT_EQ(OpenFork(RefTo(file_), true, fsRdPerm, resource), noErr);
+    ASSERT_EQ(OpenByRef(RefTo(file_), true, fsRdPerm, resource), noErr);
     EXPECT_EQ(FSCloseFork(data), noErr);
     EXPECT_EQ(GetInfo(file_, kFSCatInfoNodeFlags).nodeFlags, kFSNodeForkOpenMask | kFSNodeResOpenMask);
     Place place = PlaceOf(file_);

@@ -354,7 +354,7 @@ TEST(SettingsWithoutAttributes, AMacsSidecarWithAnOpenFork_IsNotWrittenAnew) {
     WriteFile(volume / "x", "");
     WriteFile(volume / "._x", AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "fork"}}));
     FSForkRefNum number = 0;
-    ASSERT_EQ(OpenFork(RefTo(volume / "x"), true, fsRdWrPerm, number), noErr);
+    ASSERT_EQ(OpenByRef(RefTo(volume / "x"), true, fsRdWrPerm, number), noErr);
     EXPECT_EQ(SetLock(volume / "x", true), fBsyErr);
     EXPECT_EQ(FSCloseFork(number), noErr);
     EXPECT_EQ(SetLock(volume / "x", true), noErr);

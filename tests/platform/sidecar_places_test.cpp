@@ -123,7 +123,7 @@ TEST_F(SidecarPlaces, NewFileBesideAnOrphan_HasNoResourceForkAndCannotMakeOne) {
     WriteFile(At("._x"), kSound);
     MakeNew("x");
     FSForkRefNum number = 0;
-    EXPECT_EQ(OpenFork(RefTo(At("x")), true, fsRdPerm, number), errFSForkNotFound);
+    EXPECT_EQ(OpenByRef(RefTo(At("x")), true, fsRdPerm, number), errFSForkNotFound);
     EXPECT_EQ(MakeResourceFork(RefTo(At("x"))), dupFNErr);
     EXPECT_EQ(GetType(At("x")), kNoType);
     EXPECT_EQ(ReadFile(At("._x")), kSound);

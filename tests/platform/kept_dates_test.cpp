@@ -1,0 +1,161 @@
+#include "platform/linux/kept_dates.h"
+
+#include "metadata_support.h"
+
+namespace {
+constexpr int64_t kGiven = k1970 + 1000000000;
+
+class KeptDates : public testing::Test {
+protected:
+    // A file as the library makes it when it is given a date.
+    FSRef MakeFile(const std::string& name) {
+        const std::string path = folder_ / name;
+        WriteFile(path, "");
+        FSCatalogInfo info = {};
+        info.contentModDate = DateAt(kGiven, 0x8000);
+        EXPECT_EQ(FurnishNewObject(PlaceOf(path), kFSCatInfoContentMod, &info), noErr);
+        return RefTo(path);
+    }
+    static bool IsGiven(const FSRef& ref) {
+        const UTCDateTime date = GetInfo(ref, kFSCatInfoContentMod).contentModDate;
+        return SecondsOf(date) == kGiven && date.fraction == 0x8000;
+    }
+    std::string PathTo(const std::string& name) { return folder_ / name; }
+
+    TemporaryFolder folder_;
+};
+} // namespace
+
+TEST_F(KeptDates, FirstWriting_LeavesTheDate) {
+    const FSRef ref = MakeFile("x");
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, AllocatingAndCutting_LeaveTheDateToo) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, number), noErr);
+    EXPECT_EQ(FSAllocateFork(number, kFSAllocNoRoundUpMask, fsFromStart, 0, 4096, nullptr), noErr);
+    EXPECT_EQ(FSWriteFork(number, fsAtMark, 0, 512, std::string(512, 'x').data(), nullptr), noErr);
+    EXPECT_EQ(FSSetForkSize(number, fsFromStart, 5), noErr);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+    EXPECT_EQ(ReadFile(PathTo("x")), "xxxxx");
+}
+
+TEST_F(KeptDates, SecondWriting_SetsTheDateAsUsual) {
+    const FSRef ref = MakeFile("x");
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    ASSERT_EQ(WriteWhole(ref, false, "more"), noErr);
+    EXPECT_FALSE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, OpeningWithoutWriting_DoesNotCount) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsRdWrPerm, number), noErr);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, ResourceForkFirst_LeavesTheDate) {
+    const FSRef ref = MakeFile("x");
+    ASSERT_EQ(MakeResourceFork(ref), noErr);
+    ASSERT_EQ(WriteWhole(ref, true, "resource"), noErr);
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, OtherFactsSetAfterwards_LeaveTheDate) {
+    const FSRef ref = MakeFile("x");
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    ASSERT_EQ(SetType(PathTo("x"), "TEXTttxt"), noErr);
+    ASSERT_EQ(SetLock(PathTo("x"), true), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, TwoForksOpenAtOnce_LeaveTheDateWhenTheLastIsClosed) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum first = 0, second = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, first), noErr);
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, second), noErr);
+    EXPECT_EQ(FSWriteFork(first, fsAtMark, 0, 1, "a", nullptr), noErr);
+    EXPECT_EQ(FSCloseFork(first), noErr);
+    EXPECT_EQ(FSWriteFork(second, fsAtMark, 0, 1, "b", nullptr), noErr);
+    EXPECT_EQ(FSCloseFork(second), noErr);
+    EXPECT_TRUE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, ADateThatIsSet_Holds) {
+    const FSRef ref = MakeFile("x");
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(kGiven + 5);
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoContentMod, &info), noErr);
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_GT(SecondsOf(GetInfo(ref, kFSCatInfoContentMod).contentModDate), kGiven + 5); // by the writing
+}
+
+TEST_F(KeptDates, ADateSetWhileTheForkIsOpen_IsNotTakenBack) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, number), noErr);
+    EXPECT_EQ(FSWriteFork(number, fsAtMark, 0, 1, "a", nullptr), noErr);
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(kGiven + 5);
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoContentMod, &info), noErr);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_EQ(SecondsOf(GetInfo(ref, kFSCatInfoContentMod).contentModDate), kGiven + 5);
+}
+
+TEST_F(KeptDates, SomeoneElsesChangeBefore_EndsIt) {
+    const FSRef ref = MakeFile("x");
+    WriteFile(PathTo("x"), "someone else");
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_FALSE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, SomeoneElsesChangeMeanwhile_EndsIt) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, number), noErr);
+    EXPECT_EQ(FSWriteFork(number, fsAtMark, 0, 1, "a", nullptr), noErr);
+    const int64_t own = SystemTime();
+    do WriteFile(PathTo("x"), "someone else"); // until the host's clock for changes has moved on
+    while (StatusOf(PathTo("x")).st_mtim.tv_sec * 1000000000LL + StatusOf(PathTo("x")).st_mtim.tv_nsec <=
+           own);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_FALSE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, SomeoneElsesChangeOfAForkOnlyOpened_EndsIt) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, number), noErr);
+    WriteFile(PathTo("x"), "someone else");
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_FALSE(IsGiven(ref));
+    ASSERT_EQ(WriteWhole(ref, false, "data"), noErr);
+    EXPECT_FALSE(IsGiven(ref));
+}
+
+TEST_F(KeptDates, FileMadeWithoutADate_ChangesItsDateAsUsual) {
+    WriteFile(PathTo("x"), "");
+    EXPECT_EQ(FurnishNewObject(PlaceOf(PathTo("x")), kFSCatInfoNone, nullptr), noErr);
+    const timespec times[2] = {{1, 0}, {1, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, PathTo("x").c_str(), times, 0), 0);
+    ASSERT_EQ(WriteWhole(RefTo(PathTo("x")), false, "data"), noErr);
+    EXPECT_NE(StatusOf(PathTo("x")).st_mtim.tv_sec, 1);
+}
+
+TEST_F(KeptDates, OnlyTheLastFiles_AreRemembered) {
+    const FSRef oldest = MakeFile("oldest");
+    for (int i = 0; i < 127; ++i) MakeFile(std::to_string(i));
+    ASSERT_EQ(WriteWhole(oldest, false, "data"), noErr);
+    EXPECT_TRUE(IsGiven(oldest));
+    const FSRef forgotten = MakeFile("forgotten");
+    for (int i = 0; i < 128; ++i) MakeFile("more" + std::to_string(i));
+    ASSERT_EQ(WriteWhole(forgotten, false, "data"), noErr);
+    EXPECT_FALSE(IsGiven(forgotten));
+}
