@@ -6,6 +6,7 @@
 #include "platform/linux/folders.h"
 
 #include "platform/linux/entries.h"
+#include "platform/linux/idle_iterators.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/system_calls.h"
 
@@ -230,7 +231,8 @@ OSErr OpenFolder(FolderID id, FolderHandle& handle) {
 }
 
 bool CloseIdleDescriptors() {
-    return StateLock()->descriptors.DropIdle();
+    const bool anyResting = FreeRestingDescriptors();
+    return StateLock()->descriptors.DropIdle() || anyResting;
 }
 
 // ---- Entering ----

@@ -1,0 +1,38 @@
+// Inside the provider: the record of an iterator, and the delete iterators that rest between two reads, which
+// give their descriptors back when many are open.
+#pragma once
+
+#include "platform/iterators.h"
+#include "platform/linux/folder_reader.h"
+#include "platform/linux/references.h"
+
+struct OpaqueFSIterator {
+    FSRef container;
+    bool isForDelete = false;
+    bool isOnLink = false; // a delete iterator that yields nothing
+
+    FolderReader reader;
+    Place item;            // the entry in hand, and the folder in which all of them stand
+    OSErr pending = noErr; // came up behind entries that were still given
+
+    // For deletes: the folder held no sidecars when it was read, and the count of sidecars made from before
+    // that.
+    bool hasNoSidecars = false;
+    uint64_t sidecarsMade = 0;
+
+    struct statx_timestamp changed = {}; // the folder's last change when it was last looked at
+
+    // The list of those at rest, from the one that rests longest.
+    OpaqueFSIterator* older = nullptr;
+    OpaqueFSIterator* newer = nullptr;
+    bool isResting = false;
+};
+
+// The iterator's owner is done with it for now; from here on it may have to give its descriptors back.
+void LetRest(OpaqueFSIterator& iterator);
+
+// The iterator is about to be used or closed; from here on it keeps what it has.
+void TakeUp(OpaqueFSIterator& iterator);
+
+// Makes all resting iterators give their descriptors back; true when there were any.
+bool FreeRestingDescriptors();

@@ -1,0 +1,216 @@
+// Folder iterators: names from getdents64 in large batches, facts from statx entry by entry and only those
+// that the caller wants. The kernel keeps the place in a listing while entries come and go, so deleting what
+// was returned upsets nothing. Differs from the platform: sidecars of existing files are not shown, a delete
+// iterator refuses mount points and yields nothing on a link, and one that had to give its descriptor back
+// starts again from the beginning. Order: opening; one entry; the operations.
+#include "platform/iterators.h"
+
+#include "platform/linux/errors.h"
+#include "platform/linux/idle_iterators.h"
+#include "platform/linux/metadata.h"
+#include "platform/linux/names.h"
+#include "platform/linux/sighting.h"
+#include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+
+namespace {
+// What a caller of a bulk read asks for; arrays that are not wanted are null.
+struct Wanted {
+    FSCatalogInfoBitmap whichInfo;
+    FSCatalogInfo* infos;
+    FSRef* refs;
+    FSSpec* specs;
+    HFSUniStr255* names;
+};
+} // namespace
+
+// ---- Opening
+
+// Whether something is mounted there. Kernels before 5.8 do not say so themselves; a volume of its own tells
+// it then.
+static bool IsMountPoint(const Place& place) {
+    if (place.folderID == kRootParent) return true;
+    if (place.facts.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT)
+        return place.facts.stx_attributes & STATX_ATTR_MOUNT_ROOT;
+    struct statx above;
+    return FactsAt(place.folder.descriptor(), "", AT_EMPTY_PATH, above) == 0 &&
+           (above.stx_dev_major != place.facts.stx_dev_major ||
+            above.stx_dev_minor != place.facts.stx_dev_minor);
+}
+
+static OSErr OpenReader(OpaqueFSIterator& iterator, const Place& folder) {
+    OSErr result = OpenFolder(folder, iterator.item.folder);
+    if (result == noErr) result = FolderNumber(folder, iterator.item.folderID);
+    if (result == noErr) result = iterator.reader.Open(iterator.item.folder.descriptor());
+    return result;
+}
+
+// Looks through the names once for any that could be a sidecar's. That is much cheaper than to look beside
+// each file.
+static OSErr LookForSidecars(OpaqueFSIterator& iterator) {
+    iterator.sidecarsMade = SidecarsMade();
+    const char* name;
+    unsigned format;
+    OSErr result;
+    do result = iterator.reader.Next(name, format);
+    while (result == noErr && std::strncmp(name, "._", 2) != 0);
+    if (result != noErr && result != errFSNoMoreItems) return result;
+    iterator.hasNoSidecars = result == errFSNoMoreItems;
+    return iterator.reader.Rewind();
+}
+
+static OSErr Open(OpaqueFSIterator& iterator) {
+    Place folder;
+    OSErr result =
+        iterator.isForDelete ? Locate(iterator.container, folder) : LocateTarget(iterator.container, folder);
+    if (result != noErr) return result;
+    if (iterator.isForDelete && folder.isLink) {
+        iterator.isOnLink = true;
+        return noErr;
+    }
+    if (!S_ISDIR(folder.facts.stx_mode)) return errFSNotAFolder;
+    // What is mounted belongs to no tree that is deleted.
+    if (iterator.isForDelete && IsMountPoint(folder)) return fBsyErr;
+    iterator.changed = folder.facts.stx_mtime;
+    return OpenReader(iterator, folder);
+}
+
+// Opens again what had to be given back. Nothing is known of sidecars then, and reading a long listing once
+// more to know would cost more than it saves.
+static OSErr WakeUp(OpaqueFSIterator& iterator) {
+    if (iterator.isOnLink || iterator.reader.IsOpen()) return noErr;
+    iterator.hasNoSidecars = false;
+    return WithDescriptors([&] { return Open(iterator); });
+}
+
+// ---- One entry
+
+// What statx has to tell of an entry, nothing if the listing has told enough.
+static unsigned FactsNeeded(const Wanted& wanted, unsigned format) {
+    if (wanted.whichInfo & ~(kFSCatInfoNodeFlags | kFSCatInfoTextEncoding)) return kFactsMask;
+    if (wanted.refs || wanted.specs) return STATX_TYPE | STATX_INO | STATX_BTIME | STATX_CTIME | STATX_MNT_ID;
+    return wanted.whichInfo != kFSCatInfoNone && format == 0 ? STATX_TYPE : 0;
+}
+
+static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format) {
+    const unsigned mask = FactsNeeded(wanted, format);
+    if (mask == 0) {
+        item.facts = {};
+        item.facts.stx_mask = STATX_TYPE;
+        item.facts.stx_mode = static_cast<uint16_t>(format);
+    } else {
+        const int folder = item.folder.descriptor();
+        constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+        if (Retry([&] { return statx(folder, item.name, flags, mask, &item.facts); }) != 0)
+            return LastError();
+    }
+    item.isLink = S_ISLNK(item.facts.stx_mode);
+    return noErr;
+}
+
+// Finds the next entry that is shown; one that has gone since its batch was read is not.
+static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
+    Place& item = iterator.item;
+    for (;;) {
+        const char* name;
+        unsigned format;
+        OSErr result = iterator.reader.Next(name, format);
+        if (result != noErr) return result;
+        const size_t length = std::strlen(name);
+        if (length > kMaxNameBytes) return bdNamErr;
+        std::memcpy(item.name, name, length + 1);
+        if (IsSidecar(item.folder.descriptor(), item.name)) continue;
+        result = LookAt(item, wanted, format);
+        if (result != fnfErr) return result;
+    }
+}
+
+// Writes what the caller wants of the entry in hand to place `index` of its arrays.
+static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCount index) {
+    const Place& item = iterator.item;
+    FSRef own;
+    FSRef& ref = wanted.refs ? wanted.refs[index] : own;
+    OSErr result = noErr;
+    if (wanted.refs || wanted.specs) result = MakeReference(item.folderID, item.name, item.facts, false, ref);
+    if (result == noErr && wanted.specs) result = FillSpec(item, ref, wanted.specs[index]);
+    if (result == noErr && wanted.whichInfo != kFSCatInfoNone)
+        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index]);
+    if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
+    if (result == noErr && iterator.hasNoSidecars && wanted.refs && (wanted.whichInfo & kFSCatInfoNodeFlags))
+        RememberSighting(ref, item, wanted.infos[index].nodeFlags & kFSNodeLockedMask, iterator.sidecarsMade);
+    return result;
+}
+
+static OSErr Fetch(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCount index) {
+    OSErr result;
+    do {
+        result = NextItem(iterator, wanted);
+        if (result == noErr) result = Describe(iterator, wanted, index);
+    } while (result == fnfErr);
+    return result;
+}
+
+// Whether the folder has changed since it was last asked about here.
+static bool NoticeChange(OpaqueFSIterator& iterator) {
+    struct statx facts;
+    if (!iterator.reader.IsOpen() ||
+        statx(iterator.reader.descriptor(), "", AT_EMPTY_PATH, STATX_MTIME, &facts) != 0)
+        return false;
+    const struct statx_timestamp before = iterator.changed;
+    iterator.changed = facts.stx_mtime;
+    return before.tv_sec != facts.stx_mtime.tv_sec || before.tv_nsec != facts.stx_mtime.tv_nsec;
+}
+
+// ---- The operations
+
+OSErr FSOpenIterator(const FSRef* container, FSIteratorFlags iteratorFlags, FSIterator* iterator) {
+    if (!container || !iterator || (iteratorFlags != kFSIterateFlat && iteratorFlags != kFSIterateDelete))
+        return paramErr;
+    std::unique_ptr<OpaqueFSIterator> opened(new (std::nothrow) OpaqueFSIterator);
+    if (!opened) return memFullErr;
+    opened->container = *container;
+    opened->isForDelete = iteratorFlags == kFSIterateDelete;
+    OSErr result = WithDescriptors([&] { return Open(*opened); });
+    if (result == noErr && opened->isForDelete && !opened->isOnLink) result = LookForSidecars(*opened);
+    if (result != noErr) return result;
+    *iterator = opened.release();
+    if ((*iterator)->isForDelete) LetRest(**iterator);
+    return noErr;
+}
+
+OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCount* actualObjects,
+                           Boolean* containerChanged, FSCatalogInfoBitmap whichInfo,
+                           FSCatalogInfo* catalogInfos, FSRef* refs, FSSpec* specs, HFSUniStr255* names) {
+    if (!iterator || !actualObjects) return paramErr;
+    *actualObjects = 0;
+    if (maximumObjects == 0 || (whichInfo != kFSCatInfoNone && !catalogInfos)) return paramErr;
+
+    if (iterator->isForDelete) TakeUp(*iterator);
+    OSErr result = iterator->pending;
+    iterator->pending = noErr;
+    if (result == noErr) result = WakeUp(*iterator);
+    if (containerChanged) *containerChanged = NoticeChange(*iterator);
+    if (result == noErr && iterator->isOnLink) result = errFSNoMoreItems;
+
+    const Wanted wanted{whichInfo, catalogInfos, refs, specs, names};
+    while (result == noErr && *actualObjects < maximumObjects) {
+        result = Fetch(*iterator, wanted, *actualObjects);
+        if (result == noErr) ++*actualObjects;
+    }
+    if (iterator->isForDelete && iterator->reader.IsOpen()) LetRest(*iterator);
+    if (*actualObjects == 0) return result;
+    // What came before an error is given first, the error with the next call.
+    iterator->pending = result;
+    return noErr;
+}
+
+OSErr FSCloseIterator(FSIterator iterator) {
+    if (!iterator) return paramErr;
+    if (iterator->isForDelete) TakeUp(*iterator);
+    delete iterator;
+    return noErr;
+}

@@ -1,0 +1,209 @@
+// Creating, deleting, moving and renaming, on openat, mkdirat, unlinkat and renameat2 in folders whose
+// identity has been checked; no path is ever walked again. Differs from the platform: a link is deleted,
+// moved and renamed itself, while creating in one or moving into one means its target; an object's sidecar
+// goes with it; an object that stays where it is under its own name is no duplicate of itself; a new object
+// keeps to the umask unless permissions are given. Order: what the operations share; creating; deleting;
+// moving and renaming.
+#include "platform/objects.h"
+
+#include "platform/linux/errors.h"
+#include "platform/linux/metadata.h"
+#include "platform/linux/names.h"
+#include "platform/linux/sighting.h"
+#include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+// ---- What the operations share
+
+static bool IsFolder(const Place& place) {
+    return S_ISDIR(place.facts.stx_mode);
+}
+
+// Removes the entry itself. One of another kind means that the object has gone and something else took its
+// name.
+static OSErr Unlink(const Place& place) {
+    const int flags = IsFolder(place) ? AT_REMOVEDIR : 0;
+    if (Retry([&] { return unlinkat(place.folder.descriptor(), place.name, flags); }) == 0) return noErr;
+    switch (LastErrorNumber()) {
+    case ENOTDIR:
+    case EISDIR:
+        return fnfErr;
+    case EEXIST:
+        return fBsyErr; // some file systems' word for a folder that is not empty
+    default:
+        return LastError();
+    }
+}
+
+// ---- Creating
+
+// Makes the empty file or folder that `made` names and looks at it. Where permissions are to follow, nobody
+// else gets in before they are set.
+static OSErr MakeFile(Place& made, bool isPrivate) {
+    const int descriptor =
+        OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, isPrivate ? 0600 : 0666);
+    if (descriptor < 0) return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
+    const OSErr result = FactsAt(descriptor, "", AT_EMPTY_PATH, made.facts) == 0 ? noErr : LastError();
+    Close(descriptor);
+    if (result != noErr) unlinkat(made.folder.descriptor(), made.name, 0);
+    return result;
+}
+
+static OSErr MakeFolder(Place& made, bool isPrivate) {
+    const int folder = made.folder.descriptor();
+    if (Retry([&] { return mkdirat(folder, made.name, isPrivate ? 0700 : 0777); }) != 0)
+        return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
+    if (FactsAt(folder, made.name, AT_SYMLINK_NOFOLLOW, made.facts) != 0) return LastError();
+    return IsFolder(made) ? noErr : fnfErr;
+}
+
+// Takes back what has just been made, unless something else bears its name by now.
+static void Unmake(const Place& made) {
+    struct statx facts;
+    if (FactsAt(made.folder.descriptor(), made.name, AT_SYMLINK_NOFOLLOW, facts) != 0) return;
+    if (facts.stx_ino != made.facts.stx_ino || Unlink(made) != noErr) return;
+    (void)RemoveSidecar(made.folder.descriptor(), made.name);
+    ObjectDeleted(made);
+}
+
+namespace {
+// What a creating call is to give the new object and to tell of it.
+struct Creation {
+    FSCatalogInfoBitmap whichInfo;
+    const FSCatalogInfo* catalogInfo;
+    FSRef* newRef;
+    FSSpec* newSpec;
+    uint32_t* newDirID;
+};
+} // namespace
+
+// Gives the new object its facts and tells the caller of it.
+static OSErr Furnish(const Place& made, const Creation& creation) {
+    FSRef ref;
+    OSErr result = FurnishNewObject(made, creation.whichInfo, creation.catalogInfo);
+    if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
+    if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
+    if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
+    if (result == noErr && creation.newRef) *creation.newRef = ref;
+    return result;
+}
+
+static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
+                    const Creation& creation, OSErr (*make)(Place&, bool)) {
+    if (!parentRef || !name || (creation.whichInfo != kFSCatInfoNone && !creation.catalogInfo))
+        return paramErr;
+    Place made{};
+    OSErr result = BytesFromName(name, nameLength, made.name);
+    if (result == noErr)
+        result = WithDescriptors([&] { return OpenContainer(*parentRef, made.folderID, made.folder); });
+    if (result == noErr) result = make(made, creation.whichInfo & kFSCatInfoPermissions);
+    if (result != noErr) return result;
+    result = Furnish(made, creation);
+    if (result != noErr) Unmake(made);
+    return result;
+}
+
+OSErr FSCreateFileUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
+                          FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
+                          FSSpec* newSpec) {
+    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, nullptr}, MakeFile);
+}
+
+OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
+                               FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
+                               FSSpec* newSpec, uint32_t* newDirID) {
+    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, newDirID},
+                  MakeFolder);
+}
+
+// ---- Deleting
+
+OSErr FSDeleteObject(const FSRef* ref) {
+    if (!ref) return paramErr;
+    Place place;
+    OSErr result = WithDescriptors([&] { return Locate(*ref, place); });
+    if (result != noErr) return result;
+    if (place.folderID == kRootParent) return fBsyErr;
+
+    bool isLocked;
+    const bool hasNoSidecar = RecallSighting(*ref, place, isLocked);
+    if (!hasNoSidecar) isLocked = IsLocked(place);
+    if (isLocked) return fLckdErr;
+
+    result = Unlink(place);
+    if (result != noErr) return result;
+    ObjectDeleted(place);
+    return hasNoSidecar ? noErr : RemoveSidecar(place.folder.descriptor(), place.name);
+}
+
+// ---- Moving and renaming
+
+// Whether both names lead to one entry, as where letter case does not count. Two links to a file are two
+// entries.
+static bool AreOneEntry(const Place& from, const Place& to) {
+    struct statx facts;
+    return from.folderID == to.folderID && (IsFolder(from) || from.facts.stx_nlink == 1) &&
+           FactsAt(to.folder.descriptor(), to.name, AT_SYMLINK_NOFOLLOW, facts) == 0 &&
+           facts.stx_ino == from.facts.stx_ino && facts.stx_dev_major == from.facts.stx_dev_major &&
+           facts.stx_dev_minor == from.facts.stx_dev_minor;
+}
+
+// Renames the entry without replacing another, unless that other is itself in another spelling.
+static OSErr RenameEntry(const Place& from, const Place& to) {
+    const int folder = from.folder.descriptor(), newFolder = to.folder.descriptor();
+    if (RenameWithoutReplacing(folder, from.name, newFolder, to.name) == 0) return noErr;
+    const OSErr result = LastError();
+    if (result != dupFNErr || !AreOneEntry(from, to)) return result;
+    return Retry([&] { return renameat(folder, from.name, newFolder, to.name); }) == 0 ? noErr : LastError();
+}
+
+// Renames the object and its sidecar, both or neither.
+static OSErr RenameWithSidecar(const Place& from, const Place& to) {
+    const int folder = from.folder.descriptor(), newFolder = to.folder.descriptor();
+    OSErr result = CheckSidecarMove(folder, from.name, newFolder, to.name);
+    if (result == dupFNErr && AreOneEntry(from, to)) result = noErr;
+    if (result == noErr) result = RenameEntry(from, to);
+    if (result != noErr) return result;
+    result = RenameSidecar(folder, from.name, newFolder, to.name);
+    if (result != noErr) (void)RenameWithoutReplacing(newFolder, to.name, folder, from.name);
+    return result;
+}
+
+// Brings the object at `from` to where `to` names, and tells references of it.
+static OSErr Relocate(const Place& from, const Place& to, FSRef* newRef) {
+    if (from.folderID == kRootParent) return fBsyErr;
+    if (from.folderID != to.folderID || std::strcmp(from.name, to.name) != 0) {
+        const OSErr result = RenameWithSidecar(from, to);
+        if (result != noErr) return result;
+        ObjectMoved(from, to.folderID, to.name);
+    }
+    return newRef ? MakeReference(to.folderID, to.name, from.facts, from.standsForTarget, *newRef) : noErr;
+}
+
+OSErr FSMoveObject(const FSRef* ref, const FSRef* destDirectory, FSRef* newRef) {
+    if (!ref || !destDirectory) return paramErr;
+    Place from, to;
+    OSErr result = WithDescriptors([&] { return Locate(*ref, from); });
+    if (result == noErr)
+        result = WithDescriptors([&] { return OpenContainer(*destDirectory, to.folderID, to.folder); });
+    if (result != noErr) return result;
+    std::memcpy(to.name, from.name, sizeof to.name);
+    return Relocate(from, to, newRef);
+}
+
+OSErr FSRenameUnicode(const FSRef* ref, UniCharCount nameLength, const UniChar* name, TextEncoding,
+                      FSRef* newRef) {
+    if (!ref || !name) return paramErr;
+    Place from, to;
+    OSErr result = BytesFromName(name, nameLength, to.name);
+    if (result == noErr) result = WithDescriptors([&] { return Locate(*ref, from); });
+    if (result != noErr) return result;
+    to.folder = from.folder;
+    to.folderID = from.folderID;
+    return Relocate(from, to, newRef);
+}

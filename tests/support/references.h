@@ -1,0 +1,14 @@
+// References, names and paths in the terms that tests think in.
+#pragma once
+
+#include "platform/types.h"
+
+#include <string>
+
+// The reference of an existing object; throws where there is none.
+FSRef Reference(const std::string& path);
+
+// The path that a reference leads to; empty when its object is gone.
+std::string PathOf(const FSRef& ref);
+
+HFSUniStr255 Name(const std::u16string& units);
