@@ -1,0 +1,151 @@
+// The calls that a delete makes, in their order, and what it does when one of them fails.
+#include "copy/recursive_delete.h"
+
+#include "support/faults.h"
+#include "support/files.h"
+#include "support/references.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace fs = std::filesystem;
+using Calls = std::vector<std::string>;
+
+namespace {
+
+void Lock(const std::string& path) {
+    const FSRef ref = Reference(path);
+    FSCatalogInfo info{};
+    info.nodeFlags = kFSNodeLockedMask;
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info), noErr);
+}
+
+class DeleteCalls : public testing::Test {
+protected:
+    TemporaryFolder folder;
+    const std::string tree = folder / "tree";
+
+    // A folder with one locked file and one sub-folder that is locked and holds a file.
+    void MakeTree() {
+        fs::create_directories(tree + "/sub");
+        WriteFile(tree + "/sub/f", "x");
+        Lock(tree + "/sub");
+        Lock(tree + "/sub/f");
+    }
+};
+
+} // namespace
+
+TEST_F(DeleteCalls, OfNull_AreNone) {
+    faults::Injection watch;
+    EXPECT_EQ(FSDeleteObjects(nullptr), paramErr);
+    EXPECT_EQ(FSDeleteFolder(nullptr), paramErr);
+    EXPECT_EQ(watch.log(), Calls{});
+}
+
+TEST_F(DeleteCalls, OfUnlockedFile_AreALookAndTheDelete) {
+    WriteFile(tree, "x");
+    const FSRef ref = Reference(tree);
+    faults::Injection watch;
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo", "FSDeleteObject"}));
+}
+
+TEST_F(DeleteCalls, OfLockedFile_UnlockJustBeforeTheDelete) {
+    WriteFile(tree, "x");
+    Lock(tree);
+    const FSRef ref = Reference(tree);
+    faults::Injection watch;
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo", "FSSetCatalogInfo", "FSDeleteObject"}));
+}
+
+TEST_F(DeleteCalls, OfEmptyFolder_EndWithTheFirstRead) {
+    fs::create_directory(tree);
+    const FSRef ref = Reference(tree);
+    faults::Injection watch;
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo", "FSOpenIterator", "FSGetCatalogInfoBulk",
+                                  "FSCloseIterator", "FSDeleteObject"}));
+}
+
+TEST_F(DeleteCalls, OfTree_GoDepthFirstOneItemARead_AndUnlockEachItemJustBeforeItGoes) {
+    MakeTree();
+    const FSRef ref = Reference(tree);
+    faults::Injection watch;
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo",                        //
+                                  "FSOpenIterator", "FSGetCatalogInfoBulk",  // the sub-folder
+                                  "FSOpenIterator", "FSGetCatalogInfoBulk",  // its file
+                                  "FSSetCatalogInfo", "FSDeleteObject",      //
+                                  "FSGetCatalogInfoBulk", "FSCloseIterator", // the sub-folder's end
+                                  "FSSetCatalogInfo", "FSDeleteObject",      //
+                                  "FSGetCatalogInfoBulk", "FSCloseIterator", "FSDeleteObject"})); // the top
+}
+
+TEST_F(DeleteCalls, FailedUnlock_IsNotReported_TheRefusedDeleteIs) {
+    WriteFile(tree, "x");
+    Lock(tree);
+    const FSRef ref = Reference(tree);
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSSetCatalogInfo"});
+    EXPECT_EQ(FSDeleteObjects(&ref), fLckdErr);
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_TRUE(fs::exists(tree));
+}
+
+TEST_F(DeleteCalls, FailedUnlockInTheTree_StopsEveryLevelWithTheDeletesError) {
+    MakeTree();
+    const FSRef ref = Reference(tree);
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSSetCatalogInfo"});
+    EXPECT_EQ(FSDeleteObjects(&ref), fLckdErr);
+    EXPECT_EQ(fault.calls("FSDeleteObject"), 1u);
+    EXPECT_TRUE(fs::exists(tree + "/sub/f"));
+}
+
+TEST_F(DeleteCalls, FailedClose_IsNotReported) {
+    fs::create_directory(tree);
+    const FSRef ref = Reference(tree);
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSCloseIterator"});
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+TEST_F(DeleteCalls, AnyCallFailing_GivesItsErrorAndClosesEveryIterator) {
+    for (OSErr code : {ioErr, fnfErr, paramErr, memFullErr, tmfoErr, fBsyErr}) {
+        OSErr result = noErr;
+        FSRef ref;
+        const unsigned runs = faults::FailEachCall({
+            .fault = {.code = code, .operation = "seam"},
+            .prepare =
+                [&] {
+                    MakeTree();
+                    ref = Reference(tree);
+                },
+            .scenario = [&] { result = FSDeleteObjects(&ref); },
+            .check =
+                [&](const std::string& failed) {
+                    OSErr expected = code;
+                    if (failed == "" || failed == "FSCloseIterator") expected = noErr;
+                    if (failed == "FSSetCatalogInfo") expected = fLckdErr;
+                    EXPECT_EQ(result, expected) << failed;
+                    EXPECT_EQ(fs::exists(tree), result != noErr) << failed;
+                    EXPECT_EQ(faults::Open().iterators, 0) << failed;
+                    if (!fs::exists(tree)) return;
+                    // What is left goes with the next delete.
+                    const FSRef rest = Reference(tree);
+                    EXPECT_EQ(FSDeleteObjects(&rest), noErr) << failed;
+                },
+        });
+        EXPECT_GT(runs, 10u);
+    }
+}
+
+TEST_F(DeleteCalls, EndOfListingFromTheDelete_IsNoErrorEither) {
+    // kept: the code that ends a level is turned into success wherever in the level it came from.
+    fs::create_directory(tree);
+    WriteFile(tree + "/f", "x");
+    const FSRef ref = Reference(tree);
+    faults::Injection fault({.call = 1, .code = errFSNoMoreItems, .operation = "FSDeleteObject"});
+    EXPECT_EQ(FSDeleteFolder(&ref), noErr);
+    EXPECT_TRUE(fs::exists(tree + "/f"));
+}
