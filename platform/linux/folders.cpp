@@ -243,12 +243,17 @@ OSErr EnterFolder(FolderID parent, const char* name, const struct statx& facts, 
         return noErr;
     }
     Identity identity = IdentityOf(facts, TraitsOf(parent, name, facts));
-    return WithoutExceptions([&] {
+    bool added = false;
+    OSErr result = WithoutExceptions([&] {
         StateLock state;
+        size_t before = state->folders.size();
         id = state->folders.Enter(identity, MountOf(facts), parent, name);
+        added = state->folders.size() > before;
         if (std::strlen(name) > FolderRecord::kInlineName) state->longNames.Remember(identity, parent, name);
         return id == kNoFolder ? memFullErr : noErr;
     });
+    if (added) SweepFolders();
+    return result;
 }
 
 OSErr PlaceOfFolder(FolderID id, Place& place) {

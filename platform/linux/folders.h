@@ -35,3 +35,8 @@ bool FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t
 
 // Notes where a folder is by climbing from it to "/", for a folder that others have moved somewhere else.
 OSErr FindWayUp(FolderID id);
+
+// Looks at a few of the folders in the table, once there are many, and takes those out that others have
+// deleted. To be called whenever a folder has been added, so that the table stays within twice the folders
+// that there are.
+void SweepFolders();

@@ -65,4 +65,5 @@ void ForgetReferences() {
     state->paths.Clear();
     state->devices = {};
     state->caseless.Clear();
+    state->sweep = {};
 }

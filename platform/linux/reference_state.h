@@ -27,6 +27,17 @@ private:
     Slot slots_[kSlots] = {};
 };
 
+// How far the folder table has been looked through for folders that are gone.
+struct FolderSweep {
+    static constexpr size_t kLeast = 8192;
+
+    size_t at = kLeast; // the number of folders from which on it is done
+    size_t left = 0;    // folders still to be looked at in this round
+    FolderID last = kRootFolder;
+    MountView view = 0; // folders are looked for as the first user of the table sees them
+    bool running = false;
+};
+
 struct ReferenceState {
     FolderTable folders;
     DescriptorCache descriptors;
@@ -36,6 +47,7 @@ struct ReferenceState {
     FolderPaths paths;
     Devices devices;
     CaselessNames caseless;
+    FolderSweep sweep;
 };
 
 // Holds the lock while it lives.

@@ -1,4 +1,4 @@
-// References: making them, finding their objects, comparing them and turning them into paths.
+// References: making them, finding their objects and comparing them.
 // The platform finds any object by its number in the catalog. The host finds names only, so a reference says
 // in which folder and under which name its object was seen, and the identity tells whether what stands there
 // is still it. When it is not, the ways to find it are, in this order: where the library itself moved it;
@@ -12,11 +12,11 @@
 #include "platform/linux/names.h"
 #include "platform/linux/reference_record.h"
 #include "platform/linux/reference_state.h"
+#include "platform/linux/spots.h"
 #include "platform/linux/system_calls.h"
 #include "platform/references.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <fcntl.h>
 
@@ -54,12 +54,14 @@ OSErr FolderReference(FolderID id, FSRef& ref) {
 
 namespace {
 
-// Where to look: a folder and a name, of which perhaps only the hash is known.
-struct Spot {
-    FolderID folder;
-    uint32_t nameHash;
-    char name[256]; // empty when only the hash is known
-};
+// A reference's folder number stands for the very folder that the reference was made for.
+bool OwnNumberHolds(const ReferenceRecord& record, const Identity& identity) {
+    if (record.own == kNoFolder || record.own == kRootFolder) return true;
+    StateLock state;
+    const FolderRecord* folder = state->folders.Find(record.own);
+    return folder && folder->device == identity.device && folder->birth == identity.birth &&
+           (!identity.byNumber || folder->inode == identity.inode);
+}
 
 // Where the object was seen last: the table says it for folders, the reference itself for others.
 bool SpotOf(const ReferenceRecord& record, const Identity& identity, Spot& spot) {
@@ -88,6 +90,16 @@ bool SpotOf(const ReferenceRecord& record, const Identity& identity, Spot& spot)
     spot.name[length] = 0;
     return true;
 }
+
+} // namespace
+
+bool LastSeen(const FSRef& ref, ReferenceRecord& record, Identity& identity, Spot& spot) {
+    if (!Unpack(ref, record)) return false;
+    identity = IdentityOf(record);
+    return OwnNumberHolds(record, identity) && SpotOf(record, identity, spot);
+}
+
+namespace {
 
 OSErr OpenSpot(FolderID folder, FolderHandle& handle) {
     return OpenFolder(folder == kRootParent ? kRootFolder : folder, handle);
@@ -174,23 +186,13 @@ OSErr LocateElsewhere(const ReferenceRecord& record, Identity identity, const Sp
     return result;
 }
 
-// A reference's folder number stands for the very folder that the reference was made for.
-bool OwnNumberHolds(const ReferenceRecord& record, const Identity& identity) {
-    if (record.own == kNoFolder || record.own == kRootFolder) return true;
-    StateLock state;
-    const FolderRecord* folder = state->folders.Find(record.own);
-    return folder && folder->device == identity.device && folder->birth == identity.birth &&
-           (!identity.byNumber || folder->inode == identity.inode);
-}
-
 } // namespace
 
 OSErr Locate(const FSRef& ref, Place& place) {
     ReferenceRecord record;
     Spot spot;
-    if (!Unpack(ref, record)) return fnfErr;
-    Identity identity = IdentityOf(record);
-    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot)) return fnfErr;
+    Identity identity;
+    if (!LastSeen(ref, record, identity, spot)) return fnfErr;
     OSErr result = spot.name[0] ? LookUnder(record, identity, spot, place) : fnfErr;
     return result == fnfErr ? LocateElsewhere(record, identity, spot, place) : result;
 }
@@ -205,9 +207,8 @@ OSErr LocateTarget(const FSRef& ref, Place& place) {
 OSErr Guess(const FSRef& ref, Place& place) {
     ReferenceRecord record;
     Spot spot;
-    if (!Unpack(ref, record) || S_ISLNK(record.type)) return fnfErr;
-    Identity identity = IdentityOf(record);
-    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot) || !spot.name[0]) return fnfErr;
+    Identity identity;
+    if (!LastSeen(ref, record, identity, spot) || S_ISLNK(record.type) || !spot.name[0]) return fnfErr;
     OSErr result = OpenSpot(spot.folder, place.folder);
     if (result != noErr) return result;
     std::strcpy(place.name, spot.name);
@@ -328,100 +329,4 @@ OSErr FSCompareFSRefs(const FSRef* ref1, const FSRef* ref2) {
     if (SameObject(a.facts, b.facts)) return noErr;
     bool sameVolume = DeviceOf(a.facts) == DeviceOf(b.facts) || a.facts.stx_mnt_id == b.facts.stx_mnt_id;
     return sameVolume || OneInsideTheOther(a, b) ? errFSRefsDifferent : diffVolErr;
-}
-
-// ---- Paths ----
-
-namespace {
-
-// Writes the path of a spot from the table, backwards from the buffer's end and then moved to its start.
-OSErr WritePath(const Spot& spot, char* path, size_t size) {
-    if (size < 2) return bdNamErr;
-    size_t at = size;
-    auto prepend = [&](const char* text, size_t length) {
-        if (length > at) return false;
-        at -= length;
-        std::memcpy(path + at, text, length);
-        return true;
-    };
-    prepend("", 1);
-    if (spot.folder == kRootParent) {
-        std::strcpy(path, "/");
-        return noErr;
-    }
-    if (!prepend(spot.name, std::strlen(spot.name)) || !prepend("/", 1)) return bdNamErr;
-    StateLock state;
-    size_t steps = 0;
-    for (FolderID id = spot.folder; id != kRootFolder;) {
-        const FolderRecord* record = state->folders.Find(id);
-        if (!record || ++steps > state->folders.size()) return fnfErr;
-        char name[256];
-        const char* text = record->name;
-        if (!record->HasName()) {
-            if (!state->longNames.Recall(IdentityOf(*record), record->parent, record->nameHash, name))
-                return fnfErr;
-            text = name;
-        }
-        if (!prepend(text, record->nameLength) || !prepend("/", 1)) return bdNamErr;
-        id = record->parent;
-    }
-    std::memmove(path, path + at, size - at);
-    return noErr;
-}
-
-// Facts of what a path leads to that may be longer than the kernel takes at once.
-int FactsAtPath(const char* path, struct statx& facts) {
-    int folder = AT_FDCWD;
-    std::string part;
-    while (std::strlen(path) >= PATH_MAX) {
-        const char* cut = path + PATH_MAX - 2;
-        while (*cut != '/') --cut; // names are short enough for one to be there
-        part.assign(path, cut);
-        int next = OpenWithoutLinks(folder, part.c_str(), O_PATH | O_DIRECTORY);
-        Close(folder);
-        if (next < 0) return -1;
-        folder = next;
-        path = cut + 1;
-    }
-    int failed = FactsAt(folder, path, AT_SYMLINK_NOFOLLOW, facts);
-    Close(folder);
-    return failed;
-}
-
-OSErr WriteCheckedPath(const Identity& identity, const Spot& spot, char* path, size_t size) {
-    OSErr result = spot.name[0] ? WritePath(spot, path, size) : fnfErr;
-    if (result != noErr) return result;
-    struct statx facts;
-    if (FactsAtPath(path, facts) < 0) return LastError() == errFSNotAFolder ? fnfErr : LastError();
-    return Matches(identity, facts) ? noErr : fnfErr;
-}
-
-// The path after others have moved things about: the object is found first, then the way up from it.
-OSErr WritePathAfresh(const FSRef& ref, char* path, size_t size) {
-    Place place;
-    OSErr result = Locate(ref, place);
-    if (result != noErr) return result;
-    Identity identity = IdentityOf(place.facts, TraitsOf(place.folderID, place.name, place.facts));
-    Spot spot = {place.folderID, 0, {}};
-    std::memcpy(spot.name, place.name, sizeof spot.name);
-    result = WriteCheckedPath(identity, spot, path, size);
-    if (result != fnfErr) return result;
-    result = FindWayUp(place.folderID);
-    return result != noErr ? result : WriteCheckedPath(identity, spot, path, size);
-}
-
-} // namespace
-
-OSStatus FSRefMakePath(const FSRef* ref, uint8_t* path, uint32_t maxPathSize) {
-    if (!ref || !path) return paramErr;
-    ReferenceRecord record;
-    Spot spot;
-    if (!Unpack(*ref, record)) return fnfErr;
-    Identity identity = IdentityOf(record);
-    if (!OwnNumberHolds(record, identity) || !SpotOf(record, identity, spot)) return fnfErr;
-    auto text = reinterpret_cast<char*>(path);
-    return WithoutExceptions([&] {
-        OSErr result = WriteCheckedPath(identity, spot, text, maxPathSize);
-        return result == fnfErr ? WritePathAfresh(*ref, text, maxPathSize) : result;
-    });
 }

@@ -353,6 +353,24 @@ TEST_F(References, DeletedFolder_LeavesTheTable) {
     EXPECT_EQ(OpenFolder(id, handle), fnfErr);
 }
 
+TEST_F(References, FoldersDeletedByOthers_LeaveTheTableInTime) {
+    constexpr size_t kLimit = 64;
+    fs::create_directories(folder / "stays/in");
+    WriteFile(folder / "stays/in/f", "");
+    FSRef stays = RefTo(folder / "stays/in/f");
+    StateLock()->sweep.at = kLimit;
+    for (int i = 0; i < 2000; ++i) {
+        std::string name = folder / ("d" + std::to_string(i));
+        fs::create_directories(name + "/sub");
+        ASSERT_EQ(Find(RefTo(name + "/sub")), noErr);
+        fs::remove_all(name);
+        if (StateLock()->sweep.at > kLimit) StateLock()->sweep.at = kLimit;
+    }
+    EXPECT_LE(StateLock()->folders.size(), 2 * kLimit);
+    EXPECT_EQ(Find(stays), noErr);
+    ForgetReferences();
+}
+
 // ---- Numbers ----
 
 TEST_F(References, RootAndItsParent_HaveFixedNumbers) {
