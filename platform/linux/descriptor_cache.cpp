@@ -4,6 +4,7 @@
 // opened them. Sections: handles, mount views, cache.
 #include "platform/linux/descriptor_cache.h"
 
+#include "platform/linux/identity.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
@@ -46,7 +47,8 @@ MountView CurrentMountView(uint64_t now) {
     constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
     if (looked && now - looked < kTrusted) return view;
     struct statx root;
-    if (FactsAt(AT_FDCWD, "/", 0, root) == 0) view = root.stx_mnt_id << 32 ^ root.stx_ino ^ 1;
+    if (FactsAt(AT_FDCWD, "/", 0, root) == 0)
+        view = static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
     looked = now;
     return view;
 }

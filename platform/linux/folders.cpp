@@ -19,12 +19,8 @@
 
 namespace {
 
-uint32_t MountOf(const struct statx& facts) {
-    return static_cast<uint32_t>(facts.stx_mnt_id);
-}
-
 bool SameFolder(const struct statx& a, const struct statx& b) {
-    return a.stx_ino == b.stx_ino && DeviceOf(a) == DeviceOf(b) && a.stx_mnt_id == b.stx_mnt_id;
+    return a.stx_ino == b.stx_ino && DeviceOf(a) == DeviceOf(b) && MountOf(a) == MountOf(b);
 }
 
 // Notes where a folder is now, its name also when it is long.

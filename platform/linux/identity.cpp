@@ -39,6 +39,10 @@ uint32_t DeviceOf(const struct statx& facts) {
     return facts.stx_dev_major << 20 | facts.stx_dev_minor;
 }
 
+uint32_t MountOf(const struct statx& facts) {
+    return facts.stx_mask & STATX_MNT_ID ? static_cast<uint32_t>(facts.stx_mnt_id) : DeviceOf(facts);
+}
+
 static uint64_t BirthOf(const struct statx& facts) {
     if (!(facts.stx_mask & STATX_BTIME)) return 0;
     return static_cast<uint64_t>(facts.stx_btime.tv_sec) * 1000000000u + facts.stx_btime.tv_nsec;

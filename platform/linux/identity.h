@@ -23,6 +23,9 @@ struct Identity {
 };
 
 uint32_t DeviceOf(const struct statx& facts);
+
+// The mount that an object is seen through; its device where the kernel does not tell mounts.
+uint32_t MountOf(const struct statx& facts);
 Identity IdentityOf(const struct statx& facts, const DeviceTraits& traits);
 
 // Whether facts are those of the object. Without stable inodes the caller has looked under the object's name.

@@ -73,16 +73,17 @@ bool Confirm(MountView view, const char* path, size_t length, uint64_t now, cons
     if (!entry || entry->id == kRootFolder) return false;
     const FolderRecord* record = state->folders.Find(entry->id);
     if (!record || !Holds(*entry, record) || !Matches(IdentityOf(*record), facts)) return false;
-    if (record->mount != static_cast<uint32_t>(facts.stx_mnt_id)) return false;
+    if (record->mount != MountOf(facts)) return false;
     entry->checked = now;
     id = entry->id;
     return true;
 }
 
 void Keep(MountView view, const char* path, size_t length, uint64_t now, FolderID id) {
+    constexpr size_t kLongest = 1024; // keeps the memory bounded
     StateLock state;
     const FolderRecord* record = state->folders.Find(id);
-    if (!record) return;
+    if (!record || length > kLongest) return;
     state->paths.Remember({view, id, record->parent, record->nameHash, now, std::string(path, length)});
 }
 

@@ -244,8 +244,7 @@ void ObjectMoved(const Place& from, FolderID toFolder, const char* toName) {
     Identity identity = IdentityOf(from.facts, traits);
     StateLock state;
     if (S_ISDIR(from.facts.stx_mode)) {
-        FolderID id = state->folders.FindFolder(identity, static_cast<uint32_t>(from.facts.stx_mnt_id),
-                                                from.folderID, from.name);
+        FolderID id = state->folders.FindFolder(identity, MountOf(from.facts), from.folderID, from.name);
         state->folders.SetPlace(id, toFolder, toName);
         state->paths.Clear();
     } else {
@@ -260,8 +259,7 @@ void ObjectDeleted(const Place& place) {
     if (!S_ISDIR(place.facts.stx_mode)) return;
     Identity identity = IdentityOf(place.facts, TraitsOf(place.folderID, place.name, place.facts));
     StateLock state;
-    FolderID id = state->folders.FindFolder(identity, static_cast<uint32_t>(place.facts.stx_mnt_id),
-                                            place.folderID, place.name);
+    FolderID id = state->folders.FindFolder(identity, MountOf(place.facts), place.folderID, place.name);
     if (id == kNoFolder) return;
     state->descriptors.Drop(id);
     state->folders.Remove(id);
@@ -313,9 +311,8 @@ bool OneInsideTheOther(const Place& a, const Place& b) {
     struct statx root;
     if (FactsAt(AT_FDCWD, "/", 0, root) < 0) return false;
     // Everything is mounted inside the volume of "/".
-    if (a.facts.stx_mnt_id == root.stx_mnt_id || b.facts.stx_mnt_id == root.stx_mnt_id) return true;
-    return LiesInside(a, static_cast<uint32_t>(b.facts.stx_mnt_id)) ||
-           LiesInside(b, static_cast<uint32_t>(a.facts.stx_mnt_id));
+    if (MountOf(a.facts) == MountOf(root) || MountOf(b.facts) == MountOf(root)) return true;
+    return LiesInside(a, MountOf(b.facts)) || LiesInside(b, MountOf(a.facts));
 }
 
 } // namespace
@@ -327,6 +324,6 @@ OSErr FSCompareFSRefs(const FSRef* ref1, const FSRef* ref2) {
     if (result == noErr) result = LocateTarget(*ref2, b);
     if (result != noErr) return result;
     if (SameObject(a.facts, b.facts)) return noErr;
-    bool sameVolume = DeviceOf(a.facts) == DeviceOf(b.facts) || a.facts.stx_mnt_id == b.facts.stx_mnt_id;
+    bool sameVolume = DeviceOf(a.facts) == DeviceOf(b.facts) || MountOf(a.facts) == MountOf(b.facts);
     return sameVolume || OneInsideTheOther(a, b) ? errFSRefsDifferent : diffVolErr;
 }

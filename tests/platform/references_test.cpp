@@ -11,6 +11,7 @@
 #include <random>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -567,6 +568,26 @@ TEST_F(References, OpenFolders_StayFewAndAreAllClosedInTheEnd) {
     EXPECT_EQ(OpenDescriptors(), before);
 }
 
+TEST_F(References, NoDescriptorLeft_CachedOnesMakeRoom) {
+    for (int i = 0; i < 40; ++i) {
+        fs::create_directory(folder / ("d" + std::to_string(i)));
+        WriteFile(folder / ("d" + std::to_string(i) + "/f"), "");
+        ASSERT_EQ(Find(RefTo(folder / ("d" + std::to_string(i) + "/f"))), noErr);
+    }
+    fs::create_directory(folder / "last");
+    WriteFile(folder / "last/f", "");
+    FSRef ref = RefTo(folder / "last/f");
+    rlimit limit, tight;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    int next = open("/", O_PATH);
+    close(next);
+    tight = limit;
+    tight.rlim_cur = static_cast<rlim_t>(next);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    EXPECT_EQ(Find(ref), noErr);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
 TEST_F(References, HeldFolder_OutlivesTheCache) {
     WriteFile(folder / "f", "");
     Place place = PlaceOf(RefTo(folder / "f"));
@@ -763,8 +784,7 @@ TEST_F(References, FolderMountedInsideItself_HasFinitePaths) {
 TEST_F(References, WithoutStableNumbers_NameAndTypeAreTheIdentity) {
     struct statx facts;
     ASSERT_EQ(statx(AT_FDCWD, folder.path().c_str(), 0, kFactsMask, &facts), 0);
-    StateLock()->devices.Remember(DeviceOf(facts), static_cast<uint32_t>(facts.stx_mnt_id),
-                                  {false, false, false});
+    StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {false, false, false});
     fs::create_directory(folder / "d");
     WriteFile(folder / "d/f", "");
     FSRef file = RefTo(folder / "d/f"), dir = RefTo(folder / "d");
