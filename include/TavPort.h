@@ -944,6 +944,208 @@ extern const TavChar* const _tavtmpPchNilW;
 extern const char* const _tavtmpPchNilA;
 
 /* ---- File handles ------------------------------------------------------------------------------------------- */
+/*
+ * Files and folders, named by references. An open file is a small number; it must be closed.
+ *     OpacTavFSRef* file = Tav0FSRCreateWithPath(u"/tmp/notes.txt");
+ *     int32_t handle = TavFileCreateExt(file, TAV_FILE_READ | TAV_FILE_WRITE | TAV_FILE_TRUNCATE);
+ *     if (handle != -1) {
+ *         uint32_t written;
+ *         TavFileWriteExt(handle, "text", 4, &written);
+ *         TavFileCloseExt(handle);
+ *     }
+ *     Tav0FSRRelease(file);
+ * The reference may be released as soon as the file is open. Handles are closed with TavFileCloseExt. A handle has one
+ * position, which reading and writing move, so two threads must not use one at the same time.
+ */
+
+/* What to open or create a file for. Reading and writing may be combined; with neither, writing is allowed where the
+   file allows it. */
+#define TAV_FILE_READ 0x01u
+#define TAV_FILE_WRITE 0x02u
+/* TavFileCreateExt only: what to do with a file that exists already. Without either, creating it fails. */
+#define TAV_FILE_REPLACE 0x08u  /* delete it and create it anew; goes before TAV_FILE_TRUNCATE */
+#define TAV_FILE_TRUNCATE 0x10u /* open it and cut it to no length */
+
+/* Where TavFileSetPointerExt measures from; any other value is taken as the beginning. */
+#define TAV_FILE_BEGIN 0u
+#define TAV_FILE_CURRENT 1u
+#define TAV_FILE_END 2u
+
+/**
+ * Opens an existing file.
+ *
+ * @param file   the file; null gives -1.
+ * @param flags  TAV_FILE_READ and TAV_FILE_WRITE; other bits are ignored.
+ * @return the handle, at the beginning of the file; -1 when there is no such file, it is a folder or a locked file to
+ *         be written, access is denied, or too many files are open.
+ * @owner   the caller, until TavFileCloseExt.
+ * @threads any that holds the reference.
+ * @windows CreateFile with OPEN_EXISTING
+ */
+int32_t TavFileOpenExt(OpacTavFSRef* file, uint32_t flags);
+
+/**
+ * Creates a file in an existing folder and opens it. ":" in the name stands for itself.
+ *
+ * @param file   the file to make; null gives -1.
+ * @param flags  TAV_FILE_READ, TAV_FILE_WRITE, TAV_FILE_REPLACE and TAV_FILE_TRUNCATE; other bits are ignored.
+ * @return the handle; -1 when the file exists and neither TAV_FILE_REPLACE nor TAV_FILE_TRUNCATE is given, when it
+ *         cannot be replaced or opened, the folder is missing, or the path ends with "/", has no "/" or 1024 units or
+ *         more. When cutting an existing file to no length fails, the number of a handle that is closed already.
+ * @owner   the caller, until TavFileCloseExt.
+ * @threads any that holds the reference.
+ * @windows CreateFile with CREATE_NEW, CREATE_ALWAYS or TRUNCATE_EXISTING
+ */
+int32_t TavFileCreateExt(OpacTavFSRef* file, uint32_t flags);
+
+/**
+ * Closes a handle.
+ *
+ * @param handle  the handle.
+ * @return 0, not 1, when it was closed; else the platform's result code, -51 for a number that is not open.
+ * @owner   takes back what opening or creating gave.
+ * @threads one thread at a time for each handle.
+ * @windows CloseHandle
+ */
+int32_t TavFileCloseExt(int32_t handle);
+
+/**
+ * Reads at the position and moves it on.
+ *
+ * @param handle     the handle.
+ * @param buffer     receives at most `count` bytes; not null unless `count` is 0.
+ * @param count      bytes wanted.
+ * @param bytesRead  receives the number of bytes read, also on failure; may be null.
+ * @return 1 when at least one byte was read; 0 at the end of the file and on failure.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows ReadFile, but that reading at the end of the file succeeds there
+ */
+int32_t TavFileReadExt(int32_t handle, void* buffer, uint32_t count, uint32_t* bytesRead);
+
+/**
+ * Writes at the position and moves it on.
+ *
+ * @param handle        the handle.
+ * @param buffer        the bytes; not null unless `count` is 0.
+ * @param count         how many; writing none fails.
+ * @param bytesWritten  receives the number of bytes written, also on failure; may be null.
+ * @return 1 when everything was written; 0 on failure, after which a part may have been.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows WriteFile
+ */
+int32_t TavFileWriteExt(int32_t handle, const void* buffer, uint32_t count, uint32_t* bytesWritten);
+
+/**
+ * Moves the position, which may lie beyond the end.
+ *
+ * @param handle       the handle.
+ * @param distance     bytes from where `moveMethod` says; may be negative.
+ * @param newPosition  receives the new position, kept as it is on failure; may be null.
+ * @param moveMethod   TAV_FILE_BEGIN, TAV_FILE_CURRENT or TAV_FILE_END.
+ * @return 1; 0 on failure, also for a position before the beginning.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows SetFilePointerEx
+ */
+int32_t TavFileSetPointerExt(int32_t handle, int64_t distance, int64_t* newPosition, uint32_t moveMethod);
+
+/**
+ * Tells the position.
+ *
+ * @param handle    the handle.
+ * @param position  receives it; not null.
+ * @return 1; 0 on failure.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows SetFilePointerEx with no distance
+ */
+int32_t TavFileGetPointerExt(int32_t handle, int64_t* position);
+
+/**
+ * Tells the size of the file.
+ *
+ * @param handle  the handle.
+ * @param size    receives it in bytes; not null.
+ * @return 1; 0 on failure.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows GetFileSizeEx
+ */
+int32_t TavFileGetFileSizeExt(int32_t handle, int64_t* size);
+
+/**
+ * Cuts or extends the file; what is new reads as zeros. The position stays.
+ *
+ * @param handle  the handle.
+ * @param size    the new size in bytes.
+ * @return 1; 0 on failure, also for a negative size.
+ * @owner   nothing to release.
+ * @threads one thread at a time for each handle.
+ * @windows SetEndOfFile, but that the size is given
+ */
+int32_t TavFileSetFileSizeExt(int32_t handle, int64_t size);
+
+/**
+ * Deletes a file, or a folder with everything in it, locked or not. What was deleted before a failure stays deleted.
+ *
+ * @param file  the file or folder; null gives 0. A link is deleted itself.
+ * @return 1; 0 when there is no such object or something in it could not be deleted.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows DeleteFile, but that folders go, too
+ */
+int32_t TavFileDeleteExt(OpacTavFSRef* file);
+
+/**
+ * Creates a folder in an existing folder. One "/" at the end of the path is ignored.
+ *
+ * @param folder  the folder to make; null gives 0.
+ * @return 1; 0 when something of that name exists, the folder above is missing, the path has no name or 1024 units or
+ *         more, or access is denied.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows CreateDirectory
+ */
+int32_t TavFolderCreateExt(OpacTavFSRef* folder);
+
+/**
+ * Deletes an empty folder, or a single file.
+ *
+ * @param folder  the folder; null gives 0.
+ * @return 1; 0 when there is no such object, it is not empty, or it is locked.
+ * @owner   nothing to release.
+ * @threads any that holds the reference.
+ * @windows RemoveDirectory
+ */
+int32_t TavFolderDeleteExt(OpacTavFSRef* folder);
+
+/**
+ * Moves a file or folder into another folder of the same volume, under its own name.
+ *
+ * @param file         what to move; null gives 0.
+ * @param destination  the folder that it goes into; null gives 0.
+ * @return 1; 0 when either does not exist, the name is taken there, or the folder is on another volume.
+ * @owner   nothing to release; `file` goes on naming the old place.
+ * @threads any that holds the references.
+ * @windows MoveFile
+ */
+int32_t TavFileMoveFileExt(OpacTavFSRef* file, OpacTavFSRef* destination);
+
+/**
+ * Gives a file or folder another name in its folder.
+ *
+ * @param file       what to rename; null gives 0.
+ * @param newName    the name alone, not null. ":" cannot be in it; "/" stands for a ":" in paths.
+ * @param resultRef  receives a reference by the new name, or null when memory is short; kept as it is on failure. May
+ *                   be null.
+ * @return 1; 0 when there is no such object, the name is taken, empty or too long, or access is denied.
+ * @owner   the caller holds the reference in `resultRef`, until Tav0FSRRelease; `file` goes on naming the old place.
+ * @threads any that holds the reference.
+ * @windows MoveFile within a folder
+ */
+int32_t TavFileRenameExt(OpacTavFSRef* file, const TavChar* newName, OpacTavFSRef** resultRef);
 
 /* ---- Threads ------------------------------------------------------------------------------------------------ */
 

@@ -12,7 +12,7 @@ import sys
 MAY_USE = {
     "text": [],
     "vpath": ["text/"],
-    "system": ["text/", "vpath/", "copy/delete"],
+    "system": ["text/", "vpath/", "copy/recursive_delete"],
     "paths": ["text/"],
     "copy": ["text/", "paths/"],
 }

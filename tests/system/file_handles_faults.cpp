@@ -1,0 +1,194 @@
+#include "support/faults.h"
+#include "support/files.h"
+#include "support/virtual_paths.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using faults::Effect;
+using faults::Fault;
+using faults::Injection;
+using faults::Pause;
+
+constexpr uint32_t kReadWrite = TAV_FILE_READ | TAV_FILE_WRITE;
+
+class FileHandleFaults : public testing::Test {
+protected:
+    FileHandleFaults() { WriteFile(folder / "a", "old"); }
+
+    const TemporaryFolder folder;
+    const Ref file = MakeRef(Wide(folder / "a"));
+    const Ref fresh = MakeRef(Wide(folder / "new"));
+};
+
+} // namespace
+
+TEST_F(FileHandleFaults, OpenDoesNotLookAtTheCode) {
+    const Injection fault({.call = 1, .code = 0, .operation = "FSOpenFork"});
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    const Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(handle, -1);
+}
+
+// Bytes that came before the error are reported, but only a good end or the file's end is a success.
+TEST_F(FileHandleFaults, ReadTellsWhatCameBeforeAnError) {
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    for (const auto& [code, expected] : {std::pair{-36, 0}, {-39, 1}, {0, 1}}) {
+        TavFileSetPointerExt(handle, 0, nullptr, TAV_FILE_BEGIN);
+        char buffer[2];
+        uint32_t count = 99;
+        const Injection fault(
+            {.call = 1, .code = code, .effect = Effect::kPartial, .operation = "FSReadFork"});
+        const int32_t result = TavFileReadExt(handle, buffer, 2, &count);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(result, expected) << code;
+        EXPECT_EQ(count, 1u);
+    }
+    TavFileCloseExt(handle);
+}
+
+TEST_F(FileHandleFaults, WriteTellsWhatWentBeforeAnError) {
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    for (const auto& [code, expected] : {std::pair{-34, 0}, {-39, 0}, {0, 1}}) {
+        uint32_t count = 99;
+        const Injection fault(
+            {.call = 1, .code = code, .effect = Effect::kPartial, .operation = "FSWriteFork"});
+        const int32_t result = TavFileWriteExt(handle, "xy", 2, &count);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(result, expected) << code;
+        EXPECT_EQ(count, 1u);
+    }
+    TavFileCloseExt(handle);
+}
+
+TEST_F(FileHandleFaults, SetPointerIgnoresAPositionThatCannotBeTold) {
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    {
+        int64_t position = 77;
+        const Injection fault({.call = 1, .code = -36, .operation = "FSGetForkPosition"});
+        const int32_t result = TavFileSetPointerExt(handle, 2, &position, TAV_FILE_BEGIN);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(result, 1);
+    }
+    TavFileCloseExt(handle);
+}
+
+TEST_F(FileHandleFaults, CloseGivesTheCodeAsItIs) {
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    const Injection fault({.call = 1, .code = -36, .operation = "FSCloseFork"});
+    const int32_t result = TavFileCloseExt(handle);
+    const Pause pause;
+    EXPECT_EQ(result, -36);
+}
+
+TEST_F(FileHandleFaults, AFailedTruncationGivesTheClosedNumber) {
+    int32_t handle;
+    {
+        const Injection fault({.call = 1, .code = -36, .operation = "FSSetForkSize"});
+        handle = TavFileCreateExt(file.get(), kReadWrite | TAV_FILE_TRUNCATE);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(fault.calls("FSCloseFork"), 1u);
+    }
+    EXPECT_GT(handle, 0);
+    EXPECT_EQ(TavFileCloseExt(handle), -51);
+    EXPECT_EQ(ReadFile(folder / "a"), "old");
+}
+
+TEST_F(FileHandleFaults, AFailedOpenIsStillCutAndClosedInVain) {
+    const Injection fault({.call = 1, .code = -54, .operation = "FSOpenFork"});
+    const int32_t handle = TavFileCreateExt(file.get(), kReadWrite | TAV_FILE_TRUNCATE);
+    const Pause pause;
+    EXPECT_EQ(handle, -1);
+    EXPECT_EQ(fault.calls("FSSetForkSize"), 1u);
+    EXPECT_EQ(fault.calls("FSCloseFork"), 1u);
+    EXPECT_EQ(ReadFile(folder / "a"), "old");
+}
+
+TEST_F(FileHandleFaults, AFileThatCannotBeDeletedIsNotReplaced) {
+    const Injection fault({.call = 1, .code = -45, .operation = "FSDeleteObject"});
+    const int32_t handle = TavFileCreateExt(file.get(), kReadWrite | TAV_FILE_REPLACE);
+    const Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(handle, -1);
+    EXPECT_EQ(fault.calls("FSCreateFileUnicode"), 1u);
+    EXPECT_EQ(ReadFile(folder / "a"), "old");
+}
+
+TEST_F(FileHandleFaults, AFileThatCannotBeMadeAgainStaysDeleted) {
+    const Injection fault({.call = 2, .code = -34, .operation = "FSCreateFileUnicode"});
+    const int32_t handle = TavFileCreateExt(file.get(), kReadWrite | TAV_FILE_REPLACE);
+    const Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(handle, -1);
+    EXPECT_FALSE(std::filesystem::exists(folder / "a"));
+}
+
+TEST_F(FileHandleFaults, ARenameWithoutMemoryForItsReferenceIsDone) {
+    OpacTavFSRef* renamed = file.get();
+    int32_t result;
+    {
+        const Injection fault({.call = 1, .code = -43, .operation = "FSRefMakePath"});
+        result = TavFileRenameExt(file.get(), u"b", &renamed);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+    }
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(renamed, nullptr);
+    EXPECT_EQ(ReadFile(folder / "b"), "old");
+}
+
+// Every platform call and allocation refused in turn: either the handle is good, or there is none; nothing
+// stays open.
+TEST_F(FileHandleFaults, CreateSurvivesEveryFailure) {
+    for (const uint32_t flags : {kReadWrite, kReadWrite | TAV_FILE_REPLACE, kReadWrite | TAV_FILE_TRUNCATE}) {
+        for (OpacTavFSRef* target : {fresh.get(), file.get()}) {
+            int32_t handle = -1;
+            EXPECT_GE(faults::FailEachCall({.prepare =
+                                                [&] {
+                                                    WriteFile(folder / "a", "old");
+                                                    std::filesystem::remove(folder / "new");
+                                                },
+                                            .scenario = [&] { handle = TavFileCreateExt(target, flags); },
+                                            .check =
+                                                [&](const std::string&) {
+                                                    if (handle != -1) TavFileCloseExt(handle);
+                                                }}),
+                      3u);
+        }
+    }
+}
+
+TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
+    const Ref sub = MakeRef(Wide(folder / "d"));
+    const Ref made = MakeRef(Wide(folder / "made"));
+    const std::function<void()> scenarios[] = {
+        [&] { TavFileCloseExt(TavFileOpenExt(file.get(), kReadWrite)); },
+        [&] { TavFileDeleteExt(file.get()); },
+        [&] { TavFolderCreateExt(made.get()); },
+        [&] { TavFolderDeleteExt(sub.get()); },
+        [&] { TavFileMoveFileExt(file.get(), sub.get()); },
+        [&] {
+            OpacTavFSRef* renamed = nullptr;
+            TavFileRenameExt(file.get(), u"b", &renamed);
+            Tav0FSRRelease(renamed);
+        },
+    };
+    for (const auto& scenario : scenarios) {
+        EXPECT_GE(faults::FailEachCall({.prepare =
+                                            [&] {
+                                                for (const char* name : {"a", "b", "d", "made"}) {
+                                                    std::filesystem::remove_all(folder / name);
+                                                }
+                                                WriteFile(folder / "a", "old");
+                                                std::filesystem::create_directory(folder / "d");
+                                            },
+                                        .scenario = scenario}),
+                  2u);
+    }
+}
