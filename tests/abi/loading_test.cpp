@@ -1,0 +1,102 @@
+// The shared object loaded, used and unloaded while the process goes on: nothing of it may stay.
+#include "support/files.h"
+
+#include <array>
+#include <csignal>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "TavPort.h"
+
+static const std::string kLibrary = TAVPORT_FRAMEWORK "/Versions/A/TavPort";
+
+// Above the number of keys that a process can have, so that one that stays each time is met.
+static constexpr int kRounds = PTHREAD_KEYS_MAX + 100;
+
+class Library {
+public:
+    Library() : handle_(dlopen(kLibrary.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
+    ~Library() {
+        if (handle_) dlclose(handle_);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    explicit operator bool() const { return handle_ != nullptr; }
+    template <typename Function> Function* Find(const char* name, Function*) const {
+        return reinterpret_cast<Function*>(dlsym(handle_, name));
+    }
+
+private:
+    void* handle_;
+};
+#define FIND(library, name) (library).Find(#name, &name)
+
+static size_t OpenDescriptors() {
+    size_t count = 0;
+    for ([[maybe_unused]] auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+    return count;
+}
+
+static size_t Mappings() {
+    std::ifstream maps("/proc/self/maps");
+    size_t count = 0;
+    for (std::string line; std::getline(maps, line);) count += line.find("/TavPort.framework/") != std::string::npos;
+    return count;
+}
+
+static std::vector<void*> SignalHandlers() {
+    std::vector<void*> handlers;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        struct sigaction action {};
+        bool known = sigaction(signal, nullptr, &action) == 0;
+        handlers.push_back(known ? reinterpret_cast<void*>(action.sa_handler) : nullptr);
+    }
+    return handlers;
+}
+
+// Goes through the caches that the library keeps: references, folders, strings.
+static void Use(const Library& library, const std::string& folder) {
+    std::u16string path = Wide(folder + "/file");
+    OpacTavFSRef* file = FIND(library, Tav0FSRCreateWithPath)(path.c_str());
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(FIND(library, Tav0FSRIsExist)(file), 1);
+    FIND(library, Tav0FSRRelease)(file);
+    EXPECT_EQ(FIND(library, tav_wcscmpi)(u"\u00e4\u03a9", u"\u00c4\u03c9"), 0);
+}
+
+TEST(Loading, AgainAndAgain_LeavesNothingBehind) {
+    TemporaryFolder folder;
+    WriteFile(folder / "file", "x");
+    auto handlers = SignalHandlers();
+    size_t descriptors = OpenDescriptors();
+    for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+        Library library;
+        ASSERT_TRUE(library) << dlerror();
+        Use(library, folder.path().string());
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(SignalHandlers(), handlers);
+    EXPECT_EQ(Mappings(), 0u) << "the library stays in memory";
+    pthread_key_t key;
+    ASSERT_EQ(pthread_key_create(&key, nullptr), 0) << "each load kept a key";
+    pthread_key_delete(key);
+}
+
+TEST(Loading, Unloaded_LeavesNoForkHandler) {
+    {
+        Library library;
+        ASSERT_TRUE(library) << dlerror();
+    }
+    // A handler that stayed would run code that is no longer there.
+    pid_t child = fork();
+    if (child == 0) _exit(0);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
