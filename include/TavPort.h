@@ -919,6 +919,61 @@ double tav_wcstod(const TavChar* s, TavChar** end);
 
 /* ---- Wide runtime: formatting ------------------------------------------------------------------------------- */
 
+/*
+ * Formatting into 16-bit text. The format is that of printf, with the platform's additions and without a locale:
+ *   %s  zero-terminated 16-bit text      %c  a 16-bit unit       (exactly these two characters)
+ *   %S  the same as %s                   %C  the same as %c      (with flags, width or precision, too)
+ *   %10s, %.3c ...  8-bit Mac Roman text and characters, because something stands between "%" and the letter
+ *   %d %i %u %o %x %X, %e %f %g %a, %p  as in C, with h hh l ll q j z t L, *, and positions (%2$d)
+ *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its "%"
+ *
+ *   TavChar text[64];
+ *   int32_t length = tav_snwprintf(text, 63, u"%s: %d of %d", name, done, all);
+ *   if (length < 0) ... text holds the first -length units
+ *
+ * Nothing here has to be released.
+ */
+
+/**
+ * Formats into a buffer that is large enough for the whole result and its terminator.
+ *
+ * @param buffer  receives the text and a terminator; null is not allowed.
+ * @param format  zero-terminated format; null counts as empty.
+ * @param ...  the values that the format asks for; a null text prints "(null)".
+ * @return 0; when memory runs out the text is empty.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows swprintf
+ */
+int32_t tav_swprintf(TavChar* buffer, const TavChar* format, ...);
+
+/**
+ * Formats like tav_swprintf, at most n units. The terminator comes on top: a buffer needs room for n + 1 units.
+ *
+ * @param buffer  receives at most n units and a terminator; null is not allowed.
+ * @param n  how many units may be written, the terminator not counted.
+ * @param format  zero-terminated format; null counts as empty.
+ * @param ...  the values that the format asks for.
+ * @return the number of units written, terminator not counted; the same number negated when the text was cut.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows _snwprintf
+ */
+int32_t tav_snwprintf(TavChar* buffer, uint32_t n, const TavChar* format, ...);
+
+/**
+ * Formats like tav_swprintf, with the values in a list.
+ *
+ * @param buffer  receives the text and a terminator; null is not allowed.
+ * @param format  zero-terminated format; null counts as empty.
+ * @param args  the values that the format asks for; used up afterwards.
+ * @return the number of units written, terminator not counted; 0 when memory runs out.
+ * @owner   nothing to release.
+ * @threads any number at the same time, each on buffers of its own.
+ * @windows vswprintf
+ */
+int32_t tav_vswprintf(TavChar* buffer, const TavChar* format, va_list args);
+
 /* ---- Shared empty strings ----------------------------------------------------------------------------------- */
 
 /*

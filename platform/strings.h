@@ -3,6 +3,8 @@
 
 #include "platform/types.h"
 
+#include <cstdarg>
+
 using CFIndex = long;
 using CFTypeRef = const void*;
 using CFAllocatorRef = const struct OpaqueCFAllocator*;
@@ -26,6 +28,23 @@ struct CFRange {
     CFIndex location;
     CFIndex length;
 };
+
+constexpr CFIndex kCFNotFound = -1;
+
+struct CFKind;
+
+extern "C" const CFKind __CFConstantStringClassReference;
+
+// A string that is laid out by the compiler: it lives as long as the library and is not released. `kind` is the address
+// of __CFConstantStringClassReference.
+struct CFConstantString {
+    const CFKind* kind;
+    size_t length;
+    const UniChar* units;
+    bool isMutable; // false
+};
+
+inline CFStringRef CFSTR(const CFConstantString& string) { return reinterpret_cast<CFStringRef>(&string); }
 
 extern "C" {
 
@@ -59,5 +78,18 @@ CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFO
 // the limit, numbers beyond a double's range infinity or 0. Digits are ASCII, the point is a point in every locale.
 int32_t CFStringGetIntValue(CFStringRef string);
 double CFStringGetDoubleValue(CFStringRef string);
+
+// The first occurrence of `toFind`, unit by unit; its location is kCFNotFound when there is none. `options` is 0.
+CFRange CFStringFind(CFStringRef string, CFStringRef toFind, CFOptionFlags options);
+
+// Puts `replacement` in the place of the units in `range`; no change when memory runs out.
+void CFStringReplace(CFMutableStringRef string, CFRange range, CFStringRef replacement);
+
+// Formats as the C library does, without a locale, with "%@" for the service's objects, "%S" and "%C" for 16-bit texts
+// and units (neither "%s" nor "%c" is 16-bit here) and "%P" for texts that begin with their length in a byte; 8-bit text
+// is Mac Roman. "%n" stores nothing. A conversion that does not exist prints the character behind its percent sign; one
+// that the format ends in prints nothing. Null when memory runs out. `options` is null. `arguments` is used up.
+CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator, CFTypeRef options, CFStringRef format,
+                                                 va_list arguments);
 
 } // extern "C"

@@ -20,6 +20,8 @@ void ReleaseString(CFObject* object) {
     free(string);
 }
 
+void ReleaseConstant(CFObject*) {}
+
 constexpr CFKind kStringKind = {"CFString", ReleaseString};
 
 constexpr size_t kMaxUnits =
@@ -27,7 +29,14 @@ constexpr size_t kMaxUnits =
 
 } // namespace
 
+extern "C" const CFKind __CFConstantStringClassReference = {"CFString", ReleaseConstant};
+
 namespace strings {
+
+bool IsString(CFTypeRef object) {
+    const CFKind* kind = static_cast<const CFObject*>(object)->kind;
+    return kind == &kStringKind || kind == &__CFConstantStringClassReference;
+}
 
 OpaqueCFString* Allocate(size_t capacity, bool isMutable) {
     if (capacity > kMaxUnits) return nullptr;
@@ -44,6 +53,7 @@ OpaqueCFString* Allocate(size_t capacity, bool isMutable) {
 
 CFStringRef Share(CFStringRef string) {
     assert(!string->isMutable);
+    if (string->kind == &__CFConstantStringClassReference) return string;
     IncrementAtomic(&const_cast<OpaqueCFString*>(string)->owners);
     return string;
 }

@@ -11,16 +11,28 @@
 // one.
 struct OpaqueCFString : CFObject {
     size_t length;
-    size_t capacity;
     UniChar* units;
-    int32_t owners; // who will release it
     bool isMutable;
+    // Constant strings end here.
+    int32_t owners; // who will release it
+    size_t capacity;
 
     // The units in the object's own block.
     UniChar* FirstUnits() { return reinterpret_cast<UniChar*>(this + 1); }
 };
 
+// The base class is all that makes this layout less than standard; compilers place it first.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(CFConstantString, length) == offsetof(OpaqueCFString, length));
+static_assert(offsetof(CFConstantString, units) == offsetof(OpaqueCFString, units));
+static_assert(offsetof(CFConstantString, isMutable) == offsetof(OpaqueCFString, isMutable));
+#pragma GCC diagnostic pop
+
 namespace strings {
+
+// Whether an object is a string, constant ones included.
+bool IsString(CFTypeRef object);
 
 // A new string with room for `capacity` units; null when memory runs out.
 OpaqueCFString* Allocate(size_t capacity, bool isMutable);

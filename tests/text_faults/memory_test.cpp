@@ -262,3 +262,42 @@ TEST(Numbers, TakeOneBlockAndGiveItBack) {
     EXPECT_EQ(mallocs.calls - allocated, 2);
     EXPECT_EQ(frees - freed, 2);
 }
+
+TEST(Formatting, WithoutMemoryTheTextIsEmpty) {
+    TavChar buffer[8] = {u'x'};
+    mutableStrings.failAt = mutableStrings.calls;
+    EXPECT_EQ(tav_snwprintf(buffer, 7, u"%d", 5), 0);
+    EXPECT_EQ(buffer[0], 0);
+    buffer[0] = u'x';
+    mallocs.failAt = mallocs.calls + 1;
+    EXPECT_EQ(tav_snwprintf(buffer, 7, u"%d", 5), 0);
+    EXPECT_EQ(buffer[0], 0);
+}
+
+TEST(Formatting, TakesTwoBlocksForOrdinaryResults) {
+    TavChar buffer[80];
+    const int allocated = mallocs.calls, freed = frees;
+    EXPECT_GT(tav_snwprintf(buffer, 79, u"%s %d %x %f", u"text", 12, 255, 1.5), 0);
+    EXPECT_EQ(mallocs.calls - allocated, 2);
+    EXPECT_EQ(frees - freed, 2);
+}
+
+TEST(Formatting, EveryRefusedBlockGivesAnEmptyTextAndNoLeak) {
+    static TavChar buffer[20000];
+    const std::u16string text(3000, u'x');
+    for (int failing = 0;; ++failing) {
+        const int allocated = mallocs.calls, freed = frees;
+        mallocs.failAt = allocated + failing;
+        const int32_t result =
+            tav_snwprintf(buffer, 19999, u"%1$S%1$S%1$S %2$.500f %3$#.500f %1$S", text.c_str(), 1.5, 2.5);
+        const bool refused = mallocs.calls > allocated + failing;
+        mallocs.failAt = kNever;
+        EXPECT_EQ(mallocs.calls - allocated - refused, frees - freed) << failing;
+        if (!refused) {
+            EXPECT_EQ(result, 12000 + 1 + 502 + 1 + 502 + 1);
+            break;
+        }
+        EXPECT_EQ(result, 0) << failing;
+        EXPECT_EQ(buffer[0], 0);
+    }
+}
