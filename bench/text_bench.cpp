@@ -1,13 +1,16 @@
 // The wide runtime and UTF conversion beside ICU, GLib and the C and C++ libraries. Rows of one group do the
 // same work on the same data: "group/size/who".
 #include "TavPort.h"
+#include "text/number_parsing.h"
 
 #include <benchmark/benchmark.h>
 #include <glib.h>
+#include <unicode/ustdio.h>
 #include <unicode/ustring.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -181,12 +184,48 @@ Text Greek(size_t length, char16_t first) {
     return text;
 }
 
+std::wstring Host(const Text& text) {
+    return {text.begin(), text.end()};
+}
+
+void Integers(const Text& text) {
+    const char16_t* s = Keep(Text(text))->c_str();
+    const wchar_t* host = Keep(Host(text))->c_str();
+    const char* narrow = Keep(std::string(text.begin(), text.end()))->c_str();
+    const size_t n = text.size();
+    Row(Name("wcstol-engine", n, "TavPort"), [=] { return tav_wcstol(s, nullptr, 10); });
+    Row(Name("wcstol-engine", n, "wcstol"), [=] { return wcstol(host, nullptr, 10); });
+    Row(Name("wtoi", n, "TavPort"), [=] { return tav_wtoi(s); });
+    Row(Name("wtoi", n, "wcstol"), [=] { return wcstol(host, nullptr, 10); });
+    Row(Name("wtoi", n, "strtol"), [=] { return strtol(narrow, nullptr, 10); });
+}
+
+void FloatingValues(const Text& text) {
+    const char16_t* s = Keep(Text(text))->c_str();
+    const wchar_t* host = Keep(Host(text))->c_str();
+    const char* narrow = Keep(std::string(text.begin(), text.end()))->c_str();
+    Row(Name("wcstod", text.size(), "TavPort"), [=] { return tav_wcstod(s, nullptr); });
+    Row(Name("wcstod", text.size(), "wcstod"), [=] { return wcstod(host, nullptr); });
+    Row(Name("wcstod", text.size(), "strtod"), [=] { return strtod(narrow, nullptr); });
+}
+
+void Formatting() {
+    static char16_t buffer[256];
+    static wchar_t host[256];
+    Row(Name("snwprintf", 4, "TavPort"),
+        [] { return tav_snwprintf(buffer, 255, u"%s %d %x %f", u"Read me first", 123456, 0xBEEF, 3.14159); });
+    Row(Name("snwprintf", 4, "swprintf"),
+        [] { return swprintf(host, 255, L"%ls %d %x %f", L"Read me first", 123456, 0xBEEF, 3.14159); });
+    Row(Name("snwprintf", 4, "ICU"),
+        [] { return u_snprintf(buffer, 255, "%S %d %x %f", u"Read me first", 123456, 0xBEEF, 3.14159); });
+}
+
 const bool registered = [] {
     for (size_t length : {16u, 64u, 255u, 1000u}) Searching(length);
     for (size_t length : {16u, 64u, 1000u}) Comparing(length);
     for (size_t length : {16u, 64u, 1000u}) Copying(length);
     Finding("wcsstr", Letters(64), u"xyz!");
-    Finding("wcsstr", Letters(1000), u"hovcjqxel");
+    Finding("wcsstr", Letters(1000), u"hovcjqxez");
     SlowFinding();
     Caseless("same", Letters(64), Letters(64));
     Caseless("other-case", Letters(64), OtherCase(Letters(64)));
@@ -194,6 +233,11 @@ const bool registered = [] {
     Upper("wcsupr-ascii", Letters(64));
     Upper("wcsupr-greek", Greek(64, 0x03B1));
     Conversions();
+    Integers(u"1234567890");
+    Integers(u"80");
+    FloatingValues(u"1.5");
+    FloatingValues(u"-273.15e2");
+    Formatting();
     return true;
 }();
 

@@ -126,6 +126,20 @@ inline const TavChar* FindFirst(const TavChar* s, Test test) {
     }
 }
 
+// Whether one of a group's units has a value.
+bool GroupHas(const TavChar* p, Block wanted) {
+    const auto first = (LoadAligned(p) == wanted) | (LoadAligned(p + kUnits) == wanted);
+    const auto second = (LoadAligned(p + 2 * kUnits) == wanted) | (LoadAligned(p + 3 * kUnits) == wanted);
+    return Bits(first | second) != 0;
+}
+
+// The last unit of a value in a group that has one.
+const TavChar* LastInGroup(const TavChar* group, Block wanted) {
+    for (const TavChar* p = group + (kGroup - 1) * kUnits;; p -= kUnits) {
+        if (const uint32_t found = Bits(LoadAligned(p) == wanted)) return p + LastUnit(found);
+    }
+}
+
 template <Fold fold>
 Block Folded(Block block) {
     if constexpr (fold == Fold::None) return block;
@@ -134,11 +148,20 @@ Block Folded(Block block) {
     return block | (isCapital & Filled(0x20));
 }
 
-// Bits of the units that differ or end the first text.
+// The units that differ or end the first text.
 template <Fold fold>
-uint32_t StopBits(const TavChar* a, const TavChar* b) {
+Block Stops(const TavChar* a, const TavChar* b) {
     const Block left = Load(a);
-    return Bits((Folded<fold>(left) != Folded<fold>(Load(b))) | (left == Block{}));
+    return reinterpret_cast<Block>((Folded<fold>(left) != Folded<fold>(Load(b))) | (left == Block{}));
+}
+
+// Whether a group has no such unit.
+template <Fold fold>
+bool IsCommonGroup(const TavChar* a, const TavChar* b) {
+    const Block first = Stops<fold>(a, b) | Stops<fold>(a + kUnits, b + kUnits);
+    const Block second =
+        Stops<fold>(a + 2 * kUnits, b + 2 * kUnits) | Stops<fold>(a + 3 * kUnits, b + 3 * kUnits);
+    return Bits(first | second) == 0;
 }
 
 } // namespace
@@ -154,15 +177,24 @@ const TavChar* FindOrEnd(const TavChar* s, TavChar unit) {
 }
 
 const TavChar* FindLast(const TavChar* s, TavChar unit) {
+    const Block wanted = Filled(unit);
     const TavChar* last = nullptr;
     const TavChar* p = BlockOf(s);
-    uint32_t wantedBits = 0xFFFFu << 2 * (s - p) & 0xFFFF;
-    for (;; p += kUnits, wantedBits = 0xFFFF) {
+    uint32_t counted = 0xFFFFu << 2 * (s - p) & 0xFFFF;
+    for (;; p += kUnits, counted = 0xFFFF) {
+        // Groups without an end are passed over, but the last that holds the unit is looked at again.
+        if (counted == 0xFFFF && IsGroupAligned(p)) {
+            const TavChar* group = nullptr;
+            for (; !GroupHas(p, Block{}); p += kGroup * kUnits) {
+                if (GroupHas(p, wanted)) group = p;
+            }
+            if (group) last = LastInGroup(group, wanted);
+        }
         const Block block = LoadAligned(p);
-        const uint32_t end = Bits(block == Block{}) & wantedBits;
+        const uint32_t end = Bits(block == Block{}) & counted;
         // Of the units that count, those in front of the terminator.
-        if (end) wantedBits &= (end & (0u - end)) - 1;
-        if (const uint32_t found = Bits(block == Filled(unit)) & wantedBits) last = p + LastUnit(found);
+        if (end) counted &= (end & (0u - end)) - 1;
+        if (const uint32_t found = Bits(block == wanted) & counted) last = p + LastUnit(found);
         if (end) return last;
     }
 }
@@ -173,8 +205,9 @@ size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
     while (i < limit) {
         const size_t safe = std::min(LeftInPage(a + i), LeftInPage(b + i)) / sizeof(TavChar);
         const size_t end = std::min(limit, i + safe);
+        while (i + kGroup * kUnits <= end && IsCommonGroup<fold>(a + i, b + i)) i += kGroup * kUnits;
         for (; i + kUnits <= end; i += kUnits) {
-            if (const uint32_t bits = StopBits<fold>(a + i, b + i)) return i + FirstUnit(bits);
+            if (const uint32_t bits = Bits(Stops<fold>(a + i, b + i))) return i + FirstUnit(bits);
         }
         // The last few units before a page or the limit.
         const size_t rest = end - i;

@@ -6,6 +6,7 @@
 // went. Order: objects, creation, appending, copying out.
 #include "platform/strings.h"
 
+#include "platform/linux/ascii.h"
 #include "platform/linux/mac_roman.h"
 #include "platform/linux/names.h"
 #include "platform/linux/string_object.h"
@@ -43,12 +44,6 @@ ptrdiff_t Decode(const char* bytes, size_t n, CFStringEncoding encoding, UniChar
     int32_t length = 0;
     u_strFromUTF8(units, static_cast<int32_t>(n), &length, bytes, static_cast<int32_t>(n), &status);
     return U_SUCCESS(status) ? length : -1;
-}
-
-bool IsAscii(const OpaqueCFString* string) {
-    UniChar all = 0;
-    for (size_t i = 0; i < string->length; ++i) all |= string->units[i];
-    return all < 0x80;
 }
 
 // How many units from a position on stand for bytes that are no text, counted up to the longest sequence of
@@ -162,7 +157,8 @@ Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
     if (bufferSize <= 0) return 0;
     const size_t room = static_cast<size_t>(bufferSize) - 1;
     // kept: an ASCII text made in one go is not begun when it does not fit; one that was put together is.
-    const bool begin = string->isMutable || string->length <= room || !IsAscii(string);
+    const bool begin =
+        string->isMutable || string->length <= room || !ascii::IsAscii(string->units, string->length);
     if (begin && Encode(string, buffer, room, encoding)) return 1;
     buffer[0] = 0;
     return 0;

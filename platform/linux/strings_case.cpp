@@ -5,6 +5,7 @@
 // Order: comparison, conversion.
 #include "platform/strings.h"
 
+#include "platform/linux/ascii.h"
 #include "platform/linux/string_object.h"
 
 #include <unicode/uchar.h>
@@ -114,30 +115,18 @@ private:
     int32_t pendingLength_ = 0;
 };
 
-// Units taken together; every machine has a lowering for the compiler's own vectors.
-constexpr size_t kBlock = 8;
-using Block = uint16_t __attribute__((vector_size(kBlock * sizeof(UniChar))));
-
-// Nothing but zeros for two blocks of ASCII that are equal but for the case of letters.
-void CompareAsciiBlocks(const UniChar* a, const UniChar* b, uint64_t (&difference)[2]) {
-    Block left, right;
-    memcpy(&left, a, sizeof left);
-    memcpy(&right, b, sizeof right);
-    const Block beyondAscii = (left | right) & 0xFF80;
-    left |= reinterpret_cast<Block>(left - 'A' < 26) & 0x20;
-    right |= reinterpret_cast<Block>(right - 'A' < 26) & 0x20;
-    const Block result = (left ^ right) | beyondAscii;
-    memcpy(difference, &result, sizeof result);
-}
-
 // Units in front, in whole blocks, that are ASCII in both texts and equal but for case.
 size_t CommonAscii(CFStringRef a, CFStringRef b) {
     const size_t shorter = std::min(a->length, b->length);
     size_t i = 0;
-    for (; i + kBlock <= shorter; i += kBlock) {
-        uint64_t difference[2];
-        CompareAsciiBlocks(a->units + i, b->units + i, difference);
-        if (difference[0] | difference[1]) break;
+    for (; i + ascii::kBlock <= shorter; i += ascii::kBlock) {
+        ascii::Block left, right;
+        ascii::Load(left, a->units + i);
+        ascii::Load(right, b->units + i);
+        const ascii::Block beyondAscii = (left | right) & 0xFF80;
+        ascii::SwitchCase(left, u'A');
+        ascii::SwitchCase(right, u'A');
+        if (!ascii::IsZero((left ^ right) | beyondAscii)) break;
     }
     return i;
 }
@@ -151,15 +140,16 @@ CFComparisonResult CompareFolded(FoldedText a, FoldedText b) {
     }
 }
 
-bool IsAscii(const OpaqueCFString* string) {
-    UniChar all = 0;
-    for (size_t i = 0; i < string->length; ++i) all |= string->units[i];
-    return all < 0x80;
-}
-
 // Turns the ASCII letters from `first` to `first` + 25 into the other case.
 void ConvertAscii(OpaqueCFString* string, UniChar first) {
-    for (size_t i = 0; i < string->length; ++i) {
+    size_t i = 0;
+    for (; i + ascii::kBlock <= string->length; i += ascii::kBlock) {
+        ascii::Block block;
+        ascii::Load(block, string->units + i);
+        ascii::SwitchCase(block, first);
+        memcpy(string->units + i, &block, sizeof block);
+    }
+    for (; i < string->length; ++i) {
         UniChar& unit = string->units[i];
         unit ^= static_cast<UniChar>(unit - first) < 26 ? 0x20 : 0;
     }
@@ -205,7 +195,7 @@ void ConvertFully(OpaqueCFString* string, Mapping mapping) {
 
 void Convert(OpaqueCFString* string, UniChar firstAscii, Mapping mapping) {
     assert(string->isMutable);
-    if (IsAscii(string)) {
+    if (ascii::IsAscii(string->units, string->length)) {
         ConvertAscii(string, firstAscii);
     } else {
         ConvertFully(string, mapping);
