@@ -196,12 +196,13 @@ void FindServiceMedia(io_registry_entry_t entry, VolumeInfo* info) {
     kern_return_t result = IORegistryEntryCreateIterator(
         entry, kIOServicePlane, kIORegistryIterateRecursively | kIORegistryIterateParents, &ancestors);
     if (result != 0 || ancestors == IO_OBJECT_NULL) return;
-    IOObjectRetain(entry); // so that the entry itself is let go like its ancestors
-    do {
+    // An owner more, so that the entry itself is let go like its ancestors.
+    if (IOObjectRetain(entry) != 0) entry = IO_OBJECT_NULL;
+    while (entry != IO_OBJECT_NULL) {
         GetMediaServierType(entry, info);
         IOObjectRelease(entry);
         entry = info->mediaType == kMediaNone ? IOIteratorNext(ancestors) : IO_OBJECT_NULL;
-    } while (entry != IO_OBJECT_NULL);
+    }
     IOObjectRelease(ancestors);
 }
 

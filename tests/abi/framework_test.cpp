@@ -19,7 +19,8 @@ static std::string Output(const std::string& command, int& status) {
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return {};
     std::array<char, 4096> buffer;
-    for (size_t count; (count = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), count);
+    for (size_t count; (count = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
+        text.append(buffer.data(), count);
     int ended = pclose(pipe);
     status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
     return text;
@@ -69,7 +70,8 @@ TEST(Framework, Library_AsksForNoWritableCodeOrExecutableStack) {
 
 TEST(Bundle, RunPath_IsRelativeToTheProgram) {
     std::string dynamic = Dynamic(kBundle / "Contents/MacOS/abi_client");
-    EXPECT_NE(dynamic.find("[$ORIGIN/../Frameworks/TavPort.framework/Versions/A"), std::string::npos) << dynamic;
+    EXPECT_NE(dynamic.find("[$ORIGIN/../Frameworks/TavPort.framework/Versions/A"), std::string::npos)
+        << dynamic;
     EXPECT_NE(dynamic.find("[TavPort]"), std::string::npos) << dynamic;
 }
 

@@ -28,7 +28,8 @@ public:
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
     explicit operator bool() const { return handle_ != nullptr; }
-    template <typename Function> Function* Find(const char* name, Function*) const {
+    template <typename Function>
+    Function* Find(const char* name, Function*) const {
         return reinterpret_cast<Function*>(dlsym(handle_, name));
     }
 
@@ -46,7 +47,8 @@ static size_t OpenDescriptors() {
 static size_t Mappings() {
     std::ifstream maps("/proc/self/maps");
     size_t count = 0;
-    for (std::string line; std::getline(maps, line);) count += line.find("/TavPort.framework/") != std::string::npos;
+    for (std::string line; std::getline(maps, line);)
+        count += line.find("/TavPort.framework/") != std::string::npos;
     return count;
 }
 
@@ -67,6 +69,8 @@ static void Use(const Library& library, const std::string& folder) {
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(FIND(library, Tav0FSRIsExist)(file), 1);
     FIND(library, Tav0FSRRelease)(file);
+    TavChar root[1025];
+    EXPECT_EQ(FIND(library, TavGetPathDriver)(path.c_str(), root), 1);
     EXPECT_EQ(FIND(library, tav_wcscmpi)(u"\u00e4\u03a9", u"\u00c4\u03c9"), 0);
 }
 

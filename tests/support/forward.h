@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/forks.h"
+#include "platform/io_registry.h"
 
 #include <string_view>
 #include <type_traits>
@@ -92,6 +93,15 @@ void HalfDo(OSErr (*move)(FSForkRefNum, uint16_t, int64_t, ByteCount, Buffer*, B
     move(fork, mode, offset, count / 2, buffer, actual);
 }
 
+// What a call takes over from its caller even when it fails.
+template <typename Result, typename... Arguments>
+void TakeOver(Result (*)(Arguments...), Arguments...) {}
+
+inline void TakeOver(kern_return_t (*)(mach_port_t, CFDictionaryRef, io_iterator_t*), mach_port_t,
+                     CFDictionaryRef matching, io_iterator_t*) {
+    CFRelease(matching);
+}
+
 template <typename First, typename... Rest>
 bool Given(First first, Rest...) {
     return first != First{};
@@ -115,6 +125,7 @@ Result Forward(const Operation& operation, Result (*real)(Arguments...),
         if (operation.opens == Kind::kBlock) SetMemoryError(verdict.fail);
         if (verdict.fail && operation.closes == Kind::kNone) {
             if (verdict.partial) HalfDo(real, arguments...);
+            TakeOver(real, arguments...);
             return Failure<Result>(verdict.code);
         }
         Result result = real(arguments...);
