@@ -42,8 +42,10 @@ void FolderReader::Close() {
 OSErr FolderReader::Fill() {
     if (ended_) return errFSNoMoreItems;
     const ssize_t count = ReadEntries(descriptor_, batch_.get(), kBatchBytes);
-    if (count < 0) return LastError();
-    if (count == 0) {
+    const OSErr error = count < 0 ? LastError() : noErr;
+    // A folder that has been deleted has no entries any more.
+    if (error != noErr && error != fnfErr) return error;
+    if (count <= 0) {
         ended_ = true;
         return errFSNoMoreItems;
     }
