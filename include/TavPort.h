@@ -1840,6 +1840,87 @@ int32_t TavGetDriveType(const TavChar* root);
 
 /* ---- Enumeration -------------------------------------------------------------------------------------------- */
 
+/*
+ * For listing a folder, or looking at one item. A last component that begins with "*" asks for everything in the
+ * folder, whatever follows the star; so does the path of a folder itself. Any other last component is an exact name,
+ * letter case ignored. A folder's first entry is ".", the folder itself; there is no "..".
+ *
+ *   TavFindDataW found;
+ *   TavFindSearch *search = TavFindFirstFile(u"/home/ann/" u"*", &found);
+ *   if (search != TAV_INVALID_FIND) {
+ *       do use(found.cFileName); while (TavFindNextFile(search, &found));
+ *       TavFindClose(search);
+ *   }
+ *
+ * TavFindClose releases a search.
+ */
+
+/* A search under way; opaque. */
+typedef struct TavFindSearch TavFindSearch;
+
+/* What TavFindFirstFile returns when nothing was found. */
+#define TAV_INVALID_FIND ((TavFindSearch *)(intptr_t)-1)
+
+/* dwFileAttributes: no other bit is ever set. */
+#define TAV_FILE_ATTRIBUTE_HIDDEN 0x02u
+#define TAV_FILE_ATTRIBUTE_DIRECTORY 0x10u
+
+/* A moment as eight bytes, the most significant first, on every host: seconds since 1 January 1904 UTC in six, then
+   1/65,536 seconds in two. Later moments compare greater with memcmp. */
+typedef struct TavFileTime {
+    uint8_t bytes[8];
+} TavFileTime;
+
+/* One entry of a listing, 592 bytes. Searches never write the reserved words and the alternate name. */
+typedef struct TavFindDataW {
+    uint32_t dwFileAttributes;       /* a folder that is not a package; hidden */
+    TavFileTime ftCreationTime;      /* the last write where no creation time is known */
+    TavFileTime ftLastAccessTime;
+    TavFileTime ftLastWriteTime;
+    uint32_t nFileSizeHigh;          /* bytes that the content takes on the volume, high half */
+    uint32_t nFileSizeLow;           /* low half */
+    uint32_t dwReserved0;
+    uint32_t dwReserved1;
+    TavChar cFileName[260];          /* at most 255 units and the terminator; a "/" stands for ":" */
+    TavChar cAlternateFileName[14];
+} TavFindDataW;
+
+/**
+ * Begins a search and finds its first entry: the item named, or "." for a folder.
+ *
+ * @param lpFileName      zero-terminated absolute path, shorter than 1024 units, not null.
+ * @param lpFindFileData  receives the entry, not null; only its attributes are cleared when nothing is found.
+ * @return the search, or TAV_INVALID_FIND when nothing is found or memory runs out.
+ * @owner   the caller, who gives the search back with TavFindClose.
+ * @threads any, at any time.
+ * @windows FindFirstFileW
+ */
+TavFindSearch *TavFindFirstFile(const TavChar *lpFileName, TavFindDataW *lpFindFileData);
+
+/**
+ * Finds the next entry of a search. Entries come in no particular order; those that are there throughout are shown
+ * once, while others come and go.
+ *
+ * @param hFindFile       a search from TavFindFirstFile that has not been closed.
+ * @param lpFindFileData  receives the entry, not null; only its attributes are cleared when there is none.
+ * @return 1 with an entry; 0 at the end, from then on, and when the folder cannot be read.
+ * @owner   nothing to release.
+ * @threads one at a time on the same search.
+ * @windows FindNextFileW
+ */
+int32_t TavFindNextFile(TavFindSearch *hFindFile, TavFindDataW *lpFindFileData);
+
+/**
+ * Ends a search.
+ *
+ * @param hFindFile  a search from TavFindFirstFile, closed exactly once.
+ * @return 1.
+ * @owner   releases the search.
+ * @threads one at a time on the same search.
+ * @windows FindClose
+ */
+int32_t TavFindClose(TavFindSearch *hFindFile);
+
 /* ---- Copying ------------------------------------------------------------------------------------------------ */
 
 #if defined(__GNUC__)
