@@ -43,7 +43,7 @@ void Heading(const std::string& text) {
 
 void Step(const std::string& what, const std::string& outcome) {
     ++steps;
-    std::printf("  %-44s %s\n", what.c_str(), outcome.c_str());
+    std::printf("  %-50s %s\n", what.c_str(), outcome.c_str());
 }
 
 void Check(const std::string& what, bool ok, const std::string& outcome) {

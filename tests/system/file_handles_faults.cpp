@@ -167,17 +167,14 @@ TEST_F(FileHandleFaults, CreateSurvivesEveryFailure) {
 TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
     const Ref sub = MakeRef(Wide(folder / "d"));
     const Ref made = MakeRef(Wide(folder / "made"));
+    OpacTavFSRef* renamed = nullptr;
     const std::function<void()> scenarios[] = {
         [&] { TavFileCloseExt(TavFileOpenExt(file.get(), kReadWrite)); },
         [&] { TavFileDeleteExt(file.get()); },
         [&] { TavFolderCreateExt(made.get()); },
         [&] { TavFolderDeleteExt(sub.get()); },
         [&] { TavFileMoveFileExt(file.get(), sub.get()); },
-        [&] {
-            OpacTavFSRef* renamed = nullptr;
-            TavFileRenameExt(file.get(), u"b", &renamed);
-            Tav0FSRRelease(renamed);
-        },
+        [&] { TavFileRenameExt(file.get(), u"b", &renamed); },
     };
     for (const auto& scenario : scenarios) {
         EXPECT_GE(faults::FailEachCall({.prepare =
@@ -188,7 +185,12 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
                                                 WriteFile(folder / "a", "old");
                                                 std::filesystem::create_directory(folder / "d");
                                             },
-                                        .scenario = scenario}),
+                                        .scenario = scenario,
+                                        .check =
+                                            [&](const std::string&) {
+                                                Tav0FSRRelease(renamed);
+                                                renamed = nullptr;
+                                            }}),
                   2u);
     }
 }
