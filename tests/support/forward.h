@@ -79,6 +79,8 @@ template <typename Result>
 bool Succeeded(Result result) {
     if constexpr (std::is_signed_v<Result>)
         return result == 0;
+    else if constexpr (std::is_class_v<Result>)
+        return true; // a record opens nothing
     else
         return result != Result{};
 }
