@@ -1,5 +1,6 @@
 // A tour of the library: keys, values and expressions, and the files that they lead to.
 // usage: tour [FOLDER]
+#include "listing.h"
 #include "report.h"
 #include "sample_tree.h"
 
@@ -167,6 +168,7 @@ void Tour(const std::string& chosen) {
     RegisterValue("lang", u"en");
 
     ShowExpressions(folder, chosen.empty() ? "contract.txt" : "a file.txt");
+    ShowListing(folder, chosen.empty() ? "CONTRACT.TXT" : "");
     ShowFiles(folder);
     if (chosen.empty()) ShowSample();
     WriteAndReadBack();

@@ -1,0 +1,97 @@
+#include "listing.h"
+
+#include "report.h"
+
+#include <cstdio>
+#include <ctime>
+#include <vector>
+
+namespace {
+
+// Rows that a table shows at most.
+constexpr int kRows = 12;
+
+// "2004-07-01 12:00" in UTC; the library counts from 1904.
+std::string TimeText(const TavFileTime& time) {
+    constexpr int64_t kSecondsTo1970 = 2082844800;
+    int64_t seconds = 0;
+    for (int i = 0; i < 6; ++i) seconds = seconds << 8 | time.bytes[i];
+    const time_t moment = static_cast<time_t>(seconds - kSecondsTo1970);
+    std::tm fields = {};
+    char text[32] = "";
+    if (gmtime_r(&moment, &fields)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &fields);
+    return text;
+}
+
+std::string KindText(const TavFindDataW& item) {
+    const bool folder = item.dwFileAttributes & TAV_FILE_ATTRIBUTE_DIRECTORY;
+    const bool hidden = item.dwFileAttributes & TAV_FILE_ATTRIBUTE_HIDDEN;
+    return std::string(folder ? "folder" : "file") + (hidden ? ", hidden" : "");
+}
+
+void ShowItem(const TavFindDataW& item) {
+    const uint64_t size = static_cast<uint64_t>(item.nFileSizeHigh) << 32 | item.nFileSizeLow;
+    std::printf("  %-28s %-15s %12llu  %s\n", Utf8(item.cFileName).c_str(), KindText(item).c_str(),
+                static_cast<unsigned long long>(size), TimeText(item.ftLastWriteTime).c_str());
+}
+
+void ShowFolder(const std::string& folder) {
+    std::printf("  %-28s %-15s %12s  %s\n", "name", "kind", "space taken", "written (UTC)");
+    TavFindDataW item;
+    TavFindSearch* search = TavFindFirstFile(Utf16(folder + "/*").c_str(), &item);
+    int count = 0;
+    if (search != TAV_INVALID_FIND) {
+        do {
+            if (count++ < kRows) ShowItem(item);
+        } while (TavFindNextFile(search, &item));
+        TavFindClose(search);
+    }
+    if (count > kRows) std::printf("  and %d more\n", count - kRows);
+    Check("items, the folder itself among them", count > 0, std::to_string(count));
+}
+
+void CheckItem(const std::string& folder, const std::string& name) {
+    TavChar path[1024];
+    tav_wcscpy(path, Utf16(folder).c_str());
+    TavPathAppend(path, Utf16(name).c_str());
+    TavFindDataW item;
+    TavFindSearch* search = TavFindFirstFile(path, &item);
+    const bool found = search != TAV_INVALID_FIND;
+    Check("found by its name", found, found ? Utf8(item.cFileName) : "");
+    if (found) TavFindClose(search);
+}
+
+const char* DriveText(int32_t type) {
+    switch (type) {
+    case 2:
+        return "removable";
+    case 3:
+        return "fixed";
+    case 5:
+        return "optical";
+    default:
+        return "unknown";
+    }
+}
+
+void ShowDrives() {
+    std::vector<TavChar> list(65536);
+    const uint32_t units = TavGetLogicalDriveStrings(static_cast<uint32_t>(list.size()), list.data());
+    int count = 0;
+    for (uint32_t i = 0; i < units; i += tav_wcslen(&list[i]) + 1) {
+        if (count++ < kRows)
+            std::printf("  %-44s %s\n", Utf8(&list[i]).c_str(), DriveText(TavGetDriveType(&list[i])));
+    }
+    if (count > kRows) std::printf("  and %d more\n", count - kRows);
+    Check("the first drive", units >= 2 && TavPathIsRoot(list.data()), Utf8(list.data()));
+}
+
+} // namespace
+
+void ShowListing(const std::string& folder, const std::string& expected) {
+    Heading("The folder");
+    ShowFolder(folder);
+    if (!expected.empty()) CheckItem(folder, expected);
+    Heading("The drives");
+    ShowDrives();
+}
