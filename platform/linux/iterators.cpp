@@ -79,6 +79,10 @@ static OSErr Open(OpaqueFSIterator& iterator) {
     return OpenReader(iterator, folder);
 }
 
+static bool MayHaveSidecars(const OpaqueFSIterator& iterator) {
+    return !iterator.hasNoSidecars || iterator.sidecarsMade != SidecarsMade();
+}
+
 // Opens again what had to be given back. Nothing is known of sidecars then, and reading a long listing once
 // more to know would cost more than it saves.
 static OSErr WakeUp(OpaqueFSIterator& iterator) {
@@ -138,9 +142,10 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     if (wanted.refs || wanted.specs) result = MakeReference(item.folderID, item.name, item.facts, false, ref);
     if (result == noErr && wanted.specs) result = FillSpec(item, ref, wanted.specs[index]);
     if (result == noErr && wanted.whichInfo != kFSCatInfoNone)
-        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index]);
+        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], MayHaveSidecars(iterator));
     if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
-    if (result == noErr && iterator.hasNoSidecars && wanted.refs && (wanted.whichInfo & kFSCatInfoNodeFlags))
+    if (result == noErr && iterator.isForDelete && iterator.hasNoSidecars && wanted.refs &&
+        (wanted.whichInfo & kFSCatInfoNodeFlags))
         RememberSighting(ref, item, wanted.infos[index].nodeFlags & kFSNodeLockedMask, iterator.sidecarsMade);
     return result;
 }
@@ -175,7 +180,7 @@ OSErr FSOpenIterator(const FSRef* container, FSIteratorFlags iteratorFlags, FSIt
     opened->container = *container;
     opened->isForDelete = iteratorFlags == kFSIterateDelete;
     OSErr result = WithDescriptors([&] { return Open(*opened); });
-    if (result == noErr && opened->isForDelete && !opened->isOnLink) result = LookForSidecars(*opened);
+    if (result == noErr && !opened->isOnLink) result = LookForSidecars(*opened);
     if (result != noErr) return result;
     *iterator = opened.release();
     if ((*iterator)->isForDelete) LetRest(**iterator);

@@ -115,9 +115,11 @@ static UTCDateTime CreateDate(const Place& place, const Facts& kept) {
     return place.facts.stx_mask & STATX_BTIME ? DateFromTimestamp(place.facts.stx_btime) : UTCDateTime{};
 }
 
-static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info) {
+static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
+                          bool mayHaveSidecar) {
     Facts kept;
-    const Look look = whichInfo & kFinderFacts ? Look::kFinderInfoInSidecar : Look::kAttributeOnly;
+    const bool inSidecar = mayHaveSidecar && (whichInfo & kFinderFacts);
+    const Look look = inSidecar ? Look::kFinderInfoInSidecar : Look::kAttributeOnly;
     const OSErr result = LoadFacts(place, look, kept);
     if (result != noErr) return result;
     if (place.isLink) FillLinkFinderInfo(kept.finderInfo);
@@ -174,13 +176,15 @@ static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FS
     if (whichInfo & kFSCatInfoDataSizes) FillDataSizes(place, info);
 }
 
-OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info) {
+OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
+                      bool mayHaveSidecar) {
     FillFromStatus(place, whichInfo, info);
     if (whichInfo & kFSCatInfoValence) info.valence = IsFolder(place) ? Valence(place) : 0;
     if (whichInfo & kFSCatInfoRsrcSizes) FillResourceSizes(place, info);
     OSErr result = noErr;
     if (whichInfo & kFSCatInfoNodeID) result = NodeID(place, info.nodeID);
-    if (result == noErr && (whichInfo & kMetadataFacts)) result = FillMetadata(place, whichInfo, info);
+    if (result == noErr && (whichInfo & kMetadataFacts))
+        result = FillMetadata(place, whichInfo, info, mayHaveSidecar);
     return result;
 }
 

@@ -8,8 +8,10 @@
 #include <cstdint>
 
 // Fills the facts that `whichInfo` selects. `place.facts` holds what statx tells of them; where only the node
-// flags are asked for, the type alone (STATX_TYPE).
-OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info);
+// flags are asked for, the type alone (STATX_TYPE). Where the caller knows that the folder holds no sidecars,
+// Finder information is not looked for in one.
+OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
+                      bool mayHaveSidecar = true);
 
 // Stores the settable facts that `whichInfo` selects (-50 for others). On an object that is a link nothing
 // but dates and owner is stored; what the volume cannot keep is dropped.

@@ -182,6 +182,21 @@ TEST(FindFiles, SidecarBesideItsFile_IsNotShown) {
     EXPECT_EQ(NamesBehindFirst(folder.path()), (Names{"._orphan", "._text", "file", "text"}));
 }
 
+TEST(FindFiles, FinderFlagsInASidecar_AreHeeded) {
+    TemporaryFolder folder;
+    // One entry: 32 bytes of Finder information from byte 38 on, in them the flag of invisible items.
+    std::string sidecar("\x00\x05\x16\x07\x00\x02\x00\x00", 8);
+    sidecar +=
+        std::string(16, ' ') + std::string("\x00\x01\x00\x00\x00\x09\x00\x00\x00\x26\x00\x00\x00\x20", 14);
+    sidecar += std::string(8, '\0') + "\x40" + std::string(23, '\0');
+    for (const char* name : {"a", "b"}) WriteFile(folder / name, "");
+    WriteFile(folder / "._b", sidecar);
+    auto items = FindAll(folder.path().string());
+    EXPECT_EQ(items.size(), 3u);
+    EXPECT_EQ(Find(items, u"a").data.dwFileAttributes, 0u);
+    EXPECT_EQ(Find(items, u"b").data.dwFileAttributes, TAV_FILE_ATTRIBUTE_HIDDEN);
+}
+
 // ---- Folders that may not be read
 
 TEST(FindFiles, FolderThatMayNotBeRead_ShowsOnlyItself) {
