@@ -2,6 +2,8 @@
 
 #include "metadata_support.h"
 
+#include <fstream>
+#include <optional>
 #include <random>
 
 namespace {
@@ -207,6 +209,34 @@ TEST_P(ForkIO, ClosedNumber_IsRefusedEverywhere) {
         EXPECT_EQ(FSCloseFork(fork), rfNumErr);
         EXPECT_EQ(value, 77);
     }
+}
+
+// The process's own counts of calls that read and write; nothing where the kernel does not count.
+static std::optional<std::pair<long, long>> CallsSoFar() {
+    std::ifstream file("/proc/self/io");
+    std::string name;
+    long value, reads = -1, writes = -1;
+    while (file >> name >> value) {
+        if (name == "syscr:") reads = value;
+        if (name == "syscw:") writes = value;
+    }
+    if (reads < 0 || writes < 0) return std::nullopt;
+    return std::pair{reads, writes};
+}
+
+TEST_P(ForkIO, AtTheMark_IsOneCallEach) {
+    const auto start = CallsSoFar();
+    if (!start) GTEST_SKIP() << "the kernel does not count calls";
+    const long ownReads = CallsSoFar()->first - start->first;
+    const std::string bytes(4096, 'x');
+    ASSERT_EQ(Write(bytes + bytes), noErr);
+    ASSERT_EQ(FSSetForkPosition(fork_, fsFromStart, 0), noErr);
+    const auto before = CallsSoFar();
+    EXPECT_EQ(Write(bytes), noErr);
+    EXPECT_EQ(Read(4096), bytes);
+    const auto after = CallsSoFar();
+    EXPECT_EQ(after->first - before->first - ownReads, 1);
+    EXPECT_EQ(after->second - before->second, 1);
 }
 
 TEST_P(ForkIO, RandomWork_AgreesWithAModel) {
