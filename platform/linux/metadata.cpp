@@ -11,6 +11,7 @@
 #include "platform/linux/metadata.h"
 
 #include "platform/linux/dates.h"
+#include "platform/linux/entries.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/fork_table.h"
 #include "platform/linux/links.h"
@@ -68,30 +69,16 @@ static FSPermissionInfo Permissions(const struct statx& facts) {
     return {facts.stx_uid, facts.stx_gid, 0, UserAccess(facts), facts.stx_mode, 0};
 }
 
-// Counts what a batch of entries shows.
-static uint32_t CountShown(int folder, const uint8_t* batch, ssize_t size) {
-    uint32_t count = 0;
-    for (ssize_t at = 0; at < size;) {
-        const auto* entry = reinterpret_cast<const DirectoryEntry*>(batch + at);
-        const char* name = entry->name;
-        const bool isDots = std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-        if (!isDots && !IsSidecar(folder, name)) ++count;
-        at += entry->length;
-    }
-    return count;
-}
-
 // A folder that may not be listed shows nothing.
 static uint32_t Valence(const Place& place) {
-    alignas(DirectoryEntry) uint8_t batch[32768];
-    const Descriptor folder(OpenName(place.folder.descriptor(), place.name, O_RDONLY | O_DIRECTORY));
-    if (!folder) return 0;
+    FolderHandle folder;
+    if (OpenFolder(place, folder) != noErr) return 0;
     uint32_t count = 0;
-    for (;;) {
-        const ssize_t size = ReadEntries(folder.number(), batch, sizeof(batch));
-        if (size <= 0) return count;
-        count += CountShown(folder.number(), batch, size);
-    }
+    const OSErr result = VisitEntries(folder, [&](const DirectoryEntry& entry) {
+        if (!IsSidecar(folder.descriptor(), entry.name)) ++count;
+        return false;
+    });
+    return result == noErr ? count : 0;
 }
 
 // ---- Metadata
