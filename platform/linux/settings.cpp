@@ -31,7 +31,7 @@ static timespec TimeOrOmit(bool isWanted, const UTCDateTime& date) {
 static OSErr SetTimes(const HeldObject& object, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
     const timespec times[2] = {TimeOrOmit(whichInfo & kFSCatInfoAccessDate, info.accessDate),
                                TimeOrOmit(whichInfo & kFSCatInfoContentMod, info.contentModDate)};
-    if (whichInfo & kFSCatInfoContentMod) ForgetContentDate(object.facts());
+    if (times[1].tv_nsec != UTIME_OMIT) ForgetContentDate(object.facts());
     return object.SetTimes(times) == 0 ? noErr : LastError();
 }
 
