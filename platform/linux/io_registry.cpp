@@ -1,23 +1,19 @@
-// The I/O registry (platform/io_registry.h) on libudev's device tree, as it is at the moment of each
-// question.
+// The I/O registry (platform/io_registry.h), on what the device tree says of block devices (media.h).
 //
-// An entry is a block device. Above a partition is its disk; above a mapped or RAID volume are the devices
-// that it stands on, so that such a volume is not "whole": the walk upwards goes on to the real disks, and an
-// encrypted stick counts as a stick. An optical drive is a medium while a disc is in it, of the disc's kind,
-// and so is any other drive whose size is not zero. Blu-ray and HD discs count as DVDs.
+// An entry is a block device as it was when the entry was made: unlike on the platform it does not follow
+// what happens to the device, and whoever wants to know looks it up again. The ports are names without
+// anything behind them.
 //
 // Sections: objects; ancestors; classes and properties; booleans and dictionaries; the calls.
 #include "platform/io_registry.h"
 
 #include "platform/linux/cf_object.h"
+#include "platform/linux/media.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cassert>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <libudev.h>
 #include <memory>
 #include <new>
 #include <string>
@@ -31,25 +27,13 @@ static constexpr kern_return_t kReturnBadArgument = -536870206; // 0xE00002C2
 
 // ---- Objects ----
 
-namespace {
-
-struct DeviceRelease {
-    void operator()(udev_device* device) const { udev_device_unref(device); }
-};
-using Device = std::unique_ptr<udev_device, DeviceRelease>;
-
-struct TreeRelease {
-    void operator()(udev* tree) const { udev_unref(tree); }
-};
-using Tree = std::unique_ptr<udev, TreeRelease>;
-
-} // namespace
+using Entry = std::shared_ptr<const Media>;
 
 // An entry has a device; an iterator has the devices that it will still give, the next one last.
 struct OpaqueIOObject {
     std::atomic<int32_t> owners = 1;
-    Device device;
-    std::vector<Device> pending;
+    Entry media;
+    std::vector<Entry> pending;
 };
 
 struct OpaqueCFDictionary : CFObject {
@@ -60,120 +44,42 @@ struct OpaqueCFBoolean : CFObject {
     bool value;
 };
 
-static Device Another(udev_device* device) {
-    return Device(udev_device_ref(device));
-}
-
-static io_iterator_t NewIterator(std::vector<Device> devices) {
-    std::reverse(devices.begin(), devices.end());
-    return new OpaqueIOObject{.device = nullptr, .pending = std::move(devices)};
+static io_iterator_t NewIterator(std::vector<Entry> entries) {
+    std::reverse(entries.begin(), entries.end());
+    return new OpaqueIOObject{.media = nullptr, .pending = std::move(entries)};
 }
 
 // ---- Ancestors ----
 
-static bool IsPartition(udev_device* device) {
-    const char* type = udev_device_get_devtype(device);
-    return type && std::string_view(type) == "partition";
-}
-
-// The devices that a mapped or RAID volume stands on. The library has no call for them; the tree has a
-// folder.
-static std::vector<Device> Foundations(udev_device* device) {
-    std::vector<std::string> names;
-    std::error_code error;
-    std::filesystem::path folder = std::filesystem::path(udev_device_get_syspath(device)) / "slaves";
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error))
-        names.push_back(entry->path().filename().string());
-    std::sort(names.begin(), names.end());
-    std::vector<Device> devices;
-    for (const std::string& name : names) {
-        Device below(
-            udev_device_new_from_subsystem_sysname(udev_device_get_udev(device), "block", name.c_str()));
-        if (below) devices.push_back(std::move(below));
-    }
-    return devices;
-}
-
-static std::vector<Device> Parents(udev_device* device) {
-    std::vector<Device> parents;
-    if (!IsPartition(device)) return Foundations(device);
-    if (udev_device* disk = udev_device_get_parent_with_subsystem_devtype(device, "block", "disk"))
-        parents.push_back(Another(disk));
-    return parents;
-}
-
-static bool Holds(const std::vector<Device>& devices, udev_device* wanted) {
-    std::string_view path = udev_device_get_syspath(wanted);
-    return std::any_of(devices.begin(), devices.end(),
-                       [&](const Device& device) { return path == udev_device_get_syspath(device.get()); });
-}
-
-// All ancestors, level by level.
-static std::vector<Device> Ancestors(udev_device* device) {
-    std::vector<Device> found = Parents(device);
-    for (size_t i = 0; i < found.size(); ++i) {
-        for (Device& parent : Parents(found[i].get()))
-            if (!Holds(found, parent.get())) found.push_back(std::move(parent));
+// All devices that one stands on, level by level, each once.
+static std::vector<Entry> Ancestors(const Media& media) {
+    std::vector<std::string> names = media.foundations;
+    std::vector<Entry> found;
+    for (size_t i = 0; i < names.size(); ++i) {
+        Entry below = FindMedia(names[i]);
+        if (!below) continue;
+        for (const std::string& name : below->foundations)
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+        found.push_back(std::move(below));
     }
     return found;
 }
 
 // ---- Classes and properties ----
 
-static bool Attribute(udev_device* device, const char* name, std::string_view value) {
-    const char* text = udev_device_get_sysattr_value(device, name);
-    return text && text == value;
+static bool IsOfClass(const Media& media, std::string_view name) {
+    if (name == kIOMediaClass) return true;
+    if (name == kIOCDMediaClass) return media.isCD;
+    return name == kIODVDMediaClass && media.isDVD;
 }
 
-static bool Property(udev_device* device, const char* name) {
-    const char* text = udev_device_get_property_value(device, name);
-    return text && std::string_view(text) == "1";
-}
-
-static bool IsOptical(udev_device* device) {
-    const char* name = udev_device_get_sysname(device);
-    return Property(device, "ID_CDROM") || (name && std::string_view(name).starts_with("sr"));
-}
-
-// Where the device manager has not looked at the drive, its size has to tell whether a disc is in it.
-static bool HasMedium(udev_device* device) {
-    if (Property(device, "ID_CDROM")) return Property(device, "ID_CDROM_MEDIA");
-    const char* size = udev_device_get_sysattr_value(device, "size");
-    return size && std::string_view(size) != "0";
-}
-
-static bool HasPropertyBeginning(udev_device* device, std::string_view start) {
-    for (udev_list_entry* entry = udev_device_get_properties_list_entry(device); entry;
-         entry = udev_list_entry_get_next(entry)) {
-        const char* value = udev_list_entry_get_value(entry);
-        if (std::string_view(udev_list_entry_get_name(entry)).starts_with(start) && value && *value == '1')
-            return true;
-    }
-    return false;
-}
-
-static bool IsDVD(udev_device* device) {
-    return IsOptical(device) && (HasPropertyBeginning(device, "ID_CDROM_MEDIA_DVD") ||
-                                 HasPropertyBeginning(device, "ID_CDROM_MEDIA_BD") ||
-                                 HasPropertyBeginning(device, "ID_CDROM_MEDIA_HDDVD"));
-}
-
-static bool IsWhole(udev_device* device) {
-    return !IsPartition(device) && Foundations(device).empty();
-}
-
-static bool IsRemovable(udev_device* device) {
-    return IsOptical(device) || Attribute(device, "removable", "1");
-}
-
-// The drive of a finished disc calls itself writable; the disc is not.
-static bool IsWritable(udev_device* device) {
-    if (Attribute(device, "ro", "1")) return false;
-    if (!IsOptical(device) || Property(device, "ID_CDROM_MEDIA_DVD_RAM")) return true;
-    const char* state = udev_device_get_property_value(device, "ID_CDROM_MEDIA_STATE");
-    return state && (std::string_view(state) == "blank" || std::string_view(state) == "appendable");
-}
+static constexpr struct {
+    const char* key;
+    bool Media::*value;
+} kProperties[] = {{kIOMediaWholeKey, &Media::isWhole},
+                   {kIOMediaRemovableKey, &Media::isRemovable},
+                   {kIOMediaWritableKey, &Media::isWritable},
+                   {kIOMediaEjectableKey, &Media::isRemovable}};
 
 // ---- Booleans and dictionaries ----
 
@@ -218,12 +124,9 @@ extern "C" kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryR
     assert(matching && existing);
     try {
         std::unique_ptr<const OpaqueCFDictionary> held(matching);
-        Tree tree(udev_new());
-        if (!tree) return kReturnNoMemory;
-        std::vector<Device> devices;
-        Device found(udev_device_new_from_subsystem_sysname(tree.get(), "block", held->bsdName.c_str()));
-        if (found) devices.push_back(std::move(found));
-        *existing = NewIterator(std::move(devices));
+        std::vector<Entry> entries;
+        if (Entry found = FindMedia(held->bsdName)) entries.push_back(std::move(found));
+        *existing = NewIterator(std::move(entries));
         return 0;
     } catch (...) {
         return kReturnNoMemory;
@@ -235,7 +138,7 @@ extern "C" io_object_t IOIteratorNext(io_iterator_t iterator) {
     if (iterator->pending.empty()) return IO_OBJECT_NULL;
     io_object_t entry = new (std::nothrow) OpaqueIOObject;
     if (!entry) return IO_OBJECT_NULL;
-    entry->device = std::move(iterator->pending.back());
+    entry->media = std::move(iterator->pending.back());
     iterator->pending.pop_back();
     return entry;
 }
@@ -243,11 +146,11 @@ extern "C" io_object_t IOIteratorNext(io_iterator_t iterator) {
 extern "C" kern_return_t IORegistryEntryCreateIterator(io_registry_entry_t entry, const char* plane,
                                                        IOOptionBits options, io_iterator_t* iterator) {
     assert(entry && plane && iterator);
-    if (std::string_view(plane) != kIOServicePlane || !entry->device ||
+    if (std::string_view(plane) != kIOServicePlane || !entry->media ||
         options != (kIORegistryIterateRecursively | kIORegistryIterateParents))
         return kReturnBadArgument;
     try {
-        *iterator = NewIterator(Ancestors(entry->device.get()));
+        *iterator = NewIterator(Ancestors(*entry->media));
         return 0;
     } catch (...) {
         return kReturnNoMemory;
@@ -256,33 +159,18 @@ extern "C" kern_return_t IORegistryEntryCreateIterator(io_registry_entry_t entry
 
 extern "C" Boolean IOObjectConformsTo(io_object_t object, const char* className) {
     assert(object && className);
-    udev_device* device = object->device.get();
-    if (!device || !HasMedium(device)) return 0;
-    std::string_view wanted = className;
-    if (wanted == kIOMediaClass) return 1;
-    if (wanted == kIODVDMediaClass) return IsDVD(device);
-    return wanted == kIOCDMediaClass && IsOptical(device) && !IsDVD(device);
+    return object->media && object->media->isMedium && IsOfClass(*object->media, className);
 }
 
 extern "C" CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                                      CFAllocatorRef, IOOptionBits) {
     assert(entry && key);
-    static constexpr struct {
-        const char* key;
-        bool (*holds)(udev_device*);
-    } kProperties[] = {{kIOMediaWholeKey, IsWhole},
-                       {kIOMediaRemovableKey, IsRemovable},
-                       {kIOMediaWritableKey, IsWritable},
-                       {kIOMediaEjectableKey, IsRemovable}};
     char name[32];
-    udev_device* device = entry->device.get();
-    if (!device || !HasMedium(device) || !CFStringGetCString(key, name, sizeof name, kCFStringEncodingUTF8))
-        return nullptr;
-    try {
-        for (const auto& property : kProperties)
-            if (strcmp(name, property.key) == 0) return property.holds(device) ? &trueObject : &falseObject;
-    } catch (...) {
-    }
+    if (!entry->media || !entry->media->isMedium) return nullptr;
+    if (!CFStringGetCString(key, name, sizeof name, kCFStringEncodingUTF8)) return nullptr;
+    for (const auto& property : kProperties)
+        if (strcmp(name, property.key) == 0)
+            return *entry->media.*property.value ? &trueObject : &falseObject;
     return nullptr;
 }
 

@@ -1,5 +1,5 @@
 // FSGetVolumeInfo, PBGetVolumeInfoSync, PBHGetVInfoSync, PBHGetVolParmsSync: asking about volumes, on the
-// volume list, statvfs for sizes and libudev for the name of a volume's device.
+// volume list, statvfs for sizes and the device tree for the name of a volume's device.
 //
 // A volume is named after the folder that it is mounted on; mounts have no names of their own here. Sizes are
 // those that the caller may use, which leaves out what the file system keeps for the superuser. Objects on
@@ -11,6 +11,7 @@
 
 #include "platform/linux/errors.h"
 #include "platform/linux/mac_roman.h"
+#include "platform/linux/media.h"
 #include "platform/linux/names.h"
 #include "platform/linux/system_calls.h"
 #include "platform/linux/volume_list.h"
@@ -20,7 +21,6 @@
 #include <cassert>
 #include <cstring>
 #include <fcntl.h>
-#include <libudev.h>
 #include <sys/statvfs.h>
 
 static_assert(sizeof(GetVolParmsInfoBuffer) == (sizeof(void*) == 8 ? 32 : 28));
@@ -71,28 +71,15 @@ static OSErr FillInfo(const Volume& volume, FSVolumeInfoBitmap whichInfo, FSVolu
     return whichInfo & kFSVolInfoSizes ? FillSizes(volume, info) : noErr;
 }
 
-// Writes the volume's device as the device tree names it; false for volumes on none. Volumes of several
-// devices have no device number of their own, but name one as their source.
-static bool DeviceName(const Volume& volume, char (&name)[64]) {
-    dev_t device = volume.device;
-    if (major(device) == 0) {
-        struct statx facts {};
-        if (!volume.source.starts_with("/dev/") || FactsAt(AT_FDCWD, volume.source.c_str(), 0, facts) != 0 ||
-            !S_ISBLK(facts.stx_mode))
-            return false;
-        device = makedev(facts.stx_rdev_major, facts.stx_rdev_minor);
-    }
-    bool found = false;
-    if (udev* tree = udev_new()) {
-        if (udev_device* entry = udev_device_new_from_devnum(tree, 'b', device)) {
-            const char* known = udev_device_get_sysname(entry);
-            found = known && strlen(known) < sizeof name;
-            if (found) strcpy(name, known);
-            udev_device_unref(entry);
-        }
-        udev_unref(tree);
-    }
-    return found;
+// The volume's device as the device tree names it; "" for volumes on none. Volumes of several devices have no
+// device number of their own, but name one as their source.
+static std::string DeviceOf(const Volume& volume) {
+    if (major(volume.device) != 0) return DeviceName(volume.device);
+    struct statx facts {};
+    if (!volume.source.starts_with("/dev/") || FactsAt(AT_FDCWD, volume.source.c_str(), 0, facts) != 0 ||
+        !S_ISBLK(facts.stx_mode))
+        return {};
+    return DeviceName(makedev(facts.stx_rdev_major, facts.stx_rdev_minor));
 }
 
 static GetVolParmsInfoBuffer Parameters(const Volume& volume) {
@@ -101,7 +88,11 @@ static GetVolParmsInfoBuffer Parameters(const Volume& volume) {
     parameters.vMVersion = kVolParmsVersion;
     parameters.vMAttrib = volume.serverCopies ? kVolParmsHasCopyFile : 0;
     parameters.vMServerAdr = volume.serverAddress;
-    parameters.vMDeviceID = DeviceName(volume, deviceName) ? deviceName : nullptr;
+    std::string device = DeviceOf(volume);
+    if (!device.empty() && device.size() < sizeof deviceName) {
+        memcpy(deviceName, device.c_str(), device.size() + 1);
+        parameters.vMDeviceID = deviceName;
+    }
     return parameters;
 }
 

@@ -212,15 +212,25 @@ TEST(IORegistry, UnknownPropertyAndClass_AreNone) {
     EXPECT_FALSE(IOObjectConformsTo(entry, "IOBlockStorageDevice"));
 }
 
-TEST(IORegistry, UnpluggedDevice_IsNoMediumAnyMore) {
+TEST(IORegistry, UnpluggedDevice_IsNotFoundAnyMore) {
     DeviceTree tree;
     AddUsbStick(tree);
-    Held entry("sdb");
+    EXPECT_NE(Held("sdb"), nullptr);
     tree.Unplug(kStick + "/sdb1");
     tree.Unplug(kStick);
-    EXPECT_FALSE(IOObjectConformsTo(entry, kIOMediaClass));
-    EXPECT_EQ(Property(entry, kIOMediaWholeKey), std::nullopt);
     EXPECT_EQ(Held("sdb"), nullptr);
+    EXPECT_EQ(Held("sdb1"), nullptr);
+}
+
+TEST(IORegistry, DiscPutIn_IsSeenByTheNextLookUp) {
+    DeviceTree tree;
+    std::string drive = "/devices/pci0000:00/block/sr2";
+    tree.Add(
+        {drive, "disk", 11, 2, {{"size", "1310720"}, {"removable", "1"}, {"ro", "0"}}, {{"ID_CDROM", "1"}}});
+    EXPECT_EQ(Classes("sr2"), Names{});
+    tree.SetProperty(drive, "ID_CDROM_MEDIA", "1");
+    tree.SetProperty(drive, "ID_CDROM_MEDIA_CD", "1");
+    EXPECT_EQ(Classes("sr2"), (Names{"IOMedia", "IOCDMedia"}));
 }
 
 TEST(IORegistry, RetainedEntry_OutlivesOneRelease) {

@@ -45,6 +45,10 @@ void DeviceTree::PutOn(const std::string& upper, const std::string& lower) {
     umockdev_testbed_enable(bed_->bed);
 }
 
+void DeviceTree::SetProperty(const std::string& path, const char* key, const char* value) {
+    umockdev_testbed_set_property(bed_->bed, ("/sys" + path).c_str(), key, value);
+}
+
 void DeviceTree::Unplug(const std::string& path) {
     umockdev_testbed_remove_device(bed_->bed, ("/sys" + path).c_str());
 }

@@ -24,6 +24,9 @@ public:
     // Lets one device stand on another, as a mapped or RAID volume does.
     void PutOn(const std::string& upper, const std::string& lower);
 
+    // Changes what the device manager found out about a device.
+    void SetProperty(const std::string& path, const char* key, const char* value);
+
     void Unplug(const std::string& path);
 
 private:
