@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+
 #include <csignal>
 #include <memory>
 #include <mutex>
@@ -174,7 +175,17 @@ void BlockAllSignals() {
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
 }
 
+// The C library keeps a thread's values under its keys beside the stack, and would hand both to a later
+// thread: it clears the values only together with calling the destructors. Without values there is nothing to
+// call.
+void ForgetKeyValues() {
+    for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; key++) {
+        pthread_setspecific(key, nullptr);
+    }
+}
+
 [[noreturn]] void LeaveThread() {
+    ForgetKeyValues();
     for (;;) {
         syscall(SYS_exit, 0);
     }

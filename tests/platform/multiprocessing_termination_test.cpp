@@ -51,13 +51,28 @@ void Spin(unsigned times) {
     }
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kLeakSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kLeakSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool kLeakSanitizer = false;
+#endif
+
 // Counts the handlers of the application that run when a thread ends.
 std::atomic<int> handlersRun = 0;
 
 struct CountsWhenDestroyed {
     ~CountsWhenDestroyed() { handlersRun++; }
-    bool used = true;
+    bool used = false;
 };
+
+void CountCleanup(void*);
+pthread_key_t key = [] {
+    pthread_key_t made = 0;
+    pthread_key_create(&made, CountCleanup);
+    return made;
+}();
 
 void CountCleanup(void*) {
     handlersRun++;
@@ -65,13 +80,14 @@ void CountCleanup(void*) {
 
 // Has every kind of handler in place while `body` runs.
 void RunWithHandlers(const std::function<void()>& body) {
-    static thread_local CountsWhenDestroyed threadLocal;
-    pthread_key_t key;
-    ASSERT_EQ(pthread_key_create(&key, CountCleanup), 0);
     ASSERT_EQ(pthread_setspecific(key, &key), 0);
     CountsWhenDestroyed frame;
     pthread_cleanup_push(CountCleanup, nullptr);
-    if (threadLocal.used && frame.used) {
+    if (kLeakSanitizer) {
+        body(); // the C library's note of a destructor that never runs would be taken for a leak
+    } else {
+        static thread_local CountsWhenDestroyed threadLocal;
+        threadLocal.used = true;
         body();
     }
     pthread_cleanup_pop(0);
@@ -185,6 +201,23 @@ TEST_P(TerminationAt, EndsTheTaskPromptlyOnceAndWithoutHandlers) {
     EXPECT_EQ(FindSlot(event, ObjectKind::Event)->waiters, 0u);
     EXPECT_EQ(FindSlot(queue, ObjectKind::Queue)->waiters, 0u);
     EXPECT_EQ(FindSlot(region, ObjectKind::Region)->waiters, 0u);
+}
+
+TEST_F(Termination, LeavesNoKeyValuesToTheNextThread) {
+    std::function<OSStatus()> keep = [] {
+        pthread_setspecific(key, &key);
+        MPExit(1);
+        return OSStatus{0};
+    };
+    std::function<OSStatus()> look = [] { return OSStatus{pthread_getspecific(key) == nullptr}; };
+    for (int i = 0; i < 20; i++) {
+        RunningTask first(CallFunction, &keep);
+        EXPECT_EQ(first.Result(), 1);
+        MPDeleteQueue(first.Queue()); // the thread goes, and with it its stack for the next
+        RunningTask second(CallFunction, &look);
+        EXPECT_EQ(second.Result(), 1);
+    }
+    EXPECT_EQ(handlersRun, 0);
 }
 
 TEST_F(Termination, BeforeTheTaskHasBegunEndsIt) {
