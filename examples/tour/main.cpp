@@ -3,6 +3,7 @@
 #include "listing.h"
 #include "report.h"
 #include "sample_tree.h"
+#include "workers.h"
 
 #include <cstdio>
 #include <cstring>
@@ -173,6 +174,7 @@ void Tour(const std::string& chosen) {
     if (chosen.empty()) ShowSample();
     WriteAndReadBack();
     RenameMoveAndDelete();
+    ShowWorkers();
     const Reference all = At(scratch);
     Check("the tour's own folder deleted", TavFileDeleteExt(all.get()) && !Tav0FSRIsExist(all.get()),
           PathOf(all));
