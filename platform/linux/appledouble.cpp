@@ -13,7 +13,6 @@
 namespace appledouble {
 
 // ---- Numbers
-// ---------------------------------------------------------------------------------------------------
 
 static uint16_t Load16(const uint8_t* bytes) {
     return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
@@ -34,7 +33,6 @@ void Store32(uint8_t* bytes, uint32_t value) {
 }
 
 // ---- Header
-// ----------------------------------------------------------------------------------------------------
 
 constexpr uint32_t kVersion1 = 0x00010000;
 constexpr uint32_t kVersion2 = 0x00020000;
@@ -90,7 +88,6 @@ std::optional<Header> ParseHeader(std::span<const uint8_t> bytes, uint64_t size)
 }
 
 // ---- Facts
-// -----------------------------------------------------------------------------------------------------
 
 constexpr uint32_t kDatesSize = 16;
 constexpr size_t kCreateDateAt = 0;
@@ -168,7 +165,6 @@ bool HoldsNothing(const Header& header, std::span<const uint8_t> bytes) {
 }
 
 // ---- The attribute
-// ---------------------------------------------------------------------------------------------
 
 struct Place {
     uint32_t id, offset, length;
@@ -219,7 +215,6 @@ void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& 
 }
 
 // ---- The sidecar's front
-// ---------------------------------------------------------------------------------------
 
 constexpr Place kPlainPlaces[] = {
     {kFinderInfo, 50, kFinderInfoSize},

@@ -19,7 +19,6 @@
 #include <unistd.h>
 
 // ---- Reading by name
-// -------------------------------------------------------------------------------------------
 
 // "/proc/self/fd/N", or with a name behind it.
 struct ProcPath {
@@ -69,7 +68,6 @@ bool HasNoAttributes() {
 }
 
 // ---- The held object
-// -------------------------------------------------------------------------------------------
 
 bool SameObject(const struct statx& a, const struct statx& b) {
     const unsigned known = a.stx_mask & b.stx_mask;
@@ -139,7 +137,6 @@ int HeldObject::SetTimes(const timespec (&times)[2]) const {
 }
 
 // ---- Descriptors
-// -----------------------------------------------------------------------------------------------
 
 Descriptor::~Descriptor() {
     Close(number_);

@@ -23,7 +23,6 @@
 constexpr uint16_t kPositionMask = 3; // what is above it only concerns caching
 
 // ---- The resource fork's length
-// --------------------------------------------------------------------------------
 
 static constinit ChildSafeMutex lengthLock;
 
@@ -63,7 +62,6 @@ static bool FitsInSidecar(const OpenFork& fork, uint64_t length) {
 }
 
 // ---- Moving bytes
-// ----------------------------------------------------------------------------------------------
 
 // Repeats `move`, which takes an offset into the buffer and a size, until all is moved or nothing more comes.
 template <typename Move>
@@ -147,7 +145,6 @@ static OSErr WriteAtMark(OpenFork& fork, const uint8_t* buffer, ByteCount size, 
 }
 
 // ---- Positions
-// -------------------------------------------------------------------------------------------------
 
 OSErr ForkSize(OpenFork& fork, int64_t& size) {
     if (fork.kind == ForkKind::kData) {
@@ -245,7 +242,6 @@ OSErr FSGetForkPosition(FSForkRefNum forkRefNum, int64_t* position) {
 }
 
 // ---- Sizes
-// -----------------------------------------------------------------------------------------------------
 
 OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize) {
     const HeldFork fork(forkRefNum);
@@ -291,7 +287,6 @@ OSErr FSSetForkSize(FSForkRefNum forkRefNum, uint16_t positionMode, int64_t posi
 }
 
 // ---- Space
-// -----------------------------------------------------------------------------------------------------
 
 static bool CannotReserve() {
     return LastErrorNumber() == EOPNOTSUPP || LastErrorNumber() == ENOSYS || LastErrorNumber() == ENODEV;

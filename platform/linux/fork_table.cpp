@@ -5,7 +5,7 @@
 // Using a number takes no lock: a slot's state counts those who hold its fork, and whoever lets go of a
 // closed one last closes the descriptor.
 //
-// Sections: slots, numbers, holding, forks by object, fork() and the child.
+// Sections: slots, forks by object, numbers, holding.
 #include "platform/linux/fork_table.h"
 
 #include "platform/catalog.h"
@@ -15,7 +15,6 @@
 #include "platform/process.h"
 
 // ---- Slots
-// -----------------------------------------------------------------------------------------------------
 
 namespace {
 constexpr uint32_t kOpen = 0x80000000;
@@ -44,7 +43,6 @@ OpenFork::~OpenFork() {
 }
 
 // ---- Forks by object
-// -------------------------------------------------------------------------------------------
 
 static constinit OpenFork* byObject[256] = {};
 static constinit std::atomic<uint32_t> openForks = 0;
@@ -93,7 +91,6 @@ void CutResourceForks(const ObjectKey& key, uint64_t length) {
 }
 
 // ---- Numbers
-// ---------------------------------------------------------------------------------------------------
 
 static uint16_t TakeNumber() {
     if (numbers.neverUsed <= kLastNumber) return numbers.neverUsed++;
@@ -128,7 +125,6 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
 }
 
 // ---- Holding
-// ---------------------------------------------------------------------------------------------------
 
 // Ends the fork of a closed slot and frees its number.
 static OSErr Finish(uint16_t number) {

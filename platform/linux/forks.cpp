@@ -27,7 +27,6 @@
 #include <unistd.h>
 
 // ---- Names
-// -----------------------------------------------------------------------------------------------------
 
 constexpr char16_t kResourceForkName[] = u"RESOURCE_FORK";
 constexpr uint16_t kResourceForkNameLength = std::size(kResourceForkName) - 1;
@@ -61,7 +60,6 @@ static OSErr CheckType(const Place& place) {
 }
 
 // ---- Making
-// ----------------------------------------------------------------------------------------------------
 
 static OSErr MakeResourceFork(const FSRef& ref) {
     Place place;
@@ -94,7 +92,6 @@ OSErr FSCreateFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar*
 }
 
 // ---- Opening data
-// ----------------------------------------------------------------------------------------------
 
 namespace {
 // What the caller wants to do with a fork; the current permission asks for both and takes what it gets.
@@ -185,7 +182,6 @@ static OSErr OpenDataByGuess(const FSRef& ref, const Wish& wish, std::unique_ptr
 }
 
 // ---- Opening resources and links
-// -------------------------------------------------------------------------------
 
 static OSErr OpenText(const Place& place, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
     if (wish.write) return permErr;
@@ -240,7 +236,6 @@ static OSErr OpenAt(const Place& place, ForkKind kind, const Wish& wish, std::un
 }
 
 // ---- Opening and closing
-// ---------------------------------------------------------------------------------------
 
 static OSErr OpenByReference(const FSRef& ref, ForkKind kind, const Wish& wish,
                              std::unique_ptr<OpenFork>& fork) {
@@ -290,7 +285,6 @@ OSErr FSCloseFork(FSForkRefNum forkRefNum) {
 }
 
 // ---- Listing
-// ---------------------------------------------------------------------------------------------------
 
 namespace {
 struct ListedFork {

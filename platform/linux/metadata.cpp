@@ -30,7 +30,6 @@
 using appledouble::Facts;
 
 // ---- Simple facts
-// ----------------------------------------------------------------------------------------------
 
 static bool IsFolder(const Place& place) {
     return S_ISDIR(place.facts.stx_mode);
@@ -82,7 +81,6 @@ static uint32_t Valence(const Place& place) {
 }
 
 // ---- Metadata
-// --------------------------------------------------------------------------------------------------
 
 constexpr FSCatalogInfoBitmap kFinderFacts = kFSCatInfoFinderInfo | kFSCatInfoFinderXInfo;
 constexpr FSCatalogInfoBitmap kMetadataFacts =
@@ -127,7 +125,6 @@ bool IsLocked(const Place& place) {
 }
 
 // ---- Sizes
-// -----------------------------------------------------------------------------------------------------
 
 static void FillDataSizes(const Place& place, FSCatalogInfo& info) {
     const bool hasData = !IsFolder(place);
@@ -147,7 +144,6 @@ static void FillResourceSizes(const Place& place, FSCatalogInfo& info) {
 }
 
 // ---- The whole
-// -------------------------------------------------------------------------------------------------
 
 static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info) {
     const struct statx& facts = place.facts;

@@ -22,7 +22,6 @@
 using namespace appledouble;
 
 // ---- Loading
-// ---------------------------------------------------------------------------------------------------
 
 namespace {
 // The attribute's bytes: nearly always the standard size, sometimes more.
@@ -127,7 +126,6 @@ bool IsLocked(const Place& place, int file) {
 }
 
 // ---- Storing
-// ---------------------------------------------------------------------------------------------------
 
 // Whether Finder information in a sidecar would show if the attribute went.
 static bool HasFinderInfoInSidecar(const Place& place) {

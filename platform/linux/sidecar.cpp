@@ -22,7 +22,6 @@
 using namespace appledouble;
 
 // ---- Bytes of a file
-// -------------------------------------------------------------------------------------------
 
 static OSErr ReadBytes(int file, void* bytes, size_t size, uint64_t offset) {
     auto* at = static_cast<uint8_t*>(bytes);
@@ -57,7 +56,6 @@ static OSErr CopyBytes(int from, const Extent& extent, int to, uint64_t offset) 
 }
 
 // ---- Opening and making
-// ----------------------------------------------------------------------------------------
 
 OSErr Sidecar::Open(const Place& place, bool forWriting) {
     place_ = &place;
@@ -135,7 +133,6 @@ OSErr Sidecar::OpenOrMake(const Place& place) {
 }
 
 // ---- Facts
-// -----------------------------------------------------------------------------------------------------
 
 // The entries that hold facts, brought together from wherever they are.
 struct Sidecar::Gathered {
@@ -197,11 +194,10 @@ OSErr Sidecar::SetFacts(const Facts& facts) {
 }
 
 // ---- Writing anew
-// ----------------------------------------------------------------------------------------------
 
 // Whether a new front would hold everything that is here.
 bool Sidecar::CanBeRewritten() const {
-    return std::all_of(header_.entries, header_.entries + header_.count, [this](const Entry& entry) {
+    return std::all_of(header_.entries, header_.entries + header_.count, [](const Entry& entry) {
         if (!entry.length || entry.id == kResourceFork) return true;
         return std::any_of(
             std::begin(Gathered::kFields), std::end(Gathered::kFields),
@@ -258,7 +254,6 @@ OSErr Sidecar::Rewrite(const Facts& facts) {
 }
 
 // ---- The resource fork
-// -----------------------------------------------------------------------------------------
 
 bool Sidecar::IsBlank(const Entry& fork) const {
     constexpr size_t kBlankSize = 286;

@@ -35,7 +35,6 @@ SidecarName::SidecarName(const char* name) {
 }
 
 // ---- Telling them
-// ----------------------------------------------------------------------------------------------
 
 static bool BeginsWithMagic(int file) {
     uint8_t magic[appledouble::kMagicSize];
@@ -106,7 +105,6 @@ static OSErr FindSidecarOfGone(int folder, const char* name, const SidecarName& 
 }
 
 // ---- Taking them along
-// -----------------------------------------------------------------------------------------
 
 void DisownOrphan(int folder, const char* name) {
     const SidecarName sidecar(name);
