@@ -17,7 +17,7 @@ constexpr unsigned HexDigit(unsigned c) {
     return Within(LowerOf(c), 'a', 'f') ? kXDigit : 0;
 }
 
-constexpr unsigned ClassesOf(unsigned c) {
+constexpr unsigned ClassesOfAscii(unsigned c) {
     if (c >= 0x80) return 0;
     if (c == 0x09) return kCntrl | kSpace | kBlank;
     if (Within(c, 0x0A, 0x0D)) return kCntrl | kSpace;
@@ -36,17 +36,11 @@ constexpr CharacterTable Fill(Function function) {
     return table;
 }
 
-// The entry of the character in the low 16 bits, when it is one of those that the tables know.
-int32_t Classify(uint32_t c, CharacterClass mask) {
-    const uint32_t unit = c & 0xFFFF;
-    return unit > 0xFF ? 0 : __wctype_mapC[unit] & mask;
-}
-
 } // namespace
 
 constexpr CharacterTable __wupper_mapC = Fill(UpperOf);
 constexpr CharacterTable __wlower_mapC = Fill(LowerOf);
-constexpr CharacterTable __wctype_mapC = Fill(ClassesOf);
+constexpr CharacterTable __wctype_mapC = Fill(ClassesOfAscii);
 
 TavChar tav_towupper(uint32_t c) {
     const uint32_t unit = c & 0xFFFF;
@@ -59,38 +53,38 @@ TavChar tav_towlower(uint32_t c) {
 }
 
 int32_t tav_iswalpha(uint32_t c) {
-    return Classify(c, kAlpha);
+    return ClassesOf(c, kAlpha);
 }
 
 // kept: 1 for letters and 8 for digits, the bits of both classes.
 int32_t tav_iswalnum(uint32_t c) {
-    return Classify(c, static_cast<CharacterClass>(kAlpha | kDigit));
+    return ClassesOf(c, static_cast<CharacterClass>(kAlpha | kDigit));
 }
 
 int32_t tav_iswcntrl(uint32_t c) {
-    return Classify(c, kCntrl);
+    return ClassesOf(c, kCntrl);
 }
 int32_t tav_iswdigit(uint32_t c) {
-    return Classify(c, kDigit);
+    return ClassesOf(c, kDigit);
 }
 int32_t tav_iswgraph(uint32_t c) {
-    return Classify(c, kGraph);
+    return ClassesOf(c, kGraph);
 }
 int32_t tav_iswlower(uint32_t c) {
-    return Classify(c, kLower);
+    return ClassesOf(c, kLower);
 }
 int32_t tav_iswprint(uint32_t c) {
-    return Classify(c, kPrint);
+    return ClassesOf(c, kPrint);
 }
 int32_t tav_iswpunct(uint32_t c) {
-    return Classify(c, kPunct);
+    return ClassesOf(c, kPunct);
 }
 int32_t tav_iswspace(uint32_t c) {
-    return Classify(c, kSpace);
+    return ClassesOf(c, kSpace);
 }
 int32_t tav_iswupper(uint32_t c) {
-    return Classify(c, kUpper);
+    return ClassesOf(c, kUpper);
 }
 int32_t tav_iswxdigit(uint32_t c) {
-    return Classify(c, kXDigit);
+    return ClassesOf(c, kXDigit);
 }

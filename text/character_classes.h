@@ -27,3 +27,10 @@ enum CharacterClass : uint16_t {
     kUpper = 0x200,
     kXDigit = 0x400,
 };
+
+// The entry of the character in the low 16 bits, when it is one of those that the table knows, as far as
+// `mask` goes.
+inline int32_t ClassesOf(uint32_t c, CharacterClass mask) {
+    const uint32_t unit = c & 0xFFFF;
+    return unit > 0xFF ? 0 : __wctype_mapC[unit] & mask;
+}

@@ -1,11 +1,13 @@
 #include "text/number_parsing.h"
 
 #include "platform/strings.h"
+#include "text/character_classes.h"
 #include "text/unit_scan.h"
 
 #include <cctype>
 #include <cerrno>
 #include <limits>
+#include <type_traits>
 
 namespace {
 
@@ -26,15 +28,12 @@ enum State : uint32_t {
 constexpr uint32_t kDone = kFinished | kFailure;
 constexpr uint32_t kHasDigits = kLeadingZero | kDigitLoop | kFinished;
 
-template <typename Unit>
-using Reader = Unit (*)(void* state, Unit c, int32_t action);
-
-// One number being read. What it consumes is counted with the character in hand.
-template <typename Unit>
+// One number being read through a reader of units. What it consumes is counted with the character in hand.
+template <typename Unit, typename Reader>
 class NumberScan {
 public:
-    NumberScan(int32_t base, int32_t maxWidth, Reader<Unit> reader, void* source)
-        : base_(static_cast<uint32_t>(base)), reader_(reader), source_(source) {
+    NumberScan(int32_t base, int32_t maxWidth, Reader reader, void* source)
+        : base_(static_cast<uint32_t>(base)), maxWidth_(maxWidth), reader_(reader), source_(source) {
         if (base < 0 || base == 1 || base > 36 || maxWidth < 1) {
             state_ = kFailure;
         } else {
@@ -44,8 +43,8 @@ public:
     }
 
     // Reads to the number's end, which may be the width, and gives back the character behind it.
-    void Run(int32_t maxWidth) {
-        while (count_ <= maxWidth && !(state_ & kDone)) Step();
+    void Run() {
+        while (count_ <= maxWidth_ && !(state_ & kDone)) Step();
         if (state_ & kHasDigits) {
             --count_;
         } else {
@@ -75,12 +74,12 @@ private:
         case kLeadingZero:
             return LeadingZero();
         default:
-            return Digit();
+            return Digits();
         }
     }
 
     void Start() {
-        if (tav_iswspace(c_)) return Take();
+        if (ClassesOf(c_, kSpace)) return Take();
         negative_ = c_ == '-';
         if (c_ == '+' || c_ == '-') Take();
         state_ = kCheckForZero;
@@ -105,45 +104,48 @@ private:
         }
     }
 
-    void Digit() {
+    void Digits() {
         if (base_ == 0) base_ = 10;
         if (limit_ == 0) limit_ = kGreatest / base_;
-        const uint32_t digit = DigitValue();
-        if (digit >= base_) {
-            state_ = state_ == kDigitLoop ? kFinished : kFailure;
-            return;
+        while (count_ <= maxWidth_) {
+            const uint32_t digit = DigitValue();
+            if (digit >= base_) {
+                state_ = state_ == kDigitLoop ? kFinished : kFailure;
+                return;
+            }
+            if (value_ > limit_ || digit > kGreatest - value_ * base_) overflow_ = true;
+            value_ = value_ * base_ + digit;
+            state_ = kDigitLoop;
+            Take();
         }
-        if (value_ > limit_ || digit > kGreatest - value_ * base_) overflow_ = true;
-        value_ = value_ * base_ + digit;
-        state_ = kDigitLoop;
-        Take();
     }
 
     // The value of the character in hand in some base, kNoDigit for what is none in this one.
     uint32_t DigitValue() const {
-        if (tav_iswdigit(c_)) return c_ - '0';
+        if (ClassesOf(c_, kDigit)) return c_ - '0';
         constexpr uint32_t beforeA = 'A' - 10;
-        if (!tav_iswalpha(c_) || static_cast<uint32_t>(toupper(c_)) - beforeA >= base_) return kNoDigit;
+        if (!ClassesOf(c_, kAlpha) || static_cast<uint32_t>(toupper(c_)) - beforeA >= base_) return kNoDigit;
         return tav_towupper(c_) - beforeA;
     }
 
     uint32_t state_ = kStart;
     uint32_t base_;
+    int32_t maxWidth_;
     uint32_t limit_ = 0;
     uint32_t value_ = 0;
     int64_t count_ = 0;
     bool negative_ = false;
     bool overflow_ = false;
     Unit c_ = 0;
-    Reader<Unit> reader_;
+    Reader reader_;
     void* source_;
 };
 
-template <typename Unit>
-uint32_t Parse(int32_t base, int32_t maxWidth, Reader<Unit> reader, void* state, int32_t* charsScanned,
+template <typename Unit, typename Reader>
+uint32_t Parse(int32_t base, int32_t maxWidth, Reader reader, void* state, int32_t* charsScanned,
                int32_t* negative, int32_t* overflow) {
-    NumberScan<Unit> number(base, maxWidth, reader, state);
-    number.Run(maxWidth);
+    NumberScan<Unit, Reader> number(base, maxWidth, reader, state);
+    number.Run();
     *charsScanned = number.count();
     *negative = number.negative();
     *overflow = number.overflow();
@@ -176,12 +178,16 @@ constexpr struct {
     TavReader16 wide16;
 } kStringReaders = {tav__wStringRead, tav__wStringRead16};
 
-constexpr Reader<TavChar> StringReader(TavChar) {
-    return kStringReaders.wide;
-}
-constexpr Reader<uint16_t> StringReader(uint16_t) {
-    return kStringReaders.wide16;
-}
+// The table's reader for a form, known to the compiler.
+template <typename Unit>
+struct StringReader {
+    Unit operator()(void* state, Unit c, int32_t action) const {
+        if constexpr (std::is_same_v<Unit, TavChar>)
+            return kStringReaders.wide(state, c, action);
+        else
+            return kStringReaders.wide16(state, c, action);
+    }
+};
 
 // What stands at the start of a text, and where it ends.
 struct Parsed {
@@ -195,7 +201,7 @@ Parsed ParseString(const TavChar* s, TavChar** end, int32_t base) {
     TavStringScan scan = {s, 0};
     Parsed parsed = {};
     int32_t count = 0;
-    parsed.value = Parse<Unit>(base, std::numeric_limits<int32_t>::max(), StringReader(Unit{}), &scan, &count,
+    parsed.value = Parse<Unit>(base, std::numeric_limits<int32_t>::max(), StringReader<Unit>{}, &scan, &count,
                                &parsed.negative, &parsed.overflow);
     if (end) *end = const_cast<TavChar*>(s) + count;
     return parsed;

@@ -4,7 +4,6 @@
 #include "platform/linux/format_language.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <new>
 
@@ -70,8 +69,10 @@ bool TakeLength(UniChar c, Length& length) {
     }
 }
 
-bool IsLetter(UniChar c) {
-    return c != 0 && c < 0x80 && strchr("diouxXDUOeEfFgGaAcCsSPp@n", static_cast<char>(c));
+bool TakeLetter(UniChar c, Conversion& conversion) {
+    conversion.letter = static_cast<char>(c);
+    conversion.kind = c < 0x80 ? KindOf(conversion.letter) : Kind::Unknown;
+    return conversion.kind != Kind::Unknown;
 }
 
 // Takes digits: the position before a "$", the precision behind a point, else the width.
@@ -120,8 +121,7 @@ Found Parse(const UniChar*& place, const UniChar* end, Conversion& conversion) {
             conversion.zero = true;
         } else if (c == '.') {
             conversion.hasPoint = true;
-        } else if (IsLetter(c)) {
-            conversion.letter = static_cast<char>(c);
+        } else if (TakeLetter(c, conversion)) {
             return Found::Conversion;
         } else if (!TakeFlag(c, conversion) && !TakeLength(c, conversion.length)) {
             return Found::Unknown;
@@ -130,12 +130,7 @@ Found Parse(const UniChar*& place, const UniChar* end, Conversion& conversion) {
     return Found::Incomplete;
 }
 
-ArgumentType TypeOf(const Conversion& conversion) {
-    if (strchr("sSPp@n", conversion.letter)) return ArgumentType::Pointer;
-    if (strchr("cC", conversion.letter)) return ArgumentType::Int;
-    if (strchr("aAeEfFgG", conversion.letter)) {
-        return conversion.length == Length::LongDouble ? ArgumentType::LongDouble : ArgumentType::Double;
-    }
+static ArgumentType IntegerTypeOf(const Conversion& conversion) {
     switch (conversion.length) {
     case Length::Long:
         return ArgumentType::Long;
@@ -148,7 +143,28 @@ ArgumentType TypeOf(const Conversion& conversion) {
     case Length::Pointer:
         return ArgumentType::Size;
     default:
-        return strchr("DUO", conversion.letter) ? ArgumentType::Long : ArgumentType::Int;
+        break;
+    }
+    const bool isLongLetter =
+        conversion.letter == 'D' || conversion.letter == 'U' || conversion.letter == 'O';
+    return isLongLetter ? ArgumentType::Long : ArgumentType::Int;
+}
+
+ArgumentType TypeOf(const Conversion& conversion) {
+    switch (conversion.kind) {
+    case Kind::Signed:
+    case Kind::Unsigned:
+    case Kind::Octal:
+    case Kind::Hexadecimal:
+        return IntegerTypeOf(conversion);
+    case Kind::Floating:
+        return conversion.length == Length::LongDouble ? ArgumentType::LongDouble : ArgumentType::Double;
+    case Kind::Unknown:
+    case Kind::Byte:
+    case Kind::Unit:
+        return ArgumentType::Int;
+    default:
+        return ArgumentType::Pointer;
     }
 }
 

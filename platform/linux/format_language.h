@@ -11,6 +11,69 @@ namespace format {
 
 enum class Length : uint8_t { None, Char, Short, Long, LongLong, IntMax, Size, Pointer, LongDouble };
 
+// What a letter asks for.
+enum class Kind : uint8_t {
+    Unknown,
+    Signed,
+    Unsigned,
+    Octal,
+    Hexadecimal,
+    Floating,
+    Byte,
+    Unit,
+    Bytes,
+    CountedBytes,
+    Units,
+    Address,
+    Object,
+    Nothing,
+};
+
+constexpr Kind KindOf(char letter) {
+    switch (letter) {
+    case 'd':
+    case 'i':
+    case 'D':
+        return Kind::Signed;
+    case 'u':
+    case 'U':
+        return Kind::Unsigned;
+    case 'o':
+    case 'O':
+        return Kind::Octal;
+    case 'x':
+    case 'X':
+        return Kind::Hexadecimal;
+    case 'a':
+    case 'A':
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G':
+        return Kind::Floating;
+    case 'c':
+        return Kind::Byte;
+    case 'C':
+        return Kind::Unit;
+    case 's':
+        return Kind::Bytes;
+    case 'P':
+        return Kind::CountedBytes;
+    case 'S':
+        return Kind::Units;
+    case 'p':
+        return Kind::Address;
+    case '@':
+        return Kind::Object;
+    case 'n':
+        return Kind::Nothing;
+    default:
+        return Kind::Unknown;
+    }
+}
+
 // A width or precision.
 struct Number {
     int32_t value = kNone;
@@ -23,6 +86,7 @@ struct Number {
 // One conversion, from behind its percent sign.
 struct Conversion {
     char letter = 0;
+    Kind kind = Kind::Unknown;
     Length length = Length::None;
     bool left = false, plus = false, space = false, alternate = false, zero = false;
     bool hasPoint = false;

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 #include <locale.h>
 #include <memory>
@@ -59,17 +58,9 @@ std::string_view SignOf(const Conversion& conversion, bool negative) {
     return conversion.space ? " " : "";
 }
 
-int BaseOf(char letter) {
-    switch (letter) {
-    case 'x':
-    case 'X':
-        return 16;
-    case 'o':
-    case 'O':
-        return 8;
-    default:
-        return 10;
-    }
+int BaseOf(Kind kind) {
+    if (kind == Kind::Hexadecimal) return 16;
+    return kind == Kind::Octal ? 8 : 10;
 }
 
 void MakeUpper(char* first, char* last) {
@@ -81,7 +72,7 @@ void MakeUpper(char* first, char* last) {
 size_t RoomFor(char letter, long double value, int32_t precision) {
     constexpr size_t around = 64;
     size_t whole = 1;
-    if ((letter | 0x20) == 'f' && std::isfinite(value)) {
+    if ((letter | 0x20) == 'f' && std::isfinite(value) && std::fabs(value) >= 10) {
         int exponent = 0;
         frexpl(value, &exponent);
         if (exponent > 0) whole = static_cast<size_t>(exponent) * 302 / 1000 + 2;
@@ -186,14 +177,15 @@ void AppendByCLibrary(Output& output, const Conversion& conversion, const Field&
 void AppendInteger(Output& output, const Conversion& conversion, Field field, int32_t precision,
                    int64_t value) {
     const unsigned bits = BitsOf(conversion);
-    const bool isSigned = strchr("diD", conversion.letter) != nullptr;
+    const bool isSigned = conversion.kind == Kind::Signed;
+    const int base = BaseOf(conversion.kind);
     const bool negative = isSigned && SignExtended(value, bits) < 0;
     uint64_t magnitude = isSigned ? static_cast<uint64_t>(SignExtended(value, bits)) : Truncated(value, bits);
     if (negative) magnitude = 0 - magnitude;
 
     constexpr size_t kMostDigits = 22; // 64 bits in octal
     char digits[kMostDigits];
-    char* end = std::to_chars(digits, digits + kMostDigits, magnitude, BaseOf(conversion.letter)).ptr;
+    char* end = std::to_chars(digits, digits + kMostDigits, magnitude, base).ptr;
     if (conversion.letter == 'X') MakeUpper(digits, end);
     if (magnitude == 0 && precision == 0) end = digits;
 
@@ -202,10 +194,9 @@ void AppendInteger(Output& output, const Conversion& conversion, Field field, in
                        ? static_cast<size_t>(precision) - length
                        : 0;
     std::string_view prefix = isSigned ? SignOf(conversion, negative) : "";
-    if (conversion.alternate && BaseOf(conversion.letter) == 16 && magnitude != 0) {
+    if (conversion.alternate && base == 16 && magnitude != 0) {
         prefix = conversion.letter == 'X' ? "0X" : "0x";
-    } else if (conversion.alternate && BaseOf(conversion.letter) == 8 && zeros == 0 &&
-               (length == 0 || *digits != '0')) {
+    } else if (conversion.alternate && base == 8 && zeros == 0 && (length == 0 || *digits != '0')) {
         zeros = 1;
     }
     // A precision takes the zero flag's place.

@@ -113,28 +113,29 @@ void Formatter::AppendConversion(Conversion conversion) {
     const bool emptyPrecision = conversion.hasPoint && !conversion.precision.isArgument && precision < 0;
     const int32_t cPrecision = emptyPrecision ? 0 : precision;
 
-    switch (conversion.letter) {
-    case 's':
-    case 'P':
+    using format::Kind;
+    switch (conversion.kind) {
+    case Kind::Bytes:
+    case Kind::CountedBytes:
         return AppendText(conversion, field, cPrecision, value.pointer);
-    case 'S':
+    case Kind::Units:
         return AppendText(conversion, field, precision, value.pointer);
-    case 'c':
+    case Kind::Byte:
         return AppendByte(field, static_cast<uint8_t>(value.integer));
-    case 'C':
+    case Kind::Unit:
         return output_.AppendFill(static_cast<UniChar>(value.integer), 1);
-    case '@':
+    case Kind::Object:
         return AppendObject(value.pointer);
-    case 'p':
+    case Kind::Address:
         return AppendPointer(output_, field, value.pointer);
-    case 'n':
+    case Kind::Floating:
+        return AppendFloating(output_, conversion, field, cPrecision, value);
+    case Kind::Nothing:
+    case Kind::Unknown:
         return;
     default:
-        break;
+        return AppendInteger(output_, conversion, field, cPrecision, value.integer);
     }
-    if (strchr("aAeEfFgG", conversion.letter))
-        return AppendFloating(output_, conversion, field, cPrecision, value);
-    AppendInteger(output_, conversion, field, cPrecision, value.integer);
 }
 
 // Units or bytes before the terminator, at most `limit` when that is not negative: no more are looked at.
@@ -147,12 +148,13 @@ size_t LengthWithin(const Unit* text, int32_t limit) {
 
 void Formatter::AppendText(const Conversion& conversion, Field field, int32_t precision, const void* text) {
     if (!text) return output_.Append("(null)");
-    if (conversion.letter == 'S') {
+    if (conversion.kind == format::Kind::Units) {
         const auto* units = static_cast<const UniChar*>(text);
         return output_.AppendUnits(field, units, LengthWithin(units, precision));
     }
     const auto* bytes = static_cast<const char*>(text);
-    if (conversion.letter == 's') return output_.AppendMacRoman(field, bytes, LengthWithin(bytes, precision));
+    if (conversion.kind == format::Kind::Bytes)
+        return output_.AppendMacRoman(field, bytes, LengthWithin(bytes, precision));
     const size_t length = static_cast<uint8_t>(*bytes);
     output_.AppendMacRoman(field, bytes + 1,
                            precision < 0 ? length : std::min(length, static_cast<size_t>(precision)));
