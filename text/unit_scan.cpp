@@ -66,7 +66,7 @@ Block LoadAligned(const TavChar* p) {
 }
 
 constexpr Block Filled(TavChar unit) {
-    return Block{} + unit;
+    return Block{} + static_cast<uint16_t>(unit);
 }
 
 // Two bits for each unit of a comparison that holds, the first unit's lowest.

@@ -143,7 +143,7 @@ void CopyThreeByteRun(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
         const uint64_t bytes = LoadBigEndian(in);
         if ((bytes & 0xF0C0C0F0C0C00000) != 0xE08080E080800000) return;
         const uint32_t first = FromThreeBytes(bytes, 56), second = FromThreeBytes(bytes, 32);
-        if (!(IsCommonThreeByte(first) & IsCommonThreeByte(second))) return;
+        if (!IsCommonThreeByte(first) || !IsCommonThreeByte(second)) return;
         out[0] = static_cast<TavChar>(first);
         out[1] = static_cast<TavChar>(second);
     }
@@ -221,7 +221,7 @@ void PutThreeBytes(uint32_t v, uint8_t* out) {
 
 // Encodes the run of such units in front by pairs.
 void CopyThreeByteRun(const TavChar*& in, const TavChar* end, uint8_t*& out) {
-    for (; end - in >= 2 && (IsCommonThreeByte(in[0]) & IsCommonThreeByte(in[1])); in += 2, out += 6) {
+    for (; end - in >= 2 && IsCommonThreeByte(in[0]) && IsCommonThreeByte(in[1]); in += 2, out += 6) {
         PutThreeBytes(in[0], out);
         PutThreeBytes(in[1], out + 3);
     }

@@ -24,7 +24,9 @@ inline bool IsZero(const Block& block) {
 
 // Turns the ASCII letters from `first` to `first` + 25 into the other case.
 inline void SwitchCase(Block& block, UniChar first) {
-    const Block isLetter = reinterpret_cast<Block>(block - first < Block{} + 26);
+    // A character type would not do as the other operand: Clang 14 falls over it.
+    const Block place = block - static_cast<uint16_t>(first);
+    const Block isLetter = reinterpret_cast<Block>(place < Block{} + uint16_t{26});
     block ^= isLetter & 0x20;
 }
 
