@@ -37,18 +37,20 @@ size_t LowerBoundOfKey(const uint64_t* keys, size_t count, uint64_t key) {
     const uint64_t* first = keys;
     while (count > 1) {
         const size_t half = count / 2;
-        first += (first[half - 1] < key) * half;
+        first = first[half - 1] < key ? first + half : first;
         count -= half;
     }
     return static_cast<size_t>(first - keys) + (count == 1 && *first < key);
 }
 
-// The end of the equal keys that begin at `first`; mostly there is one of them.
+// The end of the equal keys that begin at `first`; mostly there are few of them.
 size_t EndOfEqualKeys(const uint64_t* keys, size_t first, size_t count, uint64_t key) {
     if (first == count || keys[first] != key) return first;
-    if (first + 1 == count || keys[first + 1] != key) return first + 1;
-    if (key == UINT64_MAX) return count;
-    return first + LowerBoundOfKey(keys + first, count - first, key + 1);
+    size_t step = 1;
+    while (step < count - first && keys[first + step] == key) step *= 2;
+    const size_t known = first + step / 2 + 1;
+    const size_t end = std::min(first + step, count);
+    return key == UINT64_MAX ? count : known + LowerBoundOfKey(keys + known, end - known, key + 1);
 }
 
 } // namespace
@@ -65,9 +67,15 @@ ReferenceRun::Bound ReferenceRun::LowerBoundAmong(size_t count, const TavChar* p
     if (same < common_) return {FirstElement(0, count), same};
 
     const Key key(path + common_);
-    const size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
-    const size_t last = EndOfEqualKeys(keys_.data(), first, count, key.bits);
-    const size_t shared = common_ + key.covered;
+    size_t shared = common_ + key.covered;
+    size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
+    size_t last = EndOfEqualKeys(keys_.data(), first, count, key.bits);
+    if (last - first > 1 && key.covered == Key::kUnits) {
+        const Key next(path + shared);
+        first += LowerBoundOfKey(&nextKeys_[first], last - first, next.bits);
+        last = EndOfEqualKeys(nextKeys_.data(), first, last, next.bits);
+        shared += next.covered;
+    }
     const size_t place =
         FirstElement(LowerBoundOfEqualKeys(first, last, ElementBeforePath{shared}, path), count);
     return {place, place < last ? shared : common_};
@@ -98,12 +106,15 @@ void ReferenceRun::Insert(size_t place, OpacTavFSRef* ref) {
     Reserve(size() + 1);
     const uint32_t common = refs_.empty() ? SegLen(path) : CommonUnits(refs_[0]->Path(), path, common_);
     if (common != common_) SetCommon(common);
-    keys_.insert(keys_.begin() + place, Key(path + common_).bits);
+    keys_.insert(keys_.begin() + place, 0);
+    nextKeys_.insert(nextKeys_.begin() + place, 0);
     refs_.insert(refs_.begin() + place, ref);
+    SetKeys(place);
 }
 
 void ReferenceRun::Erase(size_t place) {
     keys_.erase(keys_.begin() + place);
+    nextKeys_.erase(nextKeys_.begin() + place);
     refs_.erase(refs_.begin() + place);
 }
 
@@ -130,19 +141,21 @@ void ReferenceRun::Absorb(ReferenceRun& other) {
 
     // From the back, so that what has not been moved yet stays a sorted array to search.
     size_t end = size();
-    keys_.resize(end + other.size());
-    refs_.resize(end + other.size());
+    Resize(end + other.size());
     for (size_t left = other.size(); left > 0; --left) {
         OpacTavFSRef* const ref = other.refs_[left - 1];
         const size_t place = LowerBoundAmong(end, ref->Path()).place;
-        std::move_backward(keys_.begin() + place, keys_.begin() + end, keys_.begin() + end + left);
-        std::move_backward(refs_.begin() + place, refs_.begin() + end, refs_.begin() + end + left);
-        keys_[place + left - 1] = Key(ref->Path() + common_).bits;
+        const auto open = [&](auto& array) {
+            std::move_backward(array.begin() + place, array.begin() + end, array.begin() + end + left);
+        };
+        open(keys_);
+        open(nextKeys_);
+        open(refs_);
         refs_[place + left - 1] = ref;
+        SetKeys(place + left - 1);
         end = place;
     }
-    other.keys_.clear();
-    other.refs_.clear();
+    other.Resize(0);
 }
 
 void ReferenceRun::Compact() {
@@ -151,13 +164,14 @@ void ReferenceRun::Compact() {
     for (size_t from = 0; from < refs_.size(); ++from) {
         if (!refs_[from]) continue;
         keys_[to] = keys_[from];
+        nextKeys_[to] = nextKeys_[from];
         refs_[to++] = refs_[from];
     }
-    keys_.resize(to);
-    refs_.resize(to);
+    Resize(to);
     empty_ = sample_ = 0;
     if (to < refs_.capacity() / 4) {
         keys_.shrink_to_fit();
+        nextKeys_.shrink_to_fit();
         refs_.shrink_to_fit();
     }
     if (to == 0) return;
@@ -169,12 +183,26 @@ void ReferenceRun::Compact() {
 
 void ReferenceRun::SetCommon(uint32_t common) {
     common_ = common;
-    for (size_t i = 0; i < refs_.size(); ++i) keys_[i] = Key(refs_[i]->Path() + common_).bits;
+    for (size_t i = 0; i < refs_.size(); ++i) SetKeys(i);
+}
+
+void ReferenceRun::SetKeys(size_t place) {
+    const TavChar* const text = refs_[place]->Path() + common_;
+    const Key key(text);
+    keys_[place] = key.bits;
+    nextKeys_[place] = key.covered == Key::kUnits ? Key(text + Key::kUnits).bits : 0;
+}
+
+void ReferenceRun::Resize(size_t count) {
+    keys_.resize(count);
+    nextKeys_.resize(count);
+    refs_.resize(count);
 }
 
 // Grows by an eighth when it must, since a long run is moved as a whole then.
 void ReferenceRun::Reserve(size_t count) {
     const size_t roomy = count + count / 8 + 8;
     if (count > keys_.capacity()) keys_.reserve(roomy);
+    if (count > nextKeys_.capacity()) nextKeys_.reserve(roomy);
     if (count > refs_.capacity()) refs_.reserve(roomy);
 }

@@ -1,4 +1,4 @@
-// A contiguous sorted array of references with a key beside each, so that a bisection rarely looks at a path.
+// A contiguous sorted array of references with keys beside each, so that a bisection rarely looks at a path.
 #pragma once
 
 #include "vpath/references.h"
@@ -51,9 +51,12 @@ private:
                                  const TavChar* path) const;
     size_t FirstElement(size_t place, size_t count) const;
     void SetCommon(uint32_t common);
+    void SetKeys(size_t place);
+    void Resize(size_t count);
     void Reserve(size_t count);
 
     std::vector<uint64_t> keys_;
+    std::vector<uint64_t> nextKeys_;
     std::vector<OpacTavFSRef*> refs_;
     size_t empty_ = 0;
     size_t sample_ = 0; // some element that is not empty
