@@ -20,7 +20,9 @@ struct OpaqueFSIterator {
     bool hasNoSidecars = false;
     uint64_t sidecarsMade = 0;
 
-    struct statx_timestamp changed = {}; // the folder's last change when it was last looked at
+    // The folder's last change when it was last looked at for the caller, at first when it was opened.
+    struct statx_timestamp changed = {};
+    bool wasOpen = false;
 
     // The list of those at rest, from the one that rests longest.
     OpaqueFSIterator* older = nullptr;

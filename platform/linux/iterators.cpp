@@ -75,7 +75,8 @@ static OSErr Open(OpaqueFSIterator& iterator) {
     if (!S_ISDIR(folder.facts.stx_mode)) return errFSNotAFolder;
     // What is mounted belongs to no tree that is deleted.
     if (iterator.isForDelete && IsMountPoint(folder)) return fBsyErr;
-    iterator.changed = folder.facts.stx_mtime;
+    if (!iterator.wasOpen) iterator.changed = folder.facts.stx_mtime;
+    iterator.wasOpen = true;
     return OpenReader(iterator, folder);
 }
 

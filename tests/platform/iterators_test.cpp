@@ -513,7 +513,6 @@ TEST_F(DeleteIterator, OnMountPoint_IsRefused) {
 }
 
 TEST_F(DeleteIterator, EachItemDeletedInTurn_EmptiesTheFolder) {
-    MakeFiles(3000);
     for (ItemCount batch : {1u, 80u}) {
         MakeFiles(3000);
         Iterator iterator(top, kFSIterateDelete);
@@ -602,6 +601,21 @@ TEST_F(DeleteIterator, FewDescriptorsAllowed_ManyStillWork) {
         for (const Iterator& iterator : iterators) EXPECT_EQ(NextName(iterator), "a");
     }
     setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_F(DeleteIterator, GivenUpAndItsFolderChanged_StillTellsOfTheChange) {
+    constexpr size_t kCount = 200;
+    for (size_t i = 0; i < kCount; ++i) fs::create_directory(folder / std::to_string(i));
+    std::vector<Iterator> iterators;
+    for (size_t i = 0; i < kCount; ++i) iterators.emplace_back(folder / std::to_string(i), kFSIterateDelete);
+    const auto before = fs::last_write_time(folder / "0");
+    fs::last_write_time(folder / "0", before + std::chrono::seconds(5));
+    Boolean changed = 0;
+    ItemCount count;
+    EXPECT_EQ(FSGetCatalogInfoBulk(iterators[0], 1, &count, &changed, kFSCatInfoNone, nullptr, nullptr,
+                                   nullptr, nullptr),
+              errFSNoMoreItems);
+    EXPECT_EQ(changed, 1);
 }
 
 TEST_F(DeleteIterator, GivenUpAndItsFolderGone_IsNotFound) {
