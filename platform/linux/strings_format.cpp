@@ -53,7 +53,7 @@ private:
     // Enough for ordinary results to cost one allocation.
     static constexpr size_t kFirstRoom = 240;
 
-    void AppendConversion(Conversion conversion);
+    void AppendConversion(const Conversion& conversion);
     void AppendText(const Conversion& conversion, Field field, int32_t precision, const void* text);
     void AppendByte(Field field, uint8_t byte);
     void AppendObject(CFTypeRef object);
@@ -97,16 +97,15 @@ int32_t Formatter::NumberOf(const format::Number& number) {
     return static_cast<int32_t>(arguments_.Take(format::ArgumentType::Int, number.position).integer);
 }
 
-void Formatter::AppendConversion(Conversion conversion) {
+void Formatter::AppendConversion(const Conversion& conversion) {
     const int64_t width =
         conversion.width.isArgument ? int64_t{NumberOf(conversion.width)} : conversion.width.value;
     // A negative width from an argument is a flag and a width.
-    if (conversion.width.isArgument && width < 0) conversion.left = true;
+    const bool isNegative = conversion.width.isArgument && width < 0;
     Field field;
-    field.width =
-        conversion.width.isArgument || width > 0 ? static_cast<size_t>(width < 0 ? -width : width) : 0;
-    field.left = conversion.left;
-    field.zeroFilled = conversion.zero && !conversion.left;
+    field.width = static_cast<size_t>(isNegative ? -width : std::max<int64_t>(width, 0));
+    field.left = conversion.left || isNegative;
+    field.zeroFilled = conversion.zero && !field.left;
     const int32_t precision = NumberOf(conversion.precision);
     const format::Value value = arguments_.Take(TypeOf(conversion), conversion.position);
     // A point without digits is a precision of 0, but for texts of 16 bits, where it is none.
