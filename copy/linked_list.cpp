@@ -6,7 +6,9 @@ void InitLinkedList(GenLinkedList* list, DisposeDataProc disposeProc) {
     if (list) *list = {nullptr, nullptr, 0, disposeProc};
 }
 
-ItemCount GetNumberOfItems(const GenLinkedList* list) { return list ? list->itemCount : 0; }
+ItemCount GetNumberOfItems(const GenLinkedList* list) {
+    return list ? list->itemCount : 0;
+}
 
 OSErr AddToTail(GenLinkedList* list, void* data) {
     if (!list || !data) return paramErr;
@@ -40,10 +42,14 @@ void DestroyList(GenLinkedList* list) {
     InitLinkedList(list, nullptr);
 }
 
-void InitIterator(const GenLinkedList* list, ListPosition* position) { *position = list ? list->head : nullptr; }
+void InitIterator(const GenLinkedList* list, ListPosition* position) {
+    *position = list ? list->head : nullptr;
+}
 
 void Next(ListPosition* position) {
     if (*position) *position = (*position)->next;
 }
 
-void* GetData(ListPosition node) { return node ? node->data : nullptr; }
+void* GetData(ListPosition node) {
+    return node ? node->data : nullptr;
+}

@@ -1,5 +1,5 @@
-// A singly linked list of data pointers: the folders that a tree copy still has to visit, the forks that a drop-box copy
-// keeps open.
+// A singly linked list of data pointers: the folders that a tree copy still has to visit, the forks that a
+// drop-box copy keeps open.
 #pragma once
 
 #include "platform/types.h"
@@ -28,11 +28,12 @@ void InitLinkedList(GenLinkedList* list, DisposeDataProc disposeProc);
 // 0 for a null list.
 ItemCount GetNumberOfItems(const GenLinkedList* list);
 
-// -50 for a null list or null data; the memory error when no node can be had (the data then stays the caller's).
+// -50 for a null list or null data; the memory error when no node can be had (the data then stays the
+// caller's).
 OSErr AddToTail(GenLinkedList* list, void* data);
 
-// Moves all nodes of `src` into `dest` behind `after` (null: in front). Only lists with the same call-back are joined;
-// an empty `src` changes nothing.
+// Moves all nodes of `src` into `dest` behind `after` (null: in front). Only lists with the same call-back
+// are joined; an empty `src` changes nothing.
 void InsertList(GenLinkedList* dest, GenLinkedList* src, ListPosition after);
 
 // Disposes of every item and node; the list is then empty and has no call-back.

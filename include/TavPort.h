@@ -1923,6 +1923,34 @@ int32_t TavFindClose(TavFindSearch *hFindFile);
 
 /* ---- Copying ------------------------------------------------------------------------------------------------ */
 
+/*
+ * Files and whole folders are copied with all their forks and facts: content, mode, dates, Finder information, lock and
+ * resource fork.
+ *
+ *     if (!TavCopyFile(u"/home/ann/letters", u"/media/backup/letters", 1)) ...
+ *
+ * Nothing has to be released.
+ */
+
+/**
+ * Copies a file, or a folder with everything in it, to a new path.
+ *
+ * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete; when the copy
+ * fails it comes back under the last component of the existing path. Items inside a folder that cannot be copied (unreadable
+ * files, pipes, sockets, devices) are skipped. Links inside a folder are copied as links; a link as the existing path is
+ * followed.
+ *
+ * @param existingFileName  path of the file or folder, not null.
+ * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255 units.
+ * @param failIfExists      1 to fail when the new path exists, 0 to replace what is there.
+ * @return 1 when the copy is complete; 0 when it failed: nothing of it is left under the new path, except that a folder
+ *         copied without replacing keeps what was copied. A folder is never copied into itself.
+ * @owner   nothing to release.
+ * @threads any; two calls must not write to the same new path.
+ * @windows CopyFileW
+ */
+int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName, int32_t failIfExists);
+
 #if defined(__GNUC__)
 #pragma GCC visibility pop
 #endif

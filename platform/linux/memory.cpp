@@ -1,5 +1,5 @@
-// Memory blocks, on the C library's allocator. The last result is kept a thread, where the platform kept one for the
-// whole process.
+// Memory blocks, on the C library's allocator. The last result is kept a thread, where the platform kept one
+// for the whole process.
 #include "platform/memory.h"
 
 #include <cstdlib>
@@ -17,4 +17,6 @@ void DisposePtr(Ptr block) {
     lastResult = noErr;
 }
 
-OSErr MemError() { return lastResult; }
+OSErr MemError() {
+    return lastResult;
+}

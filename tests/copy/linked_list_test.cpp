@@ -7,7 +7,9 @@
 namespace {
 
 std::vector<int> disposed;
-void Record(void* data) { disposed.push_back(*static_cast<int*>(data)); }
+void Record(void* data) {
+    disposed.push_back(*static_cast<int*>(data));
+}
 
 std::vector<int> Items(const GenLinkedList& list) {
     std::vector<int> items;
@@ -53,7 +55,9 @@ TEST_F(LinkedListTest, AddToTailRefusesNull) {
     EXPECT_EQ(GetNumberOfItems(&dest), 0u);
 }
 
-TEST_F(LinkedListTest, NumberOfItemsOfNullIsZero) { EXPECT_EQ(GetNumberOfItems(nullptr), 0u); }
+TEST_F(LinkedListTest, NumberOfItemsOfNullIsZero) {
+    EXPECT_EQ(GetNumberOfItems(nullptr), 0u);
+}
 
 TEST_F(LinkedListTest, InsertListIntoAnEmptyListTakesItWhole) {
     Fill(src, 1, 2);

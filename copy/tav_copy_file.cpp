@@ -1,0 +1,26 @@
+#include "copy/object_copy.h"
+#include "text/wide_string.h"
+
+#include <algorithm>
+
+int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName, int32_t failIfExists) {
+    constexpr uint32_t kPathUnits = 1024, kNameUnits = 255;
+    if (!existingFileName || !newFileName || tav_wcslen(newFileName) >= kPathUnits) return 0;
+    const TavChar* leaf = TavPathFindFileName(newFileName);
+    uint32_t leafUnits = tav_wcslen(leaf);
+    if (leafUnits > kNameUnits) return 0;
+    HFSUniStr255 name{static_cast<uint16_t>(leafUnits), {}};
+    std::copy_n(leaf, leafUnits, name.unicode);
+
+    TavChar folderPath[kPathUnits] = {};
+    tav_wcscpy(folderPath, newFileName);
+    TavPathRemoveFileSpec(folderPath);
+    FSRef source, destFolder;
+    if (!CTavStringW(existingFileName).MakeFSRef(&source) || !CTavStringW(folderPath).MakeFSRef(&destFolder))
+        return 0;
+
+    DupeAction dupeAction = failIfExists ? kDupeActionStandard : kDupeActionReplace;
+    OSErr result = FSCopyObject(&source, &destFolder, 0, kFSCatInfoNone, dupeAction, &name, false, false,
+                                nullptr, nullptr, nullptr, nullptr);
+    return result == noErr;
+}

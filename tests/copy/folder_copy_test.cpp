@@ -1,0 +1,229 @@
+#include "copy/folder_copy.h"
+
+#include "platform/catalog.h"
+#include "platform/references.h"
+#include "support/files.h"
+#include "support/references.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class FolderCopyTest : public testing::Test {
+protected:
+    FolderCopyTest() {
+        fs::create_directories(folder.path() / "from/tree");
+        fs::create_directory(folder.path() / "to");
+    }
+    std::string From(const std::string& name) { return (folder.path() / "from" / name).string(); }
+    std::string To(const std::string& name) { return (folder.path() / "to" / name).string(); }
+
+    OSErr CopyTree(ItemCount maxLevels = 0, DupeAction action = kDupeActionStandard,
+                   CopyFilterProc filter = nullptr, void* data = nullptr) {
+        FSRef source = Reference(From("tree")), dest = Reference(folder / "to");
+        return FSCopyObject(&source, &dest, maxLevels, kFSCatInfoNone, action, nullptr, false, true, filter,
+                            data, nullptr, nullptr);
+    }
+    // The paths below a folder, relative to it.
+    static std::set<std::string> Entries(const std::string& root) {
+        std::set<std::string> entries;
+        for (const auto& entry : fs::recursive_directory_iterator(root))
+            entries.insert(fs::relative(entry.path(), root).string());
+        return entries;
+    }
+    UTCDateTime CreationDate(const std::string& path) {
+        FSRef ref = Reference(path);
+        FSCatalogInfo info;
+        EXPECT_EQ(FSGetCatalogInfo(&ref, kFSCatInfoCreateDate, &info, nullptr, nullptr, nullptr), noErr);
+        return info.createDate;
+    }
+
+    TemporaryFolder folder;
+};
+
+using Paths = std::set<std::string>;
+
+} // namespace
+
+TEST_F(FolderCopyTest, WholeTreeIsCopied) {
+    fs::create_directories(From("tree/a/b/c"));
+    fs::create_directories(From("tree/empty"));
+    WriteFile(From("tree/one"), "1");
+    WriteFile(From("tree/a/two"), "2");
+    WriteFile(From("tree/a/b/c/three"), "3");
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Entries(To("tree")), Entries(From("tree")));
+    EXPECT_EQ(ReadFile(To("tree/a/b/c/three")), "3");
+}
+
+TEST_F(FolderCopyTest, FolderOfSeveralBatchesIsCopiedWhole) {
+    for (int i = 0; i < 250; ++i) WriteFile(From("tree/") + std::to_string(i), "x");
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Entries(To("tree")).size(), 250u);
+}
+
+TEST_F(FolderCopyTest, DepthLimitCreatesButDoesNotEnter) {
+    fs::create_directories(From("tree/a/b/c"));
+    WriteFile(From("tree/file"), "x");
+    WriteFile(From("tree/a/file"), "x");
+    ASSERT_EQ(CopyTree(1), noErr);
+    EXPECT_EQ(Entries(To("tree")), (Paths{"a", "file"}));
+    ASSERT_EQ(CopyTree(2, kDupeActionReplace), noErr);
+    EXPECT_EQ(Entries(To("tree")), (Paths{"a", "a/b", "a/file", "file"}));
+}
+
+TEST_F(FolderCopyTest, DestinationInsideTheSourceIsRefusedAndNothingIsCreated) {
+    fs::create_directories(From("tree/a/b"));
+    FSRef source = Reference(From("tree"));
+    for (std::string inside : {"tree", "tree/a", "tree/a/b"}) {
+        FSRef dest = Reference(From(inside));
+        EXPECT_EQ(
+            FSCopyObject(&source, &dest, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+            kDestInsideSourceErr)
+            << inside;
+    }
+    EXPECT_EQ(Entries(From("tree")), (Paths{"a", "a/b"}));
+}
+
+TEST_F(FolderCopyTest, DestinationInsideTheSourceThroughALinkIsRefused) {
+    fs::create_directories(From("tree/a"));
+    fs::create_directory_symlink(From("tree/a"), folder / "link");
+    FSRef source = Reference(From("tree")), dest = Reference(folder / "link");
+    EXPECT_EQ(
+        FSCopyObject(&source, &dest, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+        kDestInsideSourceErr);
+    EXPECT_EQ(Entries(From("tree")), (Paths{"a"}));
+}
+
+TEST_F(FolderCopyTest, SiblingWithTheSourceNameAsPrefixIsNoInside) {
+    fs::create_directory(From("tree2"));
+    FSRef source = Reference(From("tree")), dest = Reference(From("tree2"));
+    EXPECT_EQ(CheckForDestInsideSrc(&source, &dest), noErr);
+    EXPECT_EQ(CheckForDestInsideSrc(&dest, &source), noErr);
+}
+
+TEST_F(FolderCopyTest, TopFolderHasTheSourceCreationDateAfterwards) {
+    FSRef source = Reference(From("tree"));
+    FSCatalogInfo info{};
+    info.createDate = {0, 3000000000u, 0};
+    ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoCreateDate, &info), noErr);
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(CreationDate(To("tree")).lowSeconds, 3000000000u);
+}
+
+TEST_F(FolderCopyTest, TopFolderIsBusyWhileItIsFilledAndAfterAFailure) {
+    WriteFile(From("tree/file"), "x");
+    struct Seen {
+        FolderCopyTest* test;
+        UTCDateTime whileFilled;
+    } seen{this, {}};
+    auto stop = [](Boolean isFolder, ItemCount, OSErr, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                   const HFSUniStr255*, const FSRef*, void* data) -> OSErr {
+        auto& s = *static_cast<Seen*>(data);
+        if (isFolder) return noErr;
+        s.whileFilled = s.test->CreationDate(s.test->To("tree"));
+        return -128;
+    };
+    EXPECT_EQ(CopyTree(0, kDupeActionStandard, stop, &seen), -128);
+    UTCDateTime busy;
+    ASSERT_EQ(GetMagicBusyCreateDate(&busy), noErr);
+    EXPECT_EQ(seen.whileFilled.lowSeconds, busy.lowSeconds);
+    EXPECT_EQ(CreationDate(To("tree")).lowSeconds, busy.lowSeconds);
+}
+
+TEST_F(FolderCopyTest, FailedReplaceRemovesThePartialTreeAndBringsTheOldBack) {
+    WriteFile(From("tree/file"), "new");
+    fs::create_directory(To("tree"));
+    WriteFile(To("tree/old"), "old");
+    auto stop = [](Boolean isFolder, ItemCount, OSErr, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                   const HFSUniStr255*, const FSRef*, void*) -> OSErr { return isFolder ? noErr : -128; };
+    EXPECT_EQ(CopyTree(0, kDupeActionReplace, stop), -128);
+    EXPECT_EQ(Entries(folder / "to"), (Paths{"tree", "tree/old"}));
+}
+
+TEST_F(FolderCopyTest, FilterSeesEachItemWithLevelAndName) {
+    fs::create_directories(From("tree/a/b"));
+    WriteFile(From("tree/a/file"), "x");
+    std::set<std::string> seen;
+    auto record = [](Boolean isFolder, ItemCount level, OSErr result, const FSCatalogInfo*, const FSRef*,
+                     const FSSpec*, const HFSUniStr255* name, const FSRef*, void* data) -> OSErr {
+        EXPECT_EQ(result, noErr);
+        std::string text = Narrow(std::u16string(name->unicode, name->unicode + name->length));
+        static_cast<std::set<std::string>*>(data)->insert(text + (isFolder ? "/" : "") +
+                                                          std::to_string(level));
+        return noErr;
+    };
+    ASSERT_EQ(CopyTree(0, kDupeActionStandard, record, &seen), noErr);
+    EXPECT_EQ(seen, (Paths{"tree/0", "a/1", "b/2", "file2"}));
+}
+
+TEST_F(FolderCopyTest, ItemsThatCannotBeCopiedAreSkippedWithoutAFilter) {
+    ASSERT_EQ(mkfifo(From("tree/pipe").c_str(), 0644), 0);
+    WriteFile(From("tree/file"), "x");
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Entries(To("tree")), (Paths{"file"}));
+}
+
+TEST_F(FolderCopyTest, FilterLearnsOfAnItemThatFailedAndMayStopTheCopy) {
+    ASSERT_EQ(mkfifo(From("tree/pipe").c_str(), 0644), 0);
+    auto passOn = [](Boolean, ItemCount, OSErr result, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                     const HFSUniStr255*, const FSRef*, void*) -> OSErr { return result; };
+    EXPECT_NE(CopyTree(0, kDupeActionStandard, passOn), noErr);
+}
+
+TEST_F(FolderCopyTest, ModesOfFoldersAreKeptThoughTheyDenyWriting) {
+    fs::create_directories(From("tree/sub"));
+    WriteFile(From("tree/sub/file"), "x");
+    ASSERT_EQ(chmod(From("tree/sub").c_str(), 0555), 0);
+    ASSERT_EQ(chmod(From("tree").c_str(), 0500), 0);
+    ASSERT_EQ(CopyTree(), noErr);
+    struct stat facts;
+    ASSERT_EQ(stat(To("tree").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0500u);
+    ASSERT_EQ(chmod(To("tree").c_str(), 0700), 0);
+    ASSERT_EQ(stat(To("tree/sub").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0555u);
+    EXPECT_EQ(ReadFile(To("tree/sub/file")), "x");
+}
+
+TEST_F(FolderCopyTest, DeepTreeIsCopied) {
+    fs::path path = From("tree");
+    for (int i = 0; i < 300; ++i) path /= "d";
+    fs::create_directories(path);
+    WriteFile((path / "file").string(), "deep");
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Entries(To("tree")).size(), 301u);
+}
+
+TEST(GetMagicBusyCreateDate, NullIsRefused) {
+    EXPECT_EQ(GetMagicBusyCreateDate(nullptr), paramErr);
+}
+
+TEST(GetMagicBusyCreateDate, IsTheMorningOf14February1946InLocalTime) {
+    ASSERT_EQ(setenv("TZ", "EST5", 1), 0);
+    tzset();
+    UTCDateTime date{1, 1, 1};
+    ASSERT_EQ(GetMagicBusyCreateDate(&date), noErr);
+    EXPECT_EQ(date.highSeconds, 0);
+    EXPECT_EQ(date.fraction, 0);
+    EXPECT_EQ(date.lowSeconds, 1329266096u + 5 * 3600);
+}
+
+TEST(GetMagicBusyCreateDate, IsComputedOnce) {
+    ASSERT_EQ(setenv("TZ", "UTC0", 1), 0);
+    tzset();
+    UTCDateTime first, second;
+    ASSERT_EQ(GetMagicBusyCreateDate(&first), noErr);
+    ASSERT_EQ(setenv("TZ", "EST5", 1), 0);
+    tzset();
+    ASSERT_EQ(GetMagicBusyCreateDate(&second), noErr);
+    EXPECT_EQ(first.lowSeconds, second.lowSeconds);
+}

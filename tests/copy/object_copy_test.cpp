@@ -1,0 +1,345 @@
+#include "copy/object_copy.h"
+
+#include "platform/references.h"
+#include "support/files.h"
+#include "support/references.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ObjectCopyTest : public testing::Test {
+protected:
+    ObjectCopyTest() {
+        fs::create_directory(folder / "from");
+        fs::create_directory(folder / "to");
+    }
+    std::string From(const std::string& name) { return (folder.path() / "from" / name).string(); }
+    std::string To(const std::string& name) { return (folder.path() / "to" / name).string(); }
+
+    // Copies from/source into to/ under `newName` (empty: its own name).
+    OSErr Copy(const std::string& source, DupeAction action, const std::u16string& newName = u"",
+               FSRef* copy = nullptr, CopyFilterProc filter = nullptr, void* data = nullptr,
+               FSCatalogInfoBitmap whichInfo = kFSCatInfoNone, Boolean wantSpec = false,
+               Boolean wantName = false) {
+        FSRef sourceRef = Reference(From(source)), destRef = Reference(To(""));
+        HFSUniStr255 name = Name(newName);
+        return FSCopyObject(&sourceRef, &destRef, 0, whichInfo, action, newName.empty() ? nullptr : &name,
+                            wantSpec, wantName, filter, data, copy, nullptr);
+    }
+    int32_t CopyPath(const std::string& source, const std::string& dest, int32_t failIfExists) {
+        return TavCopyFile(Wide(source).c_str(), Wide(dest).c_str(), failIfExists);
+    }
+
+    TemporaryFolder folder;
+};
+
+bool Exists(const std::string& path) {
+    return fs::exists(fs::symlink_status(path));
+}
+
+} // namespace
+
+TEST_F(ObjectCopyTest, NullSourceOrDestinationIsRefused) {
+    FSRef ref = Reference(To(""));
+    EXPECT_EQ(FSCopyObject(nullptr, &ref, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+              paramErr);
+    EXPECT_EQ(FSCopyObject(&ref, nullptr, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+              paramErr);
+}
+
+TEST_F(ObjectCopyTest, FileKeepsItsNameWithoutANewOne) {
+    WriteFile(From("file"), "content");
+    FSRef copy;
+    ASSERT_EQ(Copy("file", kDupeActionStandard, u"", &copy), noErr);
+    EXPECT_EQ(ReadFile(To("file")), "content");
+    EXPECT_EQ(PathOf(copy), To("file"));
+}
+
+TEST_F(ObjectCopyTest, FileTakesTheNewName) {
+    WriteFile(From("file"), "content");
+    ASSERT_EQ(Copy("file", kDupeActionStandard, u"other"), noErr);
+    EXPECT_EQ(ReadFile(To("other")), "content");
+    EXPECT_FALSE(Exists(To("file")));
+}
+
+TEST_F(ObjectCopyTest, EmptyFileIsCreated) {
+    WriteFile(From("empty"), "");
+    ASSERT_EQ(Copy("empty", kDupeActionStandard), noErr);
+    EXPECT_EQ(ReadFile(To("empty")), "");
+}
+
+TEST_F(ObjectCopyTest, SizesAroundBlocksAndBufferAreExact) {
+    for (size_t size : {1u, 511u, 512u, 513u, 262143u, 262144u, 262145u, 524288u, 700001u}) {
+        std::string content(size, 'x');
+        for (size_t i = 0; i < size; i += 97) content[i] = static_cast<char>('a' + i % 26);
+        WriteFile(From("file"), content);
+        ASSERT_EQ(Copy("file", kDupeActionReplace), noErr) << size;
+        EXPECT_EQ(ReadFile(To("file")), content) << size;
+    }
+}
+
+TEST_F(ObjectCopyTest, StandardActionRefusesATakenName) {
+    WriteFile(From("file"), "new");
+    WriteFile(To("file"), "old");
+    EXPECT_EQ(Copy("file", kDupeActionStandard), dupFNErr);
+    EXPECT_EQ(ReadFile(To("file")), "old");
+}
+
+TEST_F(ObjectCopyTest, ReplaceTakesThePlaceOfTheOldObject) {
+    WriteFile(From("file"), "new");
+    WriteFile(To("file"), "old");
+    ASSERT_EQ(Copy("file", kDupeActionReplace), noErr);
+    EXPECT_EQ(ReadFile(To("file")), "new");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, ReplaceWithATakenSetAsideNameTouchesNothing) {
+    WriteFile(From("file"), "new");
+    WriteFile(To("file"), "old");
+    WriteFile(To(".DeleteMe"), "someone's");
+    EXPECT_EQ(Copy("file", kDupeActionReplace), dupFNErr);
+    EXPECT_EQ(ReadFile(To("file")), "old");
+    EXPECT_EQ(ReadFile(To(".DeleteMe")), "someone's");
+}
+
+TEST_F(ObjectCopyTest, ReplaceOfItselfKeepsTheContent) {
+    WriteFile(To("file"), "content");
+    FSRef source = Reference(To("file")), dest = Reference(To(""));
+    EXPECT_EQ(FSCopyObject(&source, &dest, 0, 0, kDupeActionReplace, nullptr, false, false, nullptr, nullptr,
+                           nullptr, nullptr),
+              noErr);
+    EXPECT_EQ(ReadFile(To("file")), "content");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, FailedReplaceBringsTheOldObjectBackUnderTheSourceName) {
+    WriteFile(From("source"), "new");
+    WriteFile(To("target"), "old");
+    auto refuse = [](Boolean, ItemCount, OSErr, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                     const HFSUniStr255*, const FSRef*, void*) -> OSErr { return -128; };
+    EXPECT_EQ(Copy("source", kDupeActionReplace, u"target", nullptr, refuse), -128);
+    EXPECT_FALSE(Exists(To("target")));
+    EXPECT_EQ(ReadFile(To("source")), "old");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, FailedReplaceLeavesTheSetAsideObjectWhenItsNameIsTaken) {
+    WriteFile(From("source"), "new");
+    WriteFile(To("target"), "old");
+    WriteFile(To("source"), "someone's");
+    auto refuse = [](Boolean, ItemCount, OSErr, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                     const HFSUniStr255*, const FSRef*, void*) -> OSErr { return -128; };
+    EXPECT_EQ(Copy("source", kDupeActionReplace, u"target", nullptr, refuse), -128);
+    EXPECT_EQ(ReadFile(To("source")), "someone's");
+    EXPECT_EQ(ReadFile(To(".DeleteMe")), "old");
+}
+
+TEST_F(ObjectCopyTest, RenameActionPutsASpaceAndADigitBeforeTheExtension) {
+    const struct {
+        const char *taken, *first, *second;
+    } rows[] = {
+        {"stem.ext", "stem 1.ext", "stem 2.ext"},
+        {"a.b.c", "a.b 1.c", "a.b 2.c"},
+        {"stem", "stem 1", "stem 2"},
+        {".hidden", ".hidden 1", ".hidden 2"},
+        {"ends.", "ends 1.", "ends 2."},
+    };
+    for (const auto& row : rows) {
+        WriteFile(From(row.taken), "new");
+        WriteFile(To(row.taken), "old");
+        EXPECT_EQ(Copy(row.taken, kDupeActionRename), noErr) << row.taken;
+        EXPECT_TRUE(Exists(To(row.first))) << row.taken;
+        EXPECT_EQ(Copy(row.taken, kDupeActionRename), noErr) << row.taken;
+        EXPECT_TRUE(Exists(To(row.second))) << row.taken;
+        EXPECT_EQ(ReadFile(To(row.taken)), "old");
+    }
+}
+
+TEST_F(ObjectCopyTest, RenameActionWithNineTakenDigitsTriesTheCharacterZeroAndFails) {
+    WriteFile(From("f"), "new");
+    WriteFile(To("f"), "old");
+    for (char digit = '1'; digit <= '9'; ++digit) WriteFile(To(std::string("f ") + digit), "old");
+    EXPECT_NE(Copy("f", kDupeActionRename), noErr);
+    EXPECT_EQ(std::distance(fs::directory_iterator(To("")), {}), 10);
+}
+
+TEST_F(ObjectCopyTest, RenameActionWithoutRoomForTheSuffixReportsTheConflict) {
+    std::string name(254, 'n');
+    WriteFile(From(name), "new");
+    WriteFile(To(name), "old");
+    EXPECT_EQ(Copy(name, kDupeActionRename), dupFNErr);
+    EXPECT_EQ(ReadFile(To(name)), "old");
+}
+
+TEST_F(ObjectCopyTest, MissingSourceFails) {
+    WriteFile(From("file"), "x");
+    FSRef source = Reference(From("file")), dest = Reference(To(""));
+    fs::remove(From("file"));
+    EXPECT_EQ(
+        FSCopyObject(&source, &dest, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+        fnfErr);
+}
+
+TEST_F(ObjectCopyTest, FileAsDestinationFails) {
+    WriteFile(From("file"), "x");
+    WriteFile(To("file"), "y");
+    FSRef source = Reference(From("file")), dest = Reference(To("file"));
+    EXPECT_EQ(
+        FSCopyObject(&source, &dest, 0, 0, 0, nullptr, false, false, nullptr, nullptr, nullptr, nullptr),
+        errFSNotAFolder);
+}
+
+TEST_F(ObjectCopyTest, BadNewNamesFail) {
+    WriteFile(From("file"), "x");
+    EXPECT_EQ(Copy("file", kDupeActionStandard, u"a:b"), bdNamErr);
+    EXPECT_TRUE(fs::is_empty(To("")));
+}
+
+TEST_F(ObjectCopyTest, ModeAndModificationDateAreKept) {
+    WriteFile(From("file"), "content");
+    ASSERT_EQ(chmod(From("file").c_str(), 0440), 0);
+    timespec dates[2] = {{1000000000, 0}, {1100000000, 500000000}};
+    ASSERT_EQ(utimensat(AT_FDCWD, From("file").c_str(), dates, 0), 0);
+    ASSERT_EQ(Copy("file", kDupeActionStandard), noErr);
+    struct stat facts;
+    ASSERT_EQ(stat(To("file").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0440u);
+    EXPECT_EQ(facts.st_mtim.tv_sec, 1100000000);
+}
+
+TEST_F(ObjectCopyTest, LockedSourceGivesALockedCopy) {
+    WriteFile(From("file"), "content");
+    FSRef source = Reference(From("file"));
+    FSCatalogInfo info{};
+    info.nodeFlags = kFSNodeLockedMask;
+    ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoNodeFlags, &info), noErr);
+    FSRef copy;
+    ASSERT_EQ(Copy("file", kDupeActionStandard, u"", &copy), noErr);
+    ASSERT_EQ(FSGetCatalogInfo(&copy, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr), noErr);
+    EXPECT_TRUE(info.nodeFlags & kFSNodeLockedMask);
+    EXPECT_EQ(ReadFile(To("file")), "content");
+}
+
+TEST_F(ObjectCopyTest, FinderInformationIsKeptButForThePlacedFlagAndTheBusyType) {
+    WriteFile(From("file"), "content");
+    FSRef source = Reference(From("file"));
+    FSCatalogInfo info{};
+    std::copy_n("TEXTttxt", 8, info.finderInfo);
+    info.finderInfo[8] = 0x41; // invisible, has been placed
+    info.extFinderInfo[5] = 7;
+    ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoFinderInfo | kFSCatInfoFinderXInfo, &info), noErr);
+    FSRef copy;
+    ASSERT_EQ(Copy("file", kDupeActionStandard, u"", &copy), noErr);
+    FSCatalogInfo copied{};
+    ASSERT_EQ(FSGetCatalogInfo(&copy, kFSCatInfoFinderInfo | kFSCatInfoFinderXInfo, &copied, nullptr, nullptr,
+                               nullptr),
+              noErr);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(copied.finderInfo), 8), "TEXTttxt");
+    EXPECT_EQ(copied.finderInfo[8], 0x40);
+    EXPECT_EQ(copied.extFinderInfo[5], 7);
+}
+
+TEST_F(ObjectCopyTest, ResourceForkIsCopied) {
+    WriteFile(From("file"), "data");
+    FSRef source = Reference(From("file"));
+    HFSUniStr255 fork;
+    FSForkRefNum number;
+    ASSERT_EQ(FSGetResourceForkName(&fork), noErr);
+    ASSERT_EQ(FSCreateFork(&source, fork.length, fork.unicode), noErr);
+    ASSERT_EQ(FSOpenFork(&source, fork.length, fork.unicode, fsWrPerm, &number), noErr);
+    ASSERT_EQ(FSWriteFork(number, fsAtMark, 0, 9, "resources", nullptr), noErr);
+    ASSERT_EQ(FSCloseFork(number), noErr);
+
+    FSRef copy;
+    ASSERT_EQ(Copy("file", kDupeActionStandard, u"", &copy), noErr);
+    char buffer[9] = {};
+    ASSERT_EQ(FSOpenFork(&copy, fork.length, fork.unicode, fsRdPerm, &number), noErr);
+    EXPECT_EQ(FSReadFork(number, fsAtMark, 0, 9, buffer, nullptr), noErr);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_EQ(std::string(buffer, 9), "resources");
+    EXPECT_EQ(ReadFile(To("file")), "data");
+}
+
+TEST_F(ObjectCopyTest, FilterIsAskedWithWhatItWants) {
+    WriteFile(From("file"), "content");
+    struct Seen {
+        int calls = 0;
+        OSErr result = 1;
+        Boolean isFolder = 9;
+        uint64_t size = 0;
+        bool hasSpec = false;
+        std::u16string name;
+        std::string newPath, destPath;
+    } seen;
+    auto record = [](Boolean isFolder, ItemCount, OSErr result, const FSCatalogInfo* info, const FSRef* ref,
+                     const FSSpec* spec, const HFSUniStr255* name, const FSRef* dest, void* data) -> OSErr {
+        auto& s = *static_cast<Seen*>(data);
+        s = {s.calls + 1,     result,
+             isFolder,        info->dataLogicalSize,
+             spec != nullptr, name ? std::u16string(name->unicode, name->unicode + name->length) : u"(none)",
+             PathOf(*ref),    PathOf(*dest)};
+        return noErr;
+    };
+    ASSERT_EQ(Copy("file", 0, u"copy", nullptr, record, &seen, kFSCatInfoDataSizes, true, true), noErr);
+    EXPECT_EQ(seen.calls, 1);
+    EXPECT_EQ(seen.result, noErr);
+    EXPECT_EQ(seen.isFolder, 0);
+    EXPECT_EQ(seen.size, 7u);
+    EXPECT_TRUE(seen.hasSpec);
+    EXPECT_EQ(seen.name, u"copy");
+    EXPECT_EQ(seen.newPath, To("copy"));
+    EXPECT_EQ(seen.destPath + "/", To(""));
+
+    ASSERT_EQ(Copy("file", 0, u"copy2", nullptr, record, &seen, kFSCatInfoDataSizes, false, false), noErr);
+    EXPECT_FALSE(seen.hasSpec);
+    EXPECT_EQ(seen.name, u"(none)");
+}
+
+TEST_F(ObjectCopyTest, DanglingLinkInATreeIsCopiedAsALink) {
+    fs::create_directory(From("tree"));
+    fs::create_symlink("nowhere", From("tree/dangling"));
+    fs::create_symlink("/", From("tree/root"));
+    ASSERT_EQ(Copy("tree", kDupeActionStandard), noErr);
+    EXPECT_EQ(fs::read_symlink(To("tree/dangling")), "nowhere");
+    EXPECT_EQ(fs::read_symlink(To("tree/root")), "/");
+}
+
+TEST_F(ObjectCopyTest, PathOfALinkCopiesWhatItPointsTo) {
+    WriteFile(From("file"), "content");
+    fs::create_symlink("file", From("link"));
+    EXPECT_EQ(CopyPath(From("link"), To("copy"), 1), 1);
+    EXPECT_FALSE(fs::is_symlink(To("copy")));
+    EXPECT_EQ(ReadFile(To("copy")), "content");
+}
+
+TEST_F(ObjectCopyTest, TavCopyFileRefusesOrReplacesAnExistingName) {
+    WriteFile(From("file"), "new");
+    WriteFile(To("file"), "old");
+    EXPECT_EQ(CopyPath(From("file"), To("file"), 1), 0);
+    EXPECT_EQ(ReadFile(To("file")), "old");
+    EXPECT_EQ(CopyPath(From("file"), To("file"), 0), 1);
+    EXPECT_EQ(ReadFile(To("file")), "new");
+}
+
+TEST_F(ObjectCopyTest, TavCopyFileRefusesBadArguments) {
+    WriteFile(From("file"), "x");
+    EXPECT_EQ(TavCopyFile(nullptr, Wide(To("a")).c_str(), 1), 0);
+    EXPECT_EQ(TavCopyFile(Wide(From("file")).c_str(), nullptr, 1), 0);
+    EXPECT_EQ(CopyPath("", To("a"), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), "", 1), 0);
+    EXPECT_EQ(CopyPath(From("missing"), To("a"), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), To("missing/a"), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), To(std::string(256, 'n')), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), "/" + std::string(1023, 'n'), 1), 0);
+    EXPECT_TRUE(fs::is_empty(To("")));
+    EXPECT_EQ(CopyPath(From("file"), To(std::string(255, 'n')), 1), 1);
+}
