@@ -10,7 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstring>
 #include <filesystem>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -227,6 +230,38 @@ TEST_F(ObjectCopyTest, LockedSourceGivesALockedCopy) {
     ASSERT_EQ(FSGetCatalogInfo(&copy, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr), noErr);
     EXPECT_TRUE(info.nodeFlags & kFSNodeLockedMask);
     EXPECT_EQ(ReadFile(To("file")), "content");
+}
+
+TEST_F(ObjectCopyTest, FileIsBusyUnlockedAndOpenToItsOwnerWhileItIsWritten) {
+    WriteFile(From("file"), std::string(64 << 20, 'x'));
+    FSRef source = Reference(From("file"));
+    FSCatalogInfo info{};
+    info.nodeFlags = kFSNodeLockedMask;
+    ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoNodeFlags, &info), noErr);
+    ASSERT_EQ(chmod(From("file").c_str(), 0400), 0);
+
+    std::atomic<bool> done = false;
+    std::thread copier([&] {
+        EXPECT_EQ(Copy("file", kDupeActionStandard), noErr);
+        done = true;
+    });
+    int seenBusy = 0;
+    while (!done) {
+        FSRef copy;
+        auto path = reinterpret_cast<const uint8_t*>(strdup(To("file").c_str()));
+        constexpr FSCatalogInfoBitmap kFacts =
+            kFSCatInfoNodeFlags | kFSCatInfoFinderInfo | kFSCatInfoPermissions;
+        FSCatalogInfo seen;
+        bool found = FSPathMakeRef(path, &copy, nullptr) == noErr &&
+                     FSGetCatalogInfo(&copy, kFacts, &seen, nullptr, nullptr, nullptr) == noErr;
+        free(const_cast<uint8_t*>(path));
+        if (!found || memcmp(seen.finderInfo, "bzy ", 4) != 0) continue;
+        ++seenBusy;
+        if (seen.nodeFlags & kFSNodeLockedMask) continue; // the real facts are being written
+        EXPECT_EQ(seen.permissions.mode & 0700, 0700);
+    }
+    copier.join();
+    EXPECT_GT(seenBusy, 0);
 }
 
 TEST_F(ObjectCopyTest, FinderInformationIsKeptButForThePlacedFlagAndTheBusyType) {

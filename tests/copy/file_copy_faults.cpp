@@ -1,0 +1,233 @@
+// The steps of a copy, in their order, and what single failing calls make of it.
+#include "copy/file_copy.h"
+#include "copy/finder_info.h"
+#include "copy/fork_copy.h"
+#include "copy/object_copy.h"
+#include "support/faults.h"
+#include "support/files.h"
+#include "support/references.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+class CopySteps : public testing::Test {
+protected:
+    CopySteps() {
+        fs::create_directory(folder / "to");
+        WriteFile(folder / "file", "content");
+        source = Reference(folder / "file");
+        dest = Reference(folder / "to");
+    }
+    OSErr Copy(DupeAction action = kDupeActionReplace) {
+        return FSCopyObject(&source, &dest, 0, 0, action, nullptr, false, false, nullptr, nullptr, nullptr,
+                            nullptr);
+    }
+    // Copies by hand with parameters of the test's own.
+    OSErr DoCopy(CopyParams params, FSRef* copy = nullptr) {
+        FSCatalogInfo info;
+        OSErr result = FSGetCatalogInfo(&source, kFSCatInfoSettableInfo, &info, nullptr, nullptr, nullptr);
+        EXPECT_EQ(result, noErr);
+        HFSUniStr255 name = Name(u"file");
+        return DoCopyFile(&source, &info, &dest, &name, &params, copy, nullptr);
+    }
+
+    TemporaryFolder folder;
+    FSRef source, dest;
+    char buffer[1024];
+};
+
+const Names kPreflight = {"FSGetCatalogInfo",   "FSGetCatalogInfo",    "FSGetCatalogInfo",
+                          "PBHGetVolParmsSync", "FSGetCatalogInfo",    "NewPtr",
+                          "FSGetCatalogInfo",   "PBHGetDirAccessSync", "FSMakeFSRefUnicode"};
+const Names kForks = {"FSIterateForks", "FSCreateFork", "FSOpenFork",    "FSOpenFork",
+                      "FSAllocateFork", "FSReadFork",   "FSWriteFork",   "FSSetForkSize",
+                      "FSCloseFork",    "FSCloseFork",  "FSIterateForks"};
+
+Names operator+(Names a, const Names& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+} // namespace
+
+TEST_F(CopySteps, NewFileIsCreatedFilledAndThenGivenItsRealFacts) {
+    faults::Injection watch;
+    OSErr result = Copy();
+    Names log = watch.log();
+    faults::Pause pause;
+    ASSERT_EQ(result, noErr);
+    EXPECT_EQ(log,
+              kPreflight + Names{"FSCreateFileUnicode"} + kForks + Names{"FSSetCatalogInfo", "DisposePtr"});
+}
+
+TEST_F(CopySteps, ReplacedFileIsSetAsideFirstAndDeletedLast) {
+    WriteFile(folder / "to/file", "old");
+    faults::Injection watch;
+    OSErr result = Copy();
+    Names log = watch.log();
+    faults::Pause pause;
+    ASSERT_EQ(result, noErr);
+    EXPECT_EQ(log, kPreflight + Names{"FSRenameUnicode", "FSCreateFileUnicode"} + kForks +
+                       Names{"FSSetCatalogInfo", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"});
+}
+
+TEST_F(CopySteps, FailureToDeleteTheSetAsideObjectIsTheResult) {
+    WriteFile(folder / "to/file", "old");
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSDeleteObject"});
+    OSErr result = Copy();
+    faults::Pause pause;
+    EXPECT_EQ(result, ioErr);
+    EXPECT_EQ(ReadFile(folder / "to/file"), "content");
+    EXPECT_EQ(ReadFile(folder / "to/.DeleteMe"), "old");
+}
+
+TEST_F(CopySteps, EmptyForkIsCreatedButNotOpened) {
+    WriteFile(folder / "file", "");
+    faults::Injection watch;
+    OSErr result = Copy();
+    faults::Pause pause;
+    ASSERT_EQ(result, noErr);
+    EXPECT_EQ(watch.calls("FSCreateFork"), 1u);
+    EXPECT_EQ(watch.calls("FSOpenFork"), 0u);
+}
+
+TEST_F(CopySteps, TakenNameIsReportedAndNothingIsDeleted) {
+    WriteFile(folder / "to/file", "old");
+    faults::Injection watch;
+    OSErr result = Copy(kDupeActionStandard);
+    faults::Pause pause;
+    EXPECT_EQ(result, dupFNErr);
+    EXPECT_EQ(watch.calls("FSDeleteObject"), 0u);
+}
+
+TEST_F(CopySteps, BufferThatCannotBeHadIsTheMemoryError) {
+    faults::Injection fault({.call = 1, .operation = "NewPtr"});
+    OSErr result = Copy();
+    faults::Pause pause;
+    EXPECT_EQ(result, memFullErr);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+}
+
+TEST_F(CopySteps, HalfMadeFileIsDeletedAfterAFailedWrite) {
+    faults::Injection fault(
+        {.call = 1, .code = dskFulErr, .effect = faults::Effect::kPartial, .operation = "FSWriteFork"});
+    OSErr result = Copy();
+    faults::Pause pause;
+    EXPECT_EQ(result, dskFulErr);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+    EXPECT_EQ(fault.calls("FSCloseFork"), 2u);
+}
+
+TEST_F(CopySteps, LastBlockIsWrittenWholeOnlyOnALocalVolume) {
+    CopyParams local{buffer, sizeof buffer, false, true, false, kDupeActionStandard};
+    CopyParams served = local;
+    served.copyingToLocalVolume = false;
+    {
+        faults::Injection watch;
+        OSErr result = DoCopy(local);
+        faults::Pause pause;
+        EXPECT_EQ(result, noErr);
+        EXPECT_EQ(watch.calls("FSSetForkSize"), 1u);
+    }
+    fs::remove(folder / "to/file");
+    faults::Injection watch;
+    OSErr result = DoCopy(served);
+    faults::Pause pause;
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(watch.calls("FSSetForkSize"), 0u);
+    EXPECT_EQ(ReadFile(folder / "to/file"), "content");
+}
+
+TEST_F(CopySteps, ForkThatExistsIsAnErrorOnlyOnALocalVolume) {
+    CopyParams params{buffer, sizeof buffer, false, true, false, kDupeActionStandard};
+    {
+        faults::Injection fault({.call = 1, .code = errFSForkExists, .operation = "FSCreateFork"});
+        OSErr result = DoCopy(params);
+        faults::Pause pause;
+        EXPECT_EQ(result, errFSForkExists);
+        EXPECT_TRUE(fs::is_empty(folder / "to"));
+    }
+    params.copyingToLocalVolume = false;
+    faults::Injection fault({.call = 1, .code = errFSForkExists, .operation = "FSCreateFork"});
+    OSErr result = DoCopy(params);
+    faults::Pause pause;
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(ReadFile(folder / "to/file"), "content");
+}
+
+TEST_F(CopySteps, ServerCopyThatFailsIsMadeByHand) {
+    FSCatalogInfo info;
+    ASSERT_EQ(FSGetCatalogInfo(&source, kFSCatInfoSettableInfo, &info, nullptr, nullptr, nullptr), noErr);
+    HFSUniStr255 name = Name(u"file");
+    CopyParams params{buffer, sizeof buffer, false, false, true, kDupeActionStandard};
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "PBHCopyFileSync"});
+    OSErr result = CopyFile(&source, &info, &dest, &name, &params, nullptr, nullptr);
+    faults::Pause pause;
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(fault.calls("PBHCopyFileSync"), 1u);
+    EXPECT_EQ(fault.calls("FSCreateFileUnicode"), 1u);
+    EXPECT_EQ(ReadFile(folder / "to/file"), "content");
+}
+
+TEST_F(CopySteps, DropBoxForksAreAllOpenedBeforeAnyIsWrittenAndNothingIsWrittenBack) {
+    CopyParams params{buffer, sizeof buffer, true, true, false, kDupeActionStandard};
+    faults::Injection watch;
+    OSErr result = DoCopy(params);
+    Names log = watch.log();
+    faults::Pause pause;
+    // kept: the list is made from the new file's own empty fork, which is not opened; so there is nothing to
+    // write into.
+    EXPECT_EQ(result, rfNumErr);
+    EXPECT_EQ(watch.calls("FSSetCatalogInfo"), 0u);
+    auto firstOpen = std::find(log.begin(), log.end(), "FSOpenFork");
+    EXPECT_EQ(std::count(log.begin(), firstOpen, "FSCreateFork"), 1);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+}
+
+TEST_F(CopySteps, DropBoxIgnoresThatForksMayNotBeCreated) {
+    CopyParams params{buffer, sizeof buffer, true, true, false, kDupeActionStandard};
+    faults::Injection fault({.call = 1, .code = afpAccessDenied, .operation = "FSCreateFork"});
+    OSErr result = DoCopy(params);
+    faults::Pause pause;
+    EXPECT_EQ(result, rfNumErr);
+    EXPECT_EQ(fault.fired(), 1u);
+}
+
+TEST_F(CopySteps, VolumeThatCannotTellRightsIsJudgedByTheModeAndOtherErrorsAreReported) {
+    {
+        faults::Injection fault({.call = 1, .code = paramErr, .operation = "PBHGetDirAccessSync"});
+        OSErr result = Copy();
+        faults::Pause pause;
+        EXPECT_EQ(result, noErr);
+    }
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "PBHGetDirAccessSync"});
+    OSErr result = Copy();
+    faults::Pause pause;
+    EXPECT_EQ(result, ioErr);
+}
+
+TEST(UniStrToPStr, PutsTheLengthInFrontOfTheMacRomanName) {
+    HFSUniStr255 name = Name(u"\u00e9a");
+    uint8_t text[64];
+    ASSERT_EQ(UniStrToPStr(&name, kTextEncodingUnknown, text), noErr);
+    EXPECT_EQ(text[0], 2);
+    EXPECT_EQ(text[1], 0x8E);
+    EXPECT_EQ(text[2], 'a');
+}
+
+TEST(UniStrToPStr, RefusesNamesThatCannotBeSaid) {
+    uint8_t text[64];
+    HFSUniStr255 other = Name(u"\u4e2d"), longName = Name(std::u16string(64, 'a')), empty = Name(u"");
+    EXPECT_EQ(UniStrToPStr(&other, kTextEncodingUnknown, text), bdNamErr);
+    EXPECT_EQ(UniStrToPStr(&longName, kTextEncodingUnknown, text), bdNamErr);
+    EXPECT_EQ(UniStrToPStr(&empty, kTextEncodingUnknown, text), bdNamErr);
+}

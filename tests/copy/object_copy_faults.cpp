@@ -1,0 +1,178 @@
+// What copying leaves behind when any one of its calls fails: the source is never touched, an old target or a
+// complete new one can always be reached, and nothing half-made bears the final name.
+#include "copy/file_copy.h"
+#include "copy/folder_copy.h"
+#include "copy/object_copy.h"
+#include "support/faults.h"
+#include "support/files.h"
+#include "support/references.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Tree = std::map<std::string, std::string>; // relative path to content; folders have "/"
+
+Tree ReadTree(const std::string& root) {
+    Tree tree;
+    if (!fs::exists(root)) return tree;
+    if (fs::is_regular_file(root)) return {{"", ReadFile(root)}};
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        tree[fs::relative(entry.path(), root).string()] =
+            entry.is_directory() ? "/" : ReadFile(entry.path().string());
+    return tree;
+}
+
+// One way of copying: what is copied, what stands in its way, and how.
+struct Scenario {
+    const char* name;
+    bool tree;
+    bool targetExists;
+    DupeAction action;
+    bool dropBox = false;
+    bool serverCopy = false;
+};
+
+void PrintTo(const Scenario& scenario, std::ostream* stream) {
+    *stream << scenario.name;
+}
+
+class CopySweep : public testing::TestWithParam<Scenario> {
+protected:
+    std::string Source() { return folder / "from/object"; }
+    std::string Target() { return folder / "to/object"; }
+    std::string SetAside() { return folder / "to/.DeleteMe"; }
+
+    void MakeObject(const std::string& path, const std::string& content) {
+        if (!GetParam().tree) return WriteFile(path, content);
+        fs::create_directories(path + "/sub/deeper");
+        WriteFile(path + "/one", content + "1");
+        WriteFile(path + "/sub/two", content + "2");
+        WriteFile(path + "/sub/deeper/three", content + "3");
+    }
+    void Prepare() {
+        fs::create_directory(folder / "from");
+        fs::create_directory(folder / "to");
+        MakeObject(Source(), sourceContent);
+        if (GetParam().targetExists) MakeObject(Target(), "old");
+        if (GetParam().dropBox) ASSERT_EQ(chmod((folder / "to").c_str(), 0733), 0);
+        sourceBefore = ReadTree(Source());
+        targetBefore = ReadTree(Target());
+        source = Reference(Source());
+        destDir = Reference(folder / "to");
+    }
+    void Run() {
+        result = GetParam().serverCopy
+                     ? RunServerCopy()
+                     : FSCopyObject(&source, &destDir, 0, kFSCatInfoNone, GetParam().action, nullptr, false,
+                                    false, nullptr, nullptr, nullptr, nullptr);
+    }
+    // A copy that the server is asked to make first.
+    OSErr RunServerCopy() {
+        HFSUniStr255 name = Name(u"object");
+        FSCatalogInfo info;
+        Boolean isFolder, isReplacing;
+        FSRef deleteMe;
+        CopyParams params;
+        FilterParams filter{};
+        OSErr copied = FSCopyObjectPreflight(&source, &destDir, GetParam().action, &params, &name, &info,
+                                             &isFolder, &deleteMe, &isReplacing);
+        params.volHasCopyFile = true;
+        if (copied == noErr)
+            copied = FSCopyFile(&source, &destDir, &info, &name, &params, &filter, nullptr, nullptr);
+        if (params.copyBuffer) DisposePtr(params.copyBuffer);
+        return copied;
+    }
+    void Check(const std::string& failed) {
+        SCOPED_TRACE("failed: " + failed + ", result " + std::to_string(result));
+        EXPECT_EQ(ReadTree(Source()), sourceBefore);
+        Tree target = ReadTree(Target());
+        if (GetParam().targetExists && target != targetBefore && !fs::exists(SetAside())) {
+            EXPECT_EQ(result, noErr) << "the old object is gone though the copy failed";
+        }
+        if (result == noErr)
+            CheckComplete(target);
+        else if (!GetParam().tree || GetParam().action == kDupeActionReplace)
+            CheckNothingHalfMade(target);
+        // The set-aside object may stay only where deleting it is what failed.
+        if (fs::exists(SetAside())) {
+            EXPECT_TRUE(target == sourceBefore) << "the old object was not put back";
+            EXPECT_NE(result, noErr);
+        }
+        fs::remove_all(folder / "from");
+        fs::remove_all(folder / "to");
+    }
+    // Everything that was copied is equal to its source; only items of a tree may be missing.
+    void CheckComplete(const Tree& target) {
+        if (GetParam().tree) {
+            for (const auto& [path, content] : target) EXPECT_EQ(content, sourceBefore[path]) << path;
+            EXPECT_TRUE(fs::exists(Target()));
+        } else {
+            EXPECT_EQ(target, sourceBefore);
+        }
+    }
+    void CheckNothingHalfMade(const Tree& target) {
+        EXPECT_TRUE(target == targetBefore || target == sourceBefore) << "a half-made object bears the name";
+    }
+
+    TemporaryFolder folder;
+    std::string sourceContent = std::string(1000, 's');
+    Tree sourceBefore, targetBefore;
+    FSRef source, destDir;
+    OSErr result = noErr;
+};
+
+} // namespace
+
+TEST_P(CopySweep, LosesNothingWhicheverCallFails) {
+    for (int code : {-34, -36, -43, -50, -108, -5000}) {
+        unsigned runs = faults::FailEachCall({.fault = {.code = code, .operation = "seam"},
+                                              .prepare = [&] { Prepare(); },
+                                              .scenario = [&] { Run(); },
+                                              .check = [&](const std::string& failed) { Check(failed); }});
+        EXPECT_GT(runs, 5u);
+    }
+}
+
+TEST_P(CopySweep, LosesNothingWhenANameIsTakenMeanwhile) {
+    for (const char* operation : {"FSCreateFileUnicode", "FSCreateDirectoryUnicode", "FSRenameUnicode"}) {
+        faults::FailEachCall({.fault = {.code = dupFNErr, .operation = operation},
+                              .prepare = [&] { Prepare(); },
+                              .scenario = [&] { Run(); },
+                              .check = [&](const std::string& failed) { Check(failed); }});
+    }
+}
+
+TEST_P(CopySweep, LosesNothingWhenMemoryIsShort) {
+    faults::FailEachCall({.fault = {.operation = "memory"},
+                          .prepare = [&] { Prepare(); },
+                          .scenario = [&] { Run(); },
+                          .check = [&](const std::string& failed) { Check(failed); }});
+}
+
+TEST_P(CopySweep, LosesNothingWhenWritesStopHalfWay) {
+    faults::FailEachCall(
+        {.fault = {.code = dskFulErr, .effect = faults::Effect::kPartial, .operation = "FSWriteFork"},
+         .prepare = [&] { Prepare(); },
+         .scenario = [&] { Run(); },
+         .check = [&](const std::string& failed) { Check(failed); }});
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, CopySweep,
+                         testing::Values(Scenario{"CopyNew", false, false, kDupeActionReplace},
+                                         Scenario{"CopyReplacing", false, true, kDupeActionReplace},
+                                         Scenario{"CopyRefusing", false, true, kDupeActionStandard},
+                                         Scenario{"CopyTree", true, false, kDupeActionStandard},
+                                         Scenario{"CopyTreeReplacingATree", true, true, kDupeActionReplace},
+                                         Scenario{"DropBox", false, false, kDupeActionStandard, true},
+                                         Scenario{"ServerCopyFallingBack", false, false, kDupeActionStandard,
+                                                  false, true}),
+                         [](const auto& info) { return info.param.name; });
