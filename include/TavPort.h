@@ -1598,6 +1598,60 @@ int32_t TavCloseMutex(MPSemaphoreID mutex);
 
 /* ---- Dynamic libraries -------------------------------------------------------------------------------------- */
 
+/*
+ * For loading code modules while the program runs.
+ *
+ *     OpacTavLibrary* library = TavLoadLibrary(u"PlugIns/Export.bundle");
+ *     TavProc run = TavGetProcAddress(library, "run");
+ *     ...
+ *     TavFreeLibrary(library);
+ *
+ * A module is a bundle (a folder with Contents/MacOS/Name), a framework, or a plain shared object file.
+ */
+
+/* A loaded module. */
+typedef struct OpacTavLibrary OpacTavLibrary;
+
+/* A function of a module; cast it to what it is. */
+typedef void (*TavProc)(void);
+
+/**
+ * Loads a module: first as a path below the folder "Contents" of the application's bundle, then as a path of its own
+ * (from the current folder where it is relative; system folders are never searched). Names are found in another letter
+ * case too.
+ *
+ * @param name  zero-terminated path; null names nothing.
+ * @return the module, or null when the name names none. A module whose code cannot be loaded is returned all the same;
+ *         its functions are then null.
+ * @owner   the caller, until TavFreeLibrary. Loading the same module again gives the same handle, to be freed once more.
+ * @threads any, at any time.
+ * @windows LoadLibraryW
+ */
+OpacTavLibrary* TavLoadLibrary(const TavChar* name);
+
+/**
+ * Finds a function of a module by its name.
+ *
+ * @param library  a module; null has no functions.
+ * @param symbol   zero-terminated Mac Roman name as the linker knows it; null names nothing.
+ * @return the function, or null when the module lacks it or its code could not be loaded.
+ * @owner   the module's; valid until the module is freed for the last time.
+ * @threads any, at any time.
+ * @windows GetProcAddress
+ */
+TavProc TavGetProcAddress(OpacTavLibrary* library, const char* symbol);
+
+/**
+ * Gives a module back. Its code is unloaded when it has been freed as often as it was loaded.
+ *
+ * @param library  a module not to be used afterwards; null is ignored.
+ * @return 1.
+ * @owner   nothing to release.
+ * @threads any, as long as no other thread uses the handle that it gives back.
+ * @windows FreeLibrary
+ */
+int32_t TavFreeLibrary(OpacTavLibrary* library);
+
 /* ---- Path strings ------------------------------------------------------------------------------------------- */
 
 /*

@@ -54,6 +54,7 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr, CFStringEncoding encoding);
 CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
 
+// Gives back one ownership; null is ignored.
 void CFRelease(CFTypeRef object);
 
 void CFStringAppendCharacters(CFMutableStringRef string, const UniChar* chars, CFIndex numChars);

@@ -35,6 +35,10 @@ CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef allocator, CFURLRef
 // direction of writing.
 CFStringRef CFURLCopyPathExtension(CFURLRef url);
 
+// The path with one more component, or several, behind a "/". Null when the component is empty.
+CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef allocator, CFURLRef url,
+                                               CFStringRef pathComponent, Boolean isDirectory);
+
 // The last component; "/" for the root.
 CFStringRef CFURLCopyLastPathComponent(CFURLRef url);
 

@@ -98,6 +98,7 @@ bool Encode(const OpaqueCFString* string, char* buffer, size_t room, CFStringEnc
 } // namespace
 
 void CFRelease(CFTypeRef object) {
+    if (!object) return;
     auto* released = const_cast<CFObject*>(static_cast<const CFObject*>(object));
     released->kind->release(released);
 }

@@ -118,6 +118,20 @@ CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) 
     return CreateUrl(folder.substr(0, folder.size() - 1));
 }
 
+CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFStringRef pathComponent, Boolean) {
+    Path component = TextOf(pathComponent);
+    component = component.substr(0, UnitsBeforeZero(component));
+    if (component.empty()) return nullptr;
+    Path folder = PathOf(url);
+    CFStringRef path = CreateString(folder == kRoot ? Path() : folder, kRoot);
+    if (!path) return nullptr;
+    CFStringRef whole = CreateString(TextOf(path), component);
+    CFRelease(path);
+    CFURLRef appended = whole ? CFURLCreateWithFileSystemPath(nullptr, whole, kCFURLPOSIXPathStyle, false) : nullptr;
+    if (whole) CFRelease(whole);
+    return appended;
+}
+
 CFURLRef CFURLCreateCopyDeletingPathExtension(CFAllocatorRef, CFURLRef url) {
     Path path = PathOf(url);
     Path extension = Extension(path);

@@ -1,0 +1,57 @@
+// Property lists in their XML form. One text behind one key is all that is ever asked for, so this looks for exactly that
+// and does not parse the rest.
+#include "platform/linux/property_list.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+constexpr size_t kLargestList = 1 << 20;
+
+// What is in a regular file of sensible size; nothing else is opened.
+std::string ReadList(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) return "";
+    std::ifstream file(path, std::ios::binary);
+    std::string text(kLargestList, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<size_t>(file.gcount()));
+    return text;
+}
+
+// Text with the five predefined entities read.
+std::string Decoded(const std::string& text) {
+    static const struct {
+        const char* entity;
+        char character;
+    } entities[] = {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
+    std::string decoded;
+    for (size_t i = 0; i < text.size();) {
+        size_t length = 1;
+        char character = text[i];
+        for (const auto& row : entities) {
+            std::string entity = row.entity;
+            if (text.compare(i, entity.size(), entity) != 0) continue;
+            length = entity.size();
+            character = row.character;
+        }
+        decoded += character;
+        i += length;
+    }
+    return decoded;
+}
+
+} // namespace
+
+std::string property_list::StringFor(const std::string& path, const std::string& key) {
+    const std::string list = ReadList(path);
+    const std::string keyElement = "<key>" + key + "</key>", open = "<string>", close = "</string>";
+    size_t at = list.find(keyElement);
+    if (at == std::string::npos) return "";
+    at = list.find_first_not_of(" \t\r\n", at + keyElement.size());
+    if (at == std::string::npos || list.compare(at, open.size(), open) != 0) return "";
+    at += open.size();
+    size_t end = list.find(close, at);
+    return end == std::string::npos ? "" : Decoded(list.substr(at, end - at));
+}

@@ -1,0 +1,2 @@
+extern "C" int NobodyHasThis();
+extern "C" int ModuleAnswer() { return NobodyHasThis(); }
