@@ -8,7 +8,7 @@
 #include "platform/references.h"
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 
 static const HFSUniStr255 kSetAsideName = {9, {'.', 'D', 'e', 'l', 'e', 't', 'e', 'M', 'e'}};
 

@@ -11,7 +11,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <initializer_list>
 
 namespace fs = std::filesystem;
 
@@ -52,9 +54,11 @@ const Names kForks = {"FSIterateForks", "FSCreateFork", "FSOpenFork",    "FSOpen
                       "FSAllocateFork", "FSReadFork",   "FSWriteFork",   "FSSetForkSize",
                       "FSCloseFork",    "FSCloseFork",  "FSIterateForks"};
 
-Names operator+(Names a, const Names& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+// Several parts of a log, one after the other.
+Names Log(std::initializer_list<Names> parts) {
+    Names log;
+    for (const Names& part : parts) log.insert(log.end(), part.begin(), part.end());
+    return log;
 }
 
 } // namespace
@@ -65,8 +69,8 @@ TEST_F(CopySteps, NewFileIsCreatedFilledAndThenGivenItsRealFacts) {
     Names log = watch.log();
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
-    EXPECT_EQ(log,
-              kPreflight + Names{"FSCreateFileUnicode"} + kForks + Names{"FSSetCatalogInfo", "DisposePtr"});
+    const Names expected = Log({kPreflight, {"FSCreateFileUnicode"}, kForks, {"FSSetCatalogInfo", "DisposePtr"}});
+    EXPECT_EQ(log, expected);
 }
 
 TEST_F(CopySteps, ReplacedFileIsSetAsideFirstAndDeletedLast) {
@@ -76,8 +80,11 @@ TEST_F(CopySteps, ReplacedFileIsSetAsideFirstAndDeletedLast) {
     Names log = watch.log();
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
-    EXPECT_EQ(log, kPreflight + Names{"FSRenameUnicode", "FSCreateFileUnicode"} + kForks +
-                       Names{"FSSetCatalogInfo", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"});
+    const Names expected = Log({kPreflight,
+                                {"FSRenameUnicode", "FSCreateFileUnicode"},
+                                kForks,
+                                {"FSSetCatalogInfo", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"}});
+    EXPECT_EQ(log, expected);
 }
 
 TEST_F(CopySteps, FailureToDeleteTheSetAsideObjectIsTheResult) {

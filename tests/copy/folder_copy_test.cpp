@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 class FolderCopyTest : public testing::Test {
-protected:
+public:
     FolderCopyTest() {
         fs::create_directories(folder.path() / "from/tree");
         fs::create_directory(folder.path() / "to");

@@ -175,4 +175,4 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, CopySweep,
                                          Scenario{"DropBox", false, false, kDupeActionStandard, true},
                                          Scenario{"ServerCopyFallingBack", false, false, kDupeActionStandard,
                                                   false, true}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& scenario) { return scenario.param.name; });
