@@ -98,7 +98,10 @@ static OSErr RestoreAfterCopy(const FSCatalogInfo& info, const FSRef* newRef, co
     constexpr FSCatalogInfoBitmap kFlagsAndPermissions = kFSCatInfoNodeFlags | kFSCatInfoPermissions;
     if (!IsLink(info)) return FSSetCatalogInfo(newRef, kFlagsAndPermissions | kFSCatInfoFinderInfo, &info);
     OSErr result = FSSetCatalogInfo(newRef, kFlagsAndPermissions, &info);
-    return result == noErr ? FSpSetFInfo(newSpec, info.finderInfo) : result;
+    if (result != noErr) return result;
+    FInfo finderInfo;
+    std::memcpy(finderInfo.bytes, info.finderInfo, sizeof finderInfo.bytes);
+    return FSpSetFInfo(newSpec, &finderInfo);
 }
 
 OSErr DoCopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef* destDir,
