@@ -1,0 +1,176 @@
+// Copies that fail for real: full and read-only volumes, folders and sources that go away, a process killed in the middle.
+#include "TavPort.h"
+#include "support/files.h"
+#include "support/mounts.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class CopyRealFailures : public testing::Test {
+protected:
+    CopyRealFailures() {
+        fs::create_directory(folder / "from");
+        fs::create_directory(folder / "to");
+    }
+    int32_t Copy(const std::string& source, const std::string& dest, int32_t failIfExists = 0) {
+        return TavCopyFile(Wide(folder / source).c_str(), Wide(folder / dest).c_str(), failIfExists);
+    }
+    std::string Content(const std::string& name) { return ReadFile(folder / name); }
+
+    TemporaryFolder folder;
+};
+
+bool Exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
+
+std::string Bytes(size_t size, char byte) { return std::string(size, byte); }
+
+// A volume of its own on the folder "to"; names the reason where that cannot be had.
+class CopyOntoVolume : public CopyRealFailures {
+protected:
+    void SetUp() override {
+        std::string reason = EnterPrivateMounts();
+        if (!reason.empty()) GTEST_SKIP() << reason;
+        MountTmpfs(folder / "to", "size=1m");
+    }
+    void TearDown() override { Unmount(folder / "to"); }
+};
+
+} // namespace
+
+TEST_F(CopyOntoVolume, FullVolumeKeepsTheOldFileAndNothingHalfMade) {
+    WriteFile(folder / "from/file", Bytes(4 << 20, 'n'));
+    WriteFile(folder / "to/file", "old");
+    EXPECT_EQ(Copy("from/file", "to/file"), 0);
+    EXPECT_EQ(Content("to/file"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "to"), {}), 1);
+    EXPECT_EQ(Copy("from/file", "to/new"), 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "to"), {}), 1);
+}
+
+TEST_F(CopyOntoVolume, FullVolumeKeepsTheOldTree) {
+    fs::create_directory(folder / "from/tree");
+    fs::create_directory(folder / "to/tree");
+    WriteFile(folder / "from/tree/file", Bytes(4 << 20, 'n'));
+    WriteFile(folder / "to/tree/file", "old");
+    // A file that cannot be copied is skipped, so the tree counts as copied; what was there is then replaced.
+    EXPECT_EQ(Copy("from/tree", "to/tree"), 1);
+    EXPECT_FALSE(Exists(folder / "to/tree/file"));
+    EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+}
+
+TEST_F(CopyOntoVolume, ReadOnlyVolumeIsLeftAlone) {
+    WriteFile(folder / "from/file", "new");
+    WriteFile(folder / "to/file", "old");
+    MakeReadOnly(folder / "to");
+    EXPECT_EQ(Copy("from/file", "to/file"), 0);
+    EXPECT_EQ(Content("to/file"), "old");
+    EXPECT_EQ(Copy("from/file", "to/other", 1), 0);
+    EXPECT_FALSE(Exists(folder / "to/other"));
+    EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+}
+
+TEST_F(CopyOntoVolume, FolderHeldByAMountIsCopiedEmpty) {
+    fs::create_directories(folder / "from/tree/mount");
+    MountTmpfs(folder / "from/tree/mount", "size=1m");
+    WriteFile(folder / "from/tree/mount/inside", "x");
+    WriteFile(folder / "from/tree/file", "x");
+    EXPECT_EQ(Copy("from/tree", "to/tree", 1), 1);
+    EXPECT_TRUE(Exists(folder / "to/tree/file"));
+    EXPECT_TRUE(fs::is_empty(folder / "to/tree/mount"));
+    Unmount(folder / "from/tree/mount");
+}
+
+TEST_F(CopyRealFailures, TargetFolderRemovedHalfWayLeavesTheSource) {
+    WriteFile(folder / "from/file", Bytes(32 << 20, 'n'));
+    for (int run = 0; run < 5; ++run) {
+        fs::create_directories(folder / "to/sub");
+        std::thread remover([&] {
+            while (!Exists(folder / "to/sub/file")) std::this_thread::yield();
+            fs::rename(folder / "to/sub", folder / "to/gone");
+            fs::remove_all(folder / "to/gone");
+        });
+        int32_t copied = Copy("from/file", "to/sub/file");
+        remover.join();
+        EXPECT_FALSE(Exists(folder / "to/sub")) << copied;
+        EXPECT_EQ(fs::file_size(folder / "from/file"), 32u << 20);
+    }
+}
+
+TEST_F(CopyRealFailures, SourceCutShortWhileItIsCopiedLeavesNoHalfMadeFile) {
+    for (int run = 0; run < 5; ++run) {
+        WriteFile(folder / "from/file", Bytes(64 << 20, 'n'));
+        std::thread cutter([&] {
+            while (!Exists(folder / "to/file")) std::this_thread::yield();
+            ASSERT_EQ(truncate((folder / "from/file").c_str(), 1000), 0);
+        });
+        int32_t copied = Copy("from/file", "to/file");
+        cutter.join();
+        EXPECT_EQ(Exists(folder / "to/file"), copied == 1);
+        fs::remove(folder / "to/file");
+    }
+}
+
+TEST_F(CopyRealFailures, UnreadableSourceAndUnwritableTargetFail) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs the superuser to become another user";
+    WriteFile(folder / "from/secret", "x");
+    WriteFile(folder / "from/file", "x");
+    ASSERT_EQ(chmod((folder / "from/secret").c_str(), 0600), 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        bool refused = setgid(65534) == 0 && setuid(65534) == 0 && Copy("from/secret", "to/secret") == 0 &&
+                       Copy("from/file", "to/file") == 0;
+        _exit(refused ? 0 : 1);
+    }
+    int status;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+}
+
+TEST_F(CopyRealFailures, ProcessKilledDuringAReplacingCopyLeavesTheOldContent) {
+    const std::string fresh = Bytes(8 << 20, 'n'), old = Bytes(100000, 'o');
+    WriteFile(folder / "from/file", fresh);
+    std::mt19937 random(20050101);
+    for (int run = 0; run < 200; ++run) {
+        WriteFile(folder / "to/file", old);
+        int ready[2];
+        ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ASSERT_EQ(write(ready[1], "x", 1), 1);
+            Copy("from/file", "to/file");
+            _exit(0);
+        }
+        char byte;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        for (unsigned spins = random() % 4000; spins > 0; --spins) getppid();
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        close(ready[0]);
+        close(ready[1]);
+
+        bool oldReachable = (Exists(folder / "to/file") && Content("to/file") == old) ||
+                            (Exists(folder / "to/.DeleteMe") && Content("to/.DeleteMe") == old);
+        bool newComplete = Exists(folder / "to/file") && Content("to/file") == fresh;
+        EXPECT_TRUE(oldReachable || newComplete) << "run " << run;
+        fs::remove(folder / "to/.DeleteMe");
+        fs::remove(folder / "to/file");
+    }
+}
