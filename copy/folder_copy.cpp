@@ -3,6 +3,7 @@
 #include "copy/file_copy.h"
 #include "copy/finder_info.h"
 #include "copy/fork_copy.h"
+#include "copy/volume_facts.h"
 #include "platform/clock.h"
 #include "platform/iterators.h"
 #include "platform/objects.h"
@@ -82,18 +83,25 @@ static OSErr AddFolder(GenLinkedList* list, const FSRef& source, const FSRef& de
     return result;
 }
 
-// Makes the copy of a sub-folder and remembers to visit it, unless it lies at the depth limit.
+// Whether the walk goes into a sub-folder: not at the depth limit, and not where another volume is mounted on
+// it.
+static bool IsEntered(const FSCopyFolderGlobals* globals, const FSRef& folder) {
+    if (globals->maxLevels != 0 && globals->level + 1 >= globals->maxLevels) return false;
+    FSVolumeRefNum volume;
+    return FSGetVRefNum(&folder, &volume) == noErr && volume == globals->volume;
+}
+
+// Makes the copy of a sub-folder and remembers to visit it where it is to be entered.
 static OSErr CopySubFolder(FSCopyFolderGlobals* globals, ItemCount index, GenLinkedList* subFolders,
                            FSRef* newRef, FSSpec* newSpec) {
     const FSRef& source = globals->refs[index];
-    // The new top folder may be met in the source through another mount of the same folder; a copy of it
-    // would never end.
+    // The new top folder may lie in the source by way of another mount of the same folder; a copy of it would
+    // never end.
     if (FSCompareFSRefs(&source, globals->newTop) == noErr) return kDestInsideSourceErr;
     OSErr result = CreateFolder(&source, globals->destDir, &globals->catalogInfos[index],
                                 &globals->names[index], globals->copyParams, newRef, newSpec);
-    ItemCount level = globals->level + 1;
-    bool enter = globals->maxLevels == 0 || level < globals->maxLevels;
-    return result == noErr && enter ? AddFolder(subFolders, source, *newRef, level) : result;
+    if (result != noErr || !IsEntered(globals, source)) return result;
+    return AddFolder(subFolders, source, *newRef, globals->level + 1);
 }
 
 // Copies one item of the batch. kept: an item that fails is skipped; only a filter can make it stop the copy.
@@ -201,6 +209,7 @@ OSErr FSCopyFolder(const FSRef* source, const FSRef* destDir, const FSCatalogInf
     InitLinkedList(&globals.folderList, MyDisposeDataProc);
 
     OSErr result = AllocateBatch(&globals);
+    if (result == noErr) result = FSGetVRefNum(source, &globals.volume);
     bool wantSpec = newSpec || filter->wantFSSpec;
     if (result == noErr)
         result = CreateTopFolder(&globals, source, destDir, sourceInfo, newName, &newTop,

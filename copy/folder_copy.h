@@ -17,9 +17,10 @@ struct FSCopyFolderGlobals {
     ListPosition position;    // the one being processed
     CopyParams* copyParams;
     FilterParams* filterParams;
-    ItemCount maxLevels; // 0 for no limit
-    ItemCount level;     // of the folder being processed; the top one has 0
-    const FSRef* newTop; // the copy's own top folder, which is not entered where the walk meets it
+    ItemCount maxLevels;   // 0 for no limit
+    ItemCount level;       // of the folder being processed; the top one has 0
+    const FSRef* newTop;   // the copy's own top folder, which is not entered where the walk meets it
+    FSVolumeRefNum volume; // the source's; what is mounted inside it is not part of it
 };
 
 // A folder to visit and its copy, already made.

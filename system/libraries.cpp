@@ -16,8 +16,12 @@ using Released = std::unique_ptr<std::remove_pointer_t<Ref>, Releaser>;
 using String = Released<CFStringRef>;
 using URL = Released<CFURLRef>;
 
-OpacTavLibrary* HandleOf(CFBundleRef bundle) { return reinterpret_cast<OpacTavLibrary*>(bundle); }
-CFBundleRef BundleOf(OpacTavLibrary* library) { return reinterpret_cast<CFBundleRef>(library); }
+OpacTavLibrary* HandleOf(CFBundleRef bundle) {
+    return reinterpret_cast<OpacTavLibrary*>(bundle);
+}
+CFBundleRef BundleOf(OpacTavLibrary* library) {
+    return reinterpret_cast<CFBundleRef>(library);
+}
 
 // `name` in the folder "contents" of the application's bundle.
 CFBundleRef FindInApplication(CFStringRef name) {

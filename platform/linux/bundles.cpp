@@ -1,8 +1,8 @@
-// Code bundles, on the dynamic loader. A bundle is a folder with Contents/MacOS/NAME, a framework, or a plain shared
-// object; NAME comes from Contents/Info.plist where it says so, else from the folder's name. Unlike on the platform, a
-// folder without an executable is no bundle, and code is unloaded with the last reference. Bundles in use stand in a list,
-// so that loading one twice gives the same object; the loader runs outside the list's lock, because the code that it
-// starts may load bundles itself.
+// Code bundles, on the dynamic loader. A bundle is a folder with Contents/MacOS/NAME, a framework, or a plain
+// shared object; NAME comes from Contents/Info.plist where it says so, else from the folder's name. Unlike on
+// the platform, a folder without an executable is no bundle, and code is unloaded with the last reference.
+// Bundles in use stand in a list, so that loading one twice gives the same object; the loader runs outside
+// the list's lock, because the code that it starts may load bundles itself.
 //
 // Order: finding the executable; the bundles in use; the operations.
 #include "platform/bundles.h"
@@ -80,9 +80,11 @@ std::string ExecutableOf(const std::string& path) {
     if (IsFile(path)) return path;
     if (!IsFolder(path)) return "";
     std::string contents = OnDisk(path + "/Contents");
-    std::string name = contents.empty() ? "" : property_list::StringFor(contents + "/Info.plist", "CFBundleExecutable");
+    std::string name =
+        contents.empty() ? "" : property_list::StringFor(contents + "/Info.plist", "CFBundleExecutable");
     if (name.empty() || name.find('/') != std::string::npos) name = StemOf(path);
-    std::string candidates[] = {contents + "/MacOS/" + name, path + "/Versions/Current/" + name, path + "/" + name};
+    std::string candidates[] = {contents + "/MacOS/" + name, path + "/Versions/Current/" + name,
+                                path + "/" + name};
     for (size_t i = contents.empty() ? 1 : 0; i < std::size(candidates); ++i)
         if (IsFile(candidates[i])) return candidates[i];
     return "";
@@ -94,7 +96,8 @@ std::mutex lock;
 OpaqueCFBundle* inUse = nullptr;
 
 void HandleForks() {
-    static const bool handled = PlatformAtFork([] { lock.lock(); }, [] { lock.unlock(); }, [] { lock.unlock(); }) == 0;
+    static const bool handled =
+        PlatformAtFork([] { lock.lock(); }, [] { lock.unlock(); }, [] { lock.unlock(); }) == 0;
     static_cast<void>(handled);
 }
 
@@ -156,7 +159,8 @@ std::string MainBundlePath() {
     folder.resize(folder.rfind('/'));
     constexpr char kInside[] = "/Contents/MacOS";
     constexpr size_t kInsideLength = sizeof kInside - 1;
-    if (folder.size() > kInsideLength && folder.compare(folder.size() - kInsideLength, kInsideLength, kInside) == 0)
+    if (folder.size() > kInsideLength &&
+        folder.compare(folder.size() - kInsideLength, kInsideLength, kInside) == 0)
         folder.resize(folder.size() - kInsideLength);
     return folder.empty() ? "/" : folder;
 }
@@ -164,7 +168,8 @@ std::string MainBundlePath() {
 // The code of a bundle, loaded now if it was not; null when it cannot be.
 void* CodeOf(CFBundleRef bundle) {
     if (void* code = bundle->code) return code;
-    void* loaded = bundle->executable.empty() ? nullptr : dlopen(bundle->executable.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* loaded =
+        bundle->executable.empty() ? nullptr : dlopen(bundle->executable.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!loaded) return nullptr;
     void* before = nullptr;
     if (bundle->code.compare_exchange_strong(before, loaded)) return loaded;
@@ -198,7 +203,9 @@ CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) try {
     return nullptr;
 }
 
-Boolean CFBundleLoadExecutable(CFBundleRef bundle) { return bundle && CodeOf(bundle); }
+Boolean CFBundleLoadExecutable(CFBundleRef bundle) {
+    return bundle && CodeOf(bundle);
+}
 
 void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName) try {
     void* code = bundle && functionName ? CodeOf(bundle) : nullptr;

@@ -1,5 +1,5 @@
-// Property lists in their XML form. One text behind one key is all that is ever asked for, so this looks for exactly that
-// and does not parse the rest.
+// Property lists in their XML form. One text behind one key is all that is ever asked for, so this looks for
+// exactly that and does not parse the rest.
 #include "platform/linux/property_list.h"
 
 #include <filesystem>

@@ -1,8 +1,8 @@
-// FSMakeFSSpec, FSpMakeFSRef, PBHGetDirAccessSync, PBHCopyFileSync: objects named by folder number and Mac Roman name,
-// access rights and copies that a file server makes itself, on copy_file_range, which hands the work to NFS and SMB
-// servers that can do it. Folder numbers belong to the whole host, so volume numbers beside them are only passed on.
-// Volumes without a server answer -50 throughout: their rights are in the mode and their copies are made by hand. The
-// superuser, whom no server's rights concern, gets -50 too.
+// FSMakeFSSpec, FSpMakeFSRef, PBHGetDirAccessSync, PBHCopyFileSync: objects named by folder number and Mac
+// Roman name, access rights and copies that a file server makes itself, on copy_file_range, which hands the
+// work to NFS and SMB servers that can do it. Folder numbers belong to the whole host, so volume numbers
+// beside them are only passed on. Volumes without a server answer -50 throughout: their rights are in the
+// mode and their copies are made by hand. The superuser, whom no server's rights concern, gets -50 too.
 //
 // Sections: names, rights, copies.
 #include "platform/volumes.h"
@@ -137,13 +137,15 @@ static OSErr CopyData(const FSRef& source, const FSRef& copy, uint64_t size) {
 // The facts that a copy gets last: the lock would keep its data from being written, which changes its date.
 static OSErr FinishCopy(const FSRef& copy, const FSCatalogInfo& info) {
     return FSSetCatalogInfo(
-        &copy, kFSCatInfoNodeFlags | kFSCatInfoPermissions | kFSCatInfoContentMod | kFSCatInfoFinderInfo, &info);
+        &copy, kFSCatInfoNodeFlags | kFSCatInfoPermissions | kFSCatInfoContentMod | kFSCatInfoFinderInfo,
+        &info);
 }
 
 static OSErr CopyOnServer(const FSRef& source, const FSRef& folder, const HFSUniStr255& name) {
     FSCatalogInfo info;
-    OSErr result = FSGetCatalogInfo(&source, kFSCatInfoSettableInfo | kFSCatInfoDataSizes | kFSCatInfoRsrcSizes, &info,
-                                    nullptr, nullptr, nullptr);
+    OSErr result =
+        FSGetCatalogInfo(&source, kFSCatInfoSettableInfo | kFSCatInfoDataSizes | kFSCatInfoRsrcSizes, &info,
+                         nullptr, nullptr, nullptr);
     if (result != noErr) return result;
     if ((info.nodeFlags & kFSNodeIsDirectoryMask) || info.rsrcLogicalSize > 0) return paramErr;
 
@@ -151,7 +153,8 @@ static OSErr CopyOnServer(const FSRef& source, const FSRef& folder, const HFSUni
     atFirst.nodeFlags &= static_cast<uint16_t>(~kFSNodeLockedMask);
     atFirst.permissions.mode |= S_IRWXU;
     FSRef copy;
-    result = FSCreateFileUnicode(&folder, name.length, name.unicode, kFSCatInfoSettableInfo, &atFirst, &copy, nullptr);
+    result = FSCreateFileUnicode(&folder, name.length, name.unicode, kFSCatInfoSettableInfo, &atFirst, &copy,
+                                 nullptr);
     if (result != noErr) return result;
     result = CopyData(source, copy, info.dataLogicalSize);
     if (result == noErr) result = FinishCopy(copy, info);
@@ -168,7 +171,8 @@ OSErr PBHCopyFileSync(HParamBlockRec* paramBlock) {
         bool serverCopies = false;
         OSErr result = LocateNamed(*paramBlock, source, place);
         if (result != noErr) return result;
-        if (!S_ISREG(place.facts.stx_mode) || !IsServed(place, serverCopies) || !serverCopies) return paramErr;
+        if (!S_ISREG(place.facts.stx_mode) || !IsServed(place, serverCopies) || !serverCopies)
+            return paramErr;
 
         HFSUniStr255 name;
         result = UnicodeName(paramBlock->ioCopyName ? paramBlock->ioCopyName : paramBlock->ioNamePtr, name);

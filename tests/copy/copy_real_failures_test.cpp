@@ -1,4 +1,5 @@
-// Copies that fail for real: full and read-only volumes, folders and sources that go away, a process killed in the middle.
+// Copies that fail for real: full and read-only volumes, folders and sources that go away, a process killed
+// in the middle.
 #include "TavPort.h"
 #include "support/files.h"
 #include "support/mounts.h"
@@ -7,6 +8,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,9 +36,13 @@ protected:
     TemporaryFolder folder;
 };
 
-bool Exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
+bool Exists(const std::string& path) {
+    return fs::exists(fs::symlink_status(path));
+}
 
-std::string Bytes(size_t size, char byte) { return std::string(size, byte); }
+std::string Bytes(size_t size, char byte) {
+    return std::string(size, byte);
+}
 
 // A volume of its own on the folder "to"; names the reason where that cannot be had.
 class CopyOntoVolume : public CopyRealFailures {
@@ -92,6 +98,17 @@ TEST_F(CopyOntoVolume, FolderHeldByAMountIsCopiedEmpty) {
     EXPECT_TRUE(Exists(folder / "to/tree/file"));
     EXPECT_TRUE(fs::is_empty(folder / "to/tree/mount"));
     Unmount(folder / "from/tree/mount");
+}
+
+TEST_F(CopyOntoVolume, NewFolderThatIsMetThroughAnotherMountIsNotEntered) {
+    fs::create_directories(folder / "from/tree/sub");
+    WriteFile(folder / "from/tree/file", "x");
+    ASSERT_EQ(mount((folder / "from/tree/sub").c_str(), (folder / "to").c_str(), nullptr, MS_BIND, nullptr),
+              0);
+    EXPECT_EQ(Copy("from/tree", "to/copy", 1), 1);
+    EXPECT_TRUE(Exists(folder / "to/copy/file"));
+    EXPECT_TRUE(fs::is_empty(folder / "to/copy/sub"));
+    Unmount(folder / "to");
 }
 
 TEST_F(CopyRealFailures, TargetFolderRemovedHalfWayLeavesTheSource) {

@@ -69,7 +69,8 @@ TEST_F(CopySteps, NewFileIsCreatedFilledAndThenGivenItsRealFacts) {
     Names log = watch.log();
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
-    const Names expected = Log({kPreflight, {"FSCreateFileUnicode"}, kForks, {"FSSetCatalogInfo", "DisposePtr"}});
+    const Names expected =
+        Log({kPreflight, {"FSCreateFileUnicode"}, kForks, {"FSSetCatalogInfo", "DisposePtr"}});
     EXPECT_EQ(log, expected);
 }
 

@@ -207,23 +207,27 @@ TEST(GetMagicBusyCreateDate, NullIsRefused) {
     EXPECT_EQ(GetMagicBusyCreateDate(nullptr), paramErr);
 }
 
-TEST(GetMagicBusyCreateDate, IsTheMorningOf14February1946InLocalTime) {
-    ASSERT_EQ(setenv("TZ", "EST5", 1), 0);
+namespace {
+
+void UseTimeZone(const char* zone) {
+    setenv("TZ", zone, 1);
     tzset();
-    UTCDateTime date{1, 1, 1};
-    ASSERT_EQ(GetMagicBusyCreateDate(&date), noErr);
-    EXPECT_EQ(date.highSeconds, 0);
-    EXPECT_EQ(date.fraction, 0);
-    EXPECT_EQ(date.lowSeconds, 1329266096u + 5 * 3600);
 }
 
-TEST(GetMagicBusyCreateDate, IsComputedOnce) {
-    ASSERT_EQ(setenv("TZ", "UTC0", 1), 0);
-    tzset();
-    UTCDateTime first, second;
-    ASSERT_EQ(GetMagicBusyCreateDate(&first), noErr);
-    ASSERT_EQ(setenv("TZ", "EST5", 1), 0);
-    tzset();
-    ASSERT_EQ(GetMagicBusyCreateDate(&second), noErr);
-    EXPECT_EQ(first.lowSeconds, second.lowSeconds);
+// Whether a fresh process computes the date in one time zone and keeps it in another.
+bool IsComputedOnceInLocalTime() {
+    UTCDateTime first{1, 1, 1}, second;
+    UseTimeZone("EST5");
+    bool computed = GetMagicBusyCreateDate(&first) == noErr;
+    UseTimeZone("UTC0");
+    bool kept = GetMagicBusyCreateDate(&second) == noErr && second.lowSeconds == first.lowSeconds;
+    return computed && kept && first.highSeconds == 0 && first.fraction == 0 &&
+           first.lowSeconds == 1329266096u + 5 * 3600;
+}
+
+} // namespace
+
+TEST(GetMagicBusyCreateDateDeathTest, IsTheMorningOf14February1946InLocalTimeComputedOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(IsComputedOnceInLocalTime() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

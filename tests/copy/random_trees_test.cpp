@@ -34,7 +34,8 @@ private:
     int Below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }
 
     std::string FreshName() {
-        static const char* stems[] = {"a", "b c", "\xC3\xA9", ".dot", "x:y", "\xE4\xB8\xAD", "bad\xFF", "long"};
+        static const char* stems[] = {"a",   "b c",          "\xC3\xA9", ".dot",
+                                      "x:y", "\xE4\xB8\xAD", "bad\xFF",  "long"};
         std::string name = stems[Below(8)] + std::to_string(++made_);
         if (Below(20) == 0) name += std::string(200, 'n');
         return name;
@@ -44,13 +45,16 @@ private:
         case 0:
             if (depth > 0) return Fill(path, depth - 1);
             [[fallthrough]];
-        case 1: return fs::create_symlink(Below(2) ? "nowhere" : "/tmp", path);
-        default: return MakeFile(path);
+        case 1:
+            return fs::create_symlink(Below(2) ? "nowhere" : "/tmp", path);
+        default:
+            return MakeFile(path);
         }
     }
     void MakeFile(const fs::path& path) {
         static const int sizes[] = {0, 1, 511, 512, 513, 5000, 70000};
-        WriteFile(path.string(), std::string(static_cast<size_t>(sizes[Below(7)]), static_cast<char>('a' + Below(26))));
+        WriteFile(path.string(),
+                  std::string(static_cast<size_t>(sizes[Below(7)]), static_cast<char>('a' + Below(26))));
         if (Below(3) == 0) Dress(path.string());
         SetMode(path, 0400 | Below(01000));
         timespec dates[2] = {{0, UTIME_OMIT}, {1000000000 + Below(500000000), 0}};
@@ -64,7 +68,9 @@ private:
         for (int i = 0; i < 8; ++i) info.finderInfo[i] = static_cast<uint8_t>('A' + Below(26));
         info.createDate = {0, 3000000000u + static_cast<uint32_t>(Below(1000000)), 0};
         if (Below(3) == 0) info.nodeFlags = kFSNodeLockedMask;
-        ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo | kFSCatInfoCreateDate | kFSCatInfoNodeFlags, &info), noErr);
+        ASSERT_EQ(
+            FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo | kFSCatInfoCreateDate | kFSCatInfoNodeFlags, &info),
+            noErr);
     }
     void AddResources(const FSRef& ref) {
         HFSUniStr255 name;
@@ -73,7 +79,8 @@ private:
         ASSERT_EQ(FSGetResourceForkName(&name), noErr);
         ASSERT_EQ(FSCreateFork(&ref, name.length, name.unicode), noErr);
         ASSERT_EQ(FSOpenFork(&ref, name.length, name.unicode, fsWrPerm, &fork), noErr);
-        ASSERT_EQ(FSWriteFork(fork, fsAtMark, 0, static_cast<ByteCount>(bytes.size()), bytes.data(), nullptr), noErr);
+        ASSERT_EQ(FSWriteFork(fork, fsAtMark, 0, static_cast<ByteCount>(bytes.size()), bytes.data(), nullptr),
+                  noErr);
         ASSERT_EQ(FSCloseFork(fork), noErr);
     }
     static void SetMode(const fs::path& path, int mode) {
@@ -86,7 +93,8 @@ private:
 
 // What `find` tells of everything in a tree: type, mode, size, link text, and the files' dates.
 std::string Facts(const std::string& root) {
-    std::string command = "cd '" + root + "' && { find . ! -type d ! -name '._*' -printf '%p %y %m %s %l %Ts\\n' ; " +
+    std::string command = "cd '" + root +
+                          "' && { find . ! -type d ! -name '._*' -printf '%p %y %m %s %l %Ts\\n' ; " +
                           "find . -type d -printf '%p %y %m\\n' ; } | sort";
     std::string text;
     FILE* pipe = popen(command.c_str(), "r");
@@ -99,7 +107,9 @@ std::string Facts(const std::string& root) {
 std::map<std::string, std::string> Metadata(const std::string& root) {
     std::map<std::string, std::string> all;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (!entry.is_regular_file() || entry.is_symlink() || entry.path().filename().string().starts_with("._")) continue;
+        if (!entry.is_regular_file() || entry.is_symlink() ||
+            entry.path().filename().string().starts_with("._"))
+            continue;
         FSRef ref = Reference(entry.path().string());
         FSCatalogInfo info{};
         constexpr FSCatalogInfoBitmap kFacts =
@@ -123,7 +133,10 @@ TEST(RandomTrees, CopyComparesEqualAndIsDeletedToNothing) {
         RandomTree(seed).Fill(folder / "from", 3);
         ASSERT_EQ(TavCopyFile(Wide(folder / "from").c_str(), Wide(folder / "to").c_str(), 1), 1);
 
-        EXPECT_EQ(system(("diff -r --no-dereference '" + (folder / "from") + "' '" + (folder / "to") + "' >&2").c_str()), 0);
+        EXPECT_EQ(
+            system(("diff -r --no-dereference '" + (folder / "from") + "' '" + (folder / "to") + "' >&2")
+                       .c_str()),
+            0);
         EXPECT_EQ(Facts(folder / "from"), Facts(folder / "to"));
         EXPECT_EQ(Metadata(folder / "from"), Metadata(folder / "to"));
 

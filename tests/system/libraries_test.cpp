@@ -53,7 +53,9 @@ private:
 
 } // namespace
 
-TEST_F(LibrariesTest, SharedObjectFileIsLoaded) { EXPECT_EQ(AnswerOf(Load(Place("plug.so"))), 42); }
+TEST_F(LibrariesTest, SharedObjectFileIsLoaded) {
+    EXPECT_EQ(AnswerOf(Load(Place("plug.so"))), 42);
+}
 
 TEST_F(LibrariesTest, BundleIsLoadedByTheNameOfItsFolder) {
     Place("Plug.bundle/Contents/MacOS/Plug");
