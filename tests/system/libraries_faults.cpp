@@ -10,7 +10,7 @@
 // Every call of loading a module failing in turn: null or a module, never a crash, and nothing is left open.
 TEST(TavLoadLibrary, EachCallFails_GivesNullOrAModule) {
     TemporaryFolder folder;
-    std::filesystem::copy_file(std::string(TAVPORT_TEST_MODULES) + "/good.so", folder / "plug.so");
+    std::filesystem::copy_file(std::filesystem::path(TAVPORT_TEST_MODULES) / "good.so", folder / "plug.so");
     const std::u16string path = Wide(folder / "plug.so");
     OpacTavLibrary* library = nullptr;
     TavProc answer = nullptr;
