@@ -5,6 +5,7 @@
 #include "platform/linux/multiprocessing_tasks.h"
 #include "platform/process.h"
 #include "support/running_task.h"
+#include "support/sanitizers.h"
 
 #include <array>
 #include <atomic>
@@ -21,14 +22,6 @@
 #include <vector>
 
 namespace {
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool kThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
 
 class Termination : public testing::Test {
 protected:
@@ -50,14 +43,6 @@ void Spin(unsigned times) {
     while (count.fetch_add(1, std::memory_order_relaxed) < times) {
     }
 }
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kLeakSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool kLeakSanitizer = __has_feature(address_sanitizer);
-#else
-constexpr bool kLeakSanitizer = false;
-#endif
 
 // Counts the handlers of the application that run when a thread ends.
 std::atomic<int> handlersRun = 0;
@@ -83,7 +68,7 @@ void RunWithHandlers(const std::function<void()>& body) {
     ASSERT_EQ(pthread_setspecific(key, &key), 0);
     CountsWhenDestroyed frame;
     pthread_cleanup_push(CountCleanup, nullptr);
-    if (kLeakSanitizer) {
+    if (kAddressSanitizer) {
         body(); // the C library's note of a destructor that never runs would be taken for a leak
     } else {
         static thread_local CountsWhenDestroyed threadLocal;

@@ -1,6 +1,7 @@
 #include "system/threads.h"
 
 #include "platform/linux/multiprocessing_ids.h"
+#include "support/sanitizers.h"
 #include "system/synchronisation.h"
 
 #include <gtest/gtest.h>
@@ -19,14 +20,6 @@ using Clock = std::chrono::steady_clock;
 uint32_t CallFunction(void* parameter) {
     return (*static_cast<std::function<uint32_t()>*>(parameter))();
 }
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool kThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
 
 // Threads that end by force, which the thread sanitizer would wait for without end.
 class ForcedEnd : public testing::Test {
