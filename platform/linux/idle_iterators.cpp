@@ -4,9 +4,9 @@
 #include "platform/linux/idle_iterators.h"
 
 #include "platform/linux/child_safe_mutex.h"
+#include "platform/linux/current_task.h"
 
 #include <algorithm>
-#include <mutex>
 #include <optional>
 #include <sys/resource.h>
 #include <utility>
@@ -65,7 +65,7 @@ struct GivenBack {
 
 // Takes from the iterator that rests longest, if more than `most` do.
 static std::optional<GivenBack> TakeFromOldest(size_t most) {
-    std::scoped_lock guard(lock);
+    HeldLock guard(lock);
     if (resting.count() <= most) return std::nullopt;
     OpaqueFSIterator& iterator = *resting.oldest();
     resting.Remove(iterator);
@@ -75,7 +75,7 @@ static std::optional<GivenBack> TakeFromOldest(size_t most) {
 void LetRest(OpaqueFSIterator& iterator) {
     size_t count;
     {
-        std::scoped_lock guard(lock);
+        HeldLock guard(lock);
         resting.Append(iterator);
         count = resting.count();
     }
@@ -84,7 +84,7 @@ void LetRest(OpaqueFSIterator& iterator) {
 }
 
 void TakeUp(OpaqueFSIterator& iterator) {
-    std::scoped_lock guard(lock);
+    HeldLock guard(lock);
     resting.Remove(iterator);
 }
 

@@ -5,6 +5,8 @@
 // unloaded; a converter that cannot be opened for want of memory is asked for again the next time.
 #include "platform/linux/mac_roman.h"
 
+#include "platform/linux/current_task.h"
+
 #include <unicode/ucnv.h>
 #include <unicode/unorm2.h>
 
@@ -45,7 +47,7 @@ bool MakeTable() {
 // The table, made when it is first wanted; null when it cannot be had.
 const Table* GetTable() {
     if (tableMade.load(std::memory_order_acquire)) return &table;
-    const std::lock_guard<std::mutex> guard(tableLock);
+    const HeldLock guard(tableLock);
     if (!tableMade.load(std::memory_order_relaxed)) tableMade.store(MakeTable(), std::memory_order_release);
     return tableMade.load(std::memory_order_relaxed) ? &table : nullptr;
 }

@@ -3,6 +3,7 @@
 // not gone.
 #include "platform/linux/reference_state.h"
 
+#include "platform/linux/current_task.h"
 #include "platform/process.h"
 
 #include <mutex>
@@ -24,8 +25,8 @@ Holder& TheHolder() {
 }
 
 [[gnu::constructor]] void KeepUsableAcrossFork() {
-    PlatformAtFork([] { TheHolder().lock.lock(); }, [] { TheHolder().lock.unlock(); },
-                   [] { TheHolder().lock.unlock(); });
+    PlatformAtFork([] { LockForFork(TheHolder().lock); }, [] { UnlockAfterFork(TheHolder().lock); },
+                   [] { UnlockAfterFork(TheHolder().lock); });
 }
 
 [[gnu::destructor]] void CloseAtUnloading() {
@@ -46,10 +47,12 @@ void Devices::Remember(uint32_t device, uint32_t mount, const DeviceTraits& trai
 }
 
 StateLock::StateLock() {
+    HoldTermination();
     TheHolder().lock.lock();
 }
 StateLock::~StateLock() {
     TheHolder().lock.unlock();
+    ReleaseTermination();
 }
 ReferenceState* StateLock::operator->() const {
     return &TheHolder().state;

@@ -6,6 +6,7 @@
 #include "platform/strings.h"
 
 #include "platform/linux/ascii.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/string_object.h"
 
 #include <unicode/uchar.h>
@@ -54,7 +55,7 @@ public:
 
 private:
     void Make() {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const HeldLock guard(lock_);
         if (made_.load(std::memory_order_relaxed)) return;
         for (UChar32 c = 0; c < kSize; ++c) {
             UniChar folded[kMaxFolded];
