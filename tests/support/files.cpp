@@ -33,7 +33,7 @@ std::string ReadFile(const std::string& path) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 static std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>& Converter() {
-    static std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> converter;
+    thread_local std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> converter;
     return converter;
 }
 
