@@ -69,15 +69,14 @@ size_t ReadWithSystemCalls(const std::string& folder, bool attributes) {
     DIR* listing = opendir(folder.c_str());
     int descriptor = dirfd(listing);
     size_t count = 0;
-    char value[512], path[64];
+    char value[512];
     while (dirent* entry = readdir(listing)) {
         struct statx facts;
         if (statx(descriptor, entry->d_name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &facts) ==
             0)
             ++count;
         if (!attributes) continue;
-        snprintf(path, sizeof path, "%s", entry->d_name);
-        benchmark::DoNotOptimize(lgetxattr(path, "user.org.netatalk.Metadata", value, sizeof value));
+        benchmark::DoNotOptimize(lgetxattr(entry->d_name, "user.org.netatalk.Metadata", value, sizeof value));
     }
     closedir(listing);
     return count - 2; // "." and ".."
