@@ -16,8 +16,7 @@ struct LSItemInfoRecord {
 extern "C" {
 
 // Tells packages, folders that show as one file, from other items. `info` is all zero for others and after a
-// failure
-// (-43 when the object is gone, -50 for a null argument).
+// failure (-43 when the object is gone, -50 for a null argument).
 OSStatus LSCopyItemInfoForRef(const FSRef* itemRef, LSRequestedInfo whichInfo, LSItemInfoRecord* info);
 
 } // extern "C"

@@ -1,6 +1,5 @@
 // Formatting with 16-bit "%s" and "%c": the format is rewritten for the platform's formatter, where those are
-// "%S" and
-// "%C".
+// "%S" and "%C".
 // kept: the rewriting is literal. "%10s" is not rewritten and takes 8-bit text, and "%%s" becomes "%%S".
 #include "platform/strings.h"
 #include "text/inline_helpers.h"

@@ -48,8 +48,7 @@ struct Place {
 OSErr Locate(const FSRef& ref, Place& place);
 
 // Finds what the reference stands for in questions, opening and listing: for a link made from a path, its
-// target
-// (-43 when it dangles).
+// target (-43 when it dangles).
 OSErr LocateTarget(const FSRef& ref, Place& place);
 
 // Where the object was when last seen, for a caller that opens it at once: saves the look that Locate takes.

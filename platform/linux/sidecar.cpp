@@ -320,8 +320,8 @@ OSErr Sidecar::MakeResourceForkLast(Extent& extent) {
     if (end < header_.End()) {
         result = MoveResourceFork(*fork);
     } else if (end < size_ && ftruncate(file_.number(), static_cast<off_t>(end)) < 0) {
-        result =
-            LastError(); // what lies behind belongs to no entry, but would show when the fork grows over it
+        // What lies behind belongs to no entry, but would show when the fork grows over it.
+        result = LastError();
     }
     fork = header_.Find(kResourceFork);
     extent = {fork->offset, fork->length};

@@ -3,8 +3,7 @@
 //
 // It differs from the platform in three ways: non-ASCII names come back as they were given, because the
 // host's names are plain bytes that nobody decomposes; lone surrogates, which stand for bytes that are not
-// text, are allowed; and a
-// ":" never makes a path look like a URL with a scheme.
+// text, are allowed; and a ":" never makes a path look like a URL with a scheme.
 //
 // Order: rules for paths; the operations.
 #include "platform/urls.h"

@@ -3,6 +3,7 @@
 
 #include "platform/linux/references.h"
 #include "platform/references.h"
+#include "support/references.h"
 
 #include <string>
 
@@ -17,13 +18,6 @@ inline FSRef RefTo(const std::string& path) {
     FSRef ref = {};
     EXPECT_EQ(PathToRef(path, ref), noErr) << path;
     return ref;
-}
-
-// The path of a reference, or its result code as text.
-inline std::string PathOf(const FSRef& ref) {
-    uint8_t path[8192];
-    OSStatus result = FSRefMakePath(&ref, path, sizeof path);
-    return result == noErr ? reinterpret_cast<char*>(path) : "error " + std::to_string(result);
 }
 
 inline OSErr Find(const FSRef& ref) {

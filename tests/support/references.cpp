@@ -13,9 +13,9 @@ FSRef Reference(const std::string& path) {
 }
 
 std::string PathOf(const FSRef& ref) {
-    char path[4096];
-    OSStatus result = FSRefMakePath(&ref, reinterpret_cast<uint8_t*>(path), sizeof path);
-    return result == noErr ? path : "";
+    uint8_t path[8192];
+    const OSStatus result = FSRefMakePath(&ref, path, sizeof path);
+    return result == noErr ? reinterpret_cast<char*>(path) : "error " + std::to_string(result);
 }
 
 HFSUniStr255 Name(const std::u16string& units) {
