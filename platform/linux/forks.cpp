@@ -67,7 +67,8 @@ static OSErr MakeResourceFork(const FSRef& ref) {
     if (result == noErr) result = CheckType(place);
     if (result != noErr) return result;
     if (place.isLink) return permErr;
-    if (IsLocked(place)) return fLckdErr;
+    result = CheckUnlocked(place, fLckdErr);
+    if (result != noErr) return result;
     Sidecar sidecar;
     result = sidecar.Open(place, true);
     if (result != fnfErr) return result == noErr ? sidecar.MakeResourceFork() : result;
@@ -156,7 +157,8 @@ static OSErr OpenData(const Place& place, const Wish& wish, IsWanted isWanted,
     if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     if (!isWanted(facts)) return fnfErr;
     if (!S_ISREG(facts.stx_mode)) return permErr;
-    if (wish.write && IsLocked(place, file.number())) return permErr;
+    const OSErr result = wish.write ? CheckUnlocked(place, file.number(), permErr) : noErr;
+    if (result != noErr) return result;
     fork = NewFork(ForkKind::kData, file, facts, wish);
     if (!fork) return memFullErr;
     if (wish.write) fork->holdsDate = BeginHoldingDate(facts);
@@ -203,7 +205,8 @@ static OSErr OpenText(const Place& place, const Wish& wish, std::unique_ptr<Open
 
 // The sidecar's own mode always lets its owner write; the file's mode decides.
 static OSErr CheckWriting(const Place& place) {
-    if (IsLocked(place)) return permErr;
+    const OSErr result = CheckUnlocked(place, permErr);
+    if (result != noErr) return result;
     const int folder = place.folder.descriptor();
     return faccessat(folder, place.name, W_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0 ? noErr
                                                                                       : LastForkError();

@@ -128,8 +128,9 @@ static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
         const size_t length = std::strlen(name);
         if (length > kMaxNameBytes) return bdNamErr;
         std::memcpy(item.name, name, length + 1);
-        if (IsSidecar(item.folder.descriptor(), item.name)) continue;
-        result = LookAt(item, wanted, format);
+        result = WithDescriptors([&] { return FindSidecar(item.folder.descriptor(), item.name); });
+        if (result == noErr) continue;
+        if (result == fnfErr) result = LookAt(item, wanted, format);
         if (result != fnfErr) return result;
     }
 }
@@ -155,7 +156,7 @@ static OSErr Fetch(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCount i
     OSErr result;
     do {
         result = NextItem(iterator, wanted);
-        if (result == noErr) result = Describe(iterator, wanted, index);
+        if (result == noErr) result = WithDescriptors([&] { return Describe(iterator, wanted, index); });
     } while (result == fnfErr);
     return result;
 }

@@ -119,9 +119,10 @@ static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSC
     return noErr;
 }
 
-bool IsLocked(const Place& place) {
+OSErr CheckUnlocked(const Place& place, OSErr refusal) {
     Facts kept;
-    return LoadFacts(place, Look::kAttributeOnly, kept) == noErr && kept.locked;
+    const OSErr result = LoadFacts(place, Look::kAttributeOnly, kept);
+    return result == noErr && kept.locked ? refusal : result;
 }
 
 // ---- Sizes

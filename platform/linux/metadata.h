@@ -22,8 +22,9 @@ OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const 
 // `whichInfo` selects none). A content-modification date among them holds while its forks are first written.
 OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info);
 
-// Whether the object's lock bit is set. Needs no more of `place.facts` than the type.
-bool IsLocked(const Place& place);
+// 0 when the object is not locked, `refusal` when it is, else why that cannot be told. Needs no more of
+// `place.facts` than the type.
+OSErr CheckUnlocked(const Place& place, OSErr refusal);
 
 // Fills the older way of naming the object, with its reference inside.
 OSErr FillSpec(const Place& place, const FSRef& ref, FSSpec& spec);
@@ -31,6 +32,10 @@ OSErr FillSpec(const Place& place, const FSRef& ref, FSSpec& spec);
 // Whether the entry `name` is the sidecar of another entry: "._x", a regular file that begins with the
 // AppleDouble magic, beside an existing "x". Cheap for every name that does not begin with "._".
 bool IsSidecar(int folder, const char* name);
+
+// The same as a result code: 0 when it is, -43 when it is an ordinary entry, -42 or -108 when that cannot be
+// told.
+OSErr FindSidecar(int folder, const char* name);
 
 // To be asked before an object goes to another name: -48 when it has a sidecar whose place there is taken,
 // -37 when the sidecar's name would be too long.

@@ -116,13 +116,14 @@ OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
     return Interpret(found, record, place, look, facts);
 }
 
-bool IsLocked(const Place& place, int file) {
+OSErr CheckUnlocked(const Place& place, int file, OSErr refusal) {
     Record record;
     Facts facts;
     const Found found = ReadRecord(
         [file](void* bytes, size_t size) { return fgetxattr(file, kMetadataAttribute, bytes, size); },
         record);
-    return Interpret(found, record, place, Look::kAttributeOnly, facts) == noErr && facts.locked;
+    const OSErr result = Interpret(found, record, place, Look::kAttributeOnly, facts);
+    return result == noErr && facts.locked ? refusal : result;
 }
 
 // ---- Storing

@@ -13,8 +13,8 @@ enum class Look { kAttributeOnly, kFinderInfoInSidecar };
 // The defaults where nothing is kept, or where it cannot be read or understood. -43 when the object is gone.
 OSErr LoadFacts(const Place& place, Look look, appledouble::Facts& facts);
 
-// The same through a descriptor of the object's data; whether its lock bit is set is all that matters there.
-bool IsLocked(const Place& place, int file);
+// CheckUnlocked through a descriptor of the object's data.
+OSErr CheckUnlocked(const Place& place, int file, OSErr refusal);
 
 // Stores those of the selected facts that live in metadata, lending the owner the right to write where the
 // mode denies it. What turns out as the default leaves nothing behind.

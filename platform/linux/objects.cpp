@@ -85,7 +85,8 @@ struct Creation {
 // Gives the new object its facts and tells the caller of it.
 static OSErr Furnish(const Place& made, const Creation& creation) {
     FSRef ref;
-    OSErr result = FurnishNewObject(made, creation.whichInfo, creation.catalogInfo);
+    OSErr result =
+        WithDescriptors([&] { return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo); });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
@@ -101,7 +102,8 @@ static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniCh
     OSErr result = BytesFromName(name, nameLength, made.name);
     if (result == noErr)
         result = WithDescriptors([&] { return OpenContainer(*parentRef, made.folderID, made.folder); });
-    if (result == noErr) result = make(made, creation.whichInfo & kFSCatInfoPermissions);
+    if (result == noErr)
+        result = WithDescriptors([&] { return make(made, creation.whichInfo & kFSCatInfoPermissions); });
     if (result != noErr) return result;
     result = Furnish(made, creation);
     if (result != noErr) Unmake(made);
@@ -132,13 +134,15 @@ OSErr FSDeleteObject(const FSRef* ref) {
 
     bool isLocked;
     const bool hasNoSidecar = RecallSighting(*ref, place, isLocked);
-    if (!hasNoSidecar) isLocked = IsLocked(place);
-    if (isLocked) return fLckdErr;
-
-    result = Unlink(place);
+    if (hasNoSidecar)
+        result = isLocked ? fLckdErr : noErr;
+    else
+        result = WithDescriptors([&] { return CheckUnlocked(place, fLckdErr); });
+    if (result == noErr) result = Unlink(place);
     if (result != noErr) return result;
     ObjectDeleted(place);
-    return hasNoSidecar ? noErr : RemoveSidecar(place.folder.descriptor(), place.name);
+    if (hasNoSidecar) return noErr;
+    return WithDescriptors([&] { return RemoveSidecar(place.folder.descriptor(), place.name); });
 }
 
 // ---- Moving and renaming
@@ -165,11 +169,11 @@ static OSErr RenameEntry(const Place& from, const Place& to) {
 // Renames the object and its sidecar, both or neither.
 static OSErr RenameWithSidecar(const Place& from, const Place& to) {
     const int folder = from.folder.descriptor(), newFolder = to.folder.descriptor();
-    OSErr result = CheckSidecarMove(folder, from.name, newFolder, to.name);
+    OSErr result = WithDescriptors([&] { return CheckSidecarMove(folder, from.name, newFolder, to.name); });
     if (result == dupFNErr && AreOneEntry(from, to)) result = noErr;
     if (result == noErr) result = RenameEntry(from, to);
     if (result != noErr) return result;
-    result = RenameSidecar(folder, from.name, newFolder, to.name);
+    result = WithDescriptors([&] { return RenameSidecar(folder, from.name, newFolder, to.name); });
     if (result != noErr) (void)RenameWithoutReplacing(newFolder, to.name, folder, from.name);
     return result;
 }

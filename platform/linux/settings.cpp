@@ -90,9 +90,9 @@ OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const 
 }
 
 OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info) {
-    DisownOrphan(place.folder.descriptor(), place.name);
-    if (whichInfo == kFSCatInfoNone) return noErr;
-    const OSErr result = ApplyCatalogInfo(place, whichInfo, *info);
+    OSErr result = DisownOrphan(place.folder.descriptor(), place.name);
+    if (result != noErr || whichInfo == kFSCatInfoNone) return result;
+    result = ApplyCatalogInfo(place, whichInfo, *info);
     if (result == noErr && (whichInfo & kFSCatInfoContentMod)) KeepContentDate(place);
     return result;
 }

@@ -80,8 +80,8 @@ OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descript
 void MatchSidecar(const Place& place);
 
 // Makes what stands at "._name" an ordinary entry for good, if it would be the sidecar of the object that has
-// just come to `name` without one of its own.
-void DisownOrphan(int folder, const char* name);
+// just come to `name` without one of its own. -42 or -108 when it could not be looked at.
+OSErr DisownOrphan(int folder, const char* name);
 
 // Counts one more sidecar (see SidecarsMade).
 void CountSidecar();

@@ -72,10 +72,17 @@ OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descript
     return IsOrphan(file.number(), facts) ? fnfErr : noErr;
 }
 
-static bool IsAppleDouble(int folder, const char* sidecar) {
+// A want of descriptors or memory says nothing about an entry, and must not part a file from its sidecar.
+static bool IsWant(OSErr result) {
+    return result == tmfoErr || result == memFullErr;
+}
+
+// Like OpenAppleDouble without keeping it open; what cannot be opened is an ordinary entry, -43.
+static OSErr FindAppleDouble(int folder, const char* sidecar) {
     Descriptor file;
     struct statx facts;
-    return OpenAppleDouble(folder, sidecar, false, file, facts) == noErr;
+    const OSErr result = OpenAppleDouble(folder, sidecar, false, file, facts);
+    return result == noErr || IsWant(result) ? result : fnfErr;
 }
 
 // Whether an object that can have a sidecar has the name.
@@ -86,32 +93,38 @@ static bool HasNeighbour(int folder, const char* name) {
     return S_ISREG(facts.stx_mode) || S_ISDIR(facts.stx_mode);
 }
 
-bool IsSidecar(int folder, const char* name) {
+OSErr FindSidecar(int folder, const char* name) {
     // "._._x" belongs to "._x" unless that is the sidecar of "x", and so on; the last in the row is decided
     // first.
-    bool isSidecar = false;
+    OSErr result = fnfErr;
     size_t depth = 0;
     while (std::strncmp(name + 2 * depth, "._", 2) == 0 && HasNeighbour(folder, name + 2 * depth + 2))
         ++depth;
-    for (; depth; --depth) isSidecar = !isSidecar && IsAppleDouble(folder, name + 2 * (depth - 1));
-    return isSidecar;
+    for (; depth && !IsWant(result); --depth)
+        result = result == noErr ? fnfErr : FindAppleDouble(folder, name + 2 * (depth - 1));
+    return result;
+}
+
+bool IsSidecar(int folder, const char* name) {
+    return FindSidecar(folder, name) == noErr;
 }
 
 // The sidecar of the object that had `name` until a moment ago. For "._x" beside "x" the answer is none:
 // whether that was a sidecar itself can no longer be told, and then nothing of its own stood beside it.
 static OSErr FindSidecarOfGone(int folder, const char* name, const SidecarName& sidecar) {
     if (!sidecar || (std::strncmp(name, "._", 2) == 0 && HasNeighbour(folder, name + 2))) return fnfErr;
-    return IsAppleDouble(folder, sidecar.bytes) ? noErr : fnfErr;
+    return FindAppleDouble(folder, sidecar.bytes);
 }
 
 // ---- Taking them along
 
-void DisownOrphan(int folder, const char* name) {
+OSErr DisownOrphan(int folder, const char* name) {
     const SidecarName sidecar(name);
     Descriptor file;
     struct statx facts;
-    if (!sidecar || OpenAppleDouble(folder, sidecar.bytes, false, file, facts) != noErr) return;
-    RememberOrphan(file.number(), facts);
+    const OSErr result = sidecar ? OpenAppleDouble(folder, sidecar.bytes, false, file, facts) : fnfErr;
+    if (result == noErr) RememberOrphan(file.number(), facts);
+    return IsWant(result) ? result : noErr;
 }
 
 static bool AreOneEntry(int folder, const char* name, int otherFolder, const char* other) {
@@ -122,7 +135,8 @@ static bool AreOneEntry(int folder, const char* name, int otherFolder, const cha
 
 OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName) {
     const SidecarName sidecar(name), newSidecar(newName);
-    if (!sidecar || !IsSidecar(folder, sidecar.bytes)) return noErr;
+    const OSErr result = sidecar ? FindSidecar(folder, sidecar.bytes) : fnfErr;
+    if (result != noErr) return result == fnfErr ? noErr : result;
     if (!newSidecar) return bdNamErr;
     struct statx facts;
     if (FactsAt(newFolder, newSidecar.bytes, AT_SYMLINK_NOFOLLOW, facts) < 0) {
@@ -133,20 +147,20 @@ OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* 
 
 OSErr RemoveSidecar(int folder, const char* name) {
     const SidecarName sidecar(name);
-    if (FindSidecarOfGone(folder, name, sidecar) != noErr) return noErr;
+    const OSErr result = FindSidecarOfGone(folder, name, sidecar);
+    if (result != noErr) return result == fnfErr ? noErr : result;
     if (Retry([&] { return unlinkat(folder, sidecar.bytes, 0); }) == 0) return noErr;
     return LastErrorNumber() == ENOENT ? noErr : LastError();
 }
 
 OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName) {
     const SidecarName sidecar(name), newSidecar(newName);
-    if (FindSidecarOfGone(folder, name, sidecar) != noErr) {
-        DisownOrphan(newFolder, newName);
-        return noErr;
-    }
+    OSErr result = FindSidecarOfGone(folder, name, sidecar);
+    if (result == fnfErr) return DisownOrphan(newFolder, newName);
+    if (result != noErr) return result;
     if (!newSidecar) return bdNamErr;
     if (RenameWithoutReplacing(folder, sidecar.bytes, newFolder, newSidecar.bytes) < 0) {
-        const OSErr result = LastError();
+        result = LastError();
         if (result != dupFNErr) return result;
         if (!AreOneEntry(folder, sidecar.bytes, newFolder, newSidecar.bytes)) return dupFNErr;
         if (renameat(folder, sidecar.bytes, newFolder, newSidecar.bytes) < 0) return LastError();

@@ -1,6 +1,7 @@
 #include "platform/catalog.h"
 
 #include "metadata_support.h"
+#include "support/no_descriptors.h"
 
 namespace {
 class Catalog : public testing::Test {
@@ -136,12 +137,14 @@ TEST_F(Catalog, SettingFinderInfoBySpec_IsSettingIt) {
 TEST_F(Catalog, ExhaustedDescriptors_AreReportedAndNothingIsChanged) {
     WriteFile(folder_ / "folder/inside", "");
     const FSRef ref = RefTo(folder_ / "folder/inside");
-    std::vector<int> taken;
-    for (int next; (next = open("/dev/null", O_RDONLY)) >= 0;) taken.push_back(next);
     FSCatalogInfo info = {};
     info.nodeFlags = kFSNodeLockedMask;
-    const OSErr result = FSSetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info);
-    for (const int each : taken) close(each);
+    OSErr result;
+    {
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        result = FSSetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info);
+    }
     EXPECT_TRUE(result == tmfoErr || result == noErr) << result; // a cached descriptor may have been spared
     EXPECT_EQ(GetLock(folder_ / "folder/inside"), result == noErr);
 }

@@ -280,8 +280,10 @@ TEST_F(Forks, Failure_LeavesNoDescriptorOpen) {
 
 TEST_F(Forks, NoDescriptorLeft_IsTooManyOpenFiles) {
     const FSRef ref = RefTo(file_);
-    const rlimit limit = {64, 64};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {64, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     std::vector<FSForkRefNum> open;
     FSForkRefNum number = 0;
     OSErr result;
@@ -291,6 +293,7 @@ TEST_F(Forks, NoDescriptorLeft_IsTooManyOpenFiles) {
     EXPECT_GT(open.size(), 20u);
     for (const FSForkRefNum each : open) EXPECT_EQ(FSCloseFork(each), noErr);
     EXPECT_EQ(Open(file_, false, fsRdPerm), noErr);
+    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST_F(Forks, Descriptors_AreClosedInPrograms) {

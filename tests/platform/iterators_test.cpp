@@ -6,6 +6,7 @@
 #include "platform/references.h"
 #include "support/files.h"
 #include "support/mounts.h"
+#include "support/no_descriptors.h"
 #include "support/references.h"
 #include "support/sidecars.h"
 
@@ -267,6 +268,24 @@ TEST_P(Iterators, SidecarOfAFile_IsNotShown) {
     WriteFile(folder / "g", "x");
     WriteFile(folder / "._g", "no sidecar");
     EXPECT_EQ(Names(top, GetParam()), (Strings{"._g", "._orphan", "f", "g"}));
+}
+
+// It cannot be told from an ordinary entry then; a delete that took it for one would lose a resource fork.
+TEST_P(Iterators, NoDescriptorLeft_NoSidecarIsShown) {
+    WriteFile(folder / "f", "x");
+    WriteFile(folder / "._f", EmptySidecar());
+    const Iterator iterator(top, GetParam());
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
+    ItemCount count = 0;
+    HFSUniStr255 name;
+    OSErr result;
+    do {
+        result = FSGetCatalogInfoBulk(iterator, 1, &count, nullptr, kFSCatInfoNone, nullptr, nullptr, nullptr,
+                                      &name);
+        EXPECT_TRUE(count == 0 || NameOf(name) == "f");
+    } while (result == noErr);
+    EXPECT_TRUE(result == errFSNoMoreItems || result == tmfoErr) << result;
 }
 
 TEST_P(Iterators, NameThatIsNotUtf8_IsShownAsLoneSurrogates) {

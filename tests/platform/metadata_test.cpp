@@ -47,11 +47,11 @@ TEST_F(Metadata, NodeFlagsWithNothingButTheType_TellTheLock) {
     place.facts.stx_mode = S_IFREG;
     ASSERT_EQ(FillCatalogInfo(place, kFSCatInfoNodeFlags, info), noErr);
     EXPECT_EQ(info.nodeFlags, 0);
-    EXPECT_FALSE(IsLocked(place));
+    EXPECT_EQ(CheckUnlocked(place, fLckdErr), noErr);
     ASSERT_EQ(SetLock(file_, true), noErr);
     ASSERT_EQ(FillCatalogInfo(place, kFSCatInfoNodeFlags, info), noErr);
     EXPECT_EQ(info.nodeFlags, kFSNodeLockedMask);
-    EXPECT_TRUE(IsLocked(place));
+    EXPECT_EQ(CheckUnlocked(place, fLckdErr), fLckdErr);
 }
 
 TEST_F(Metadata, OpenForks_ShowInTheNodeFlags) {

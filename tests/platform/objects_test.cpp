@@ -4,6 +4,7 @@
 #include "platform/references.h"
 #include "support/files.h"
 #include "support/mounts.h"
+#include "support/no_descriptors.h"
 #include "support/references.h"
 #include "support/sidecars.h"
 
@@ -284,6 +285,21 @@ TEST_F(Creation, OnFullVolume_IsRefusedAndLeavesNothing) {
     Unmount(top);
 }
 
+TEST_F(Creation, NoDescriptorLeft_CachedOnesMakeRoom) {
+    fs::create_directory(folder / "other");
+    WriteFile(folder / "other/f", "");
+    WriteFile(folder / "f", "");
+    FSRef parent = Reference(top), made;
+    for (const char* name : {"other/f", "f"}) {
+        const FSRef ref = Reference(folder / name);
+        FSCatalogInfo info;
+        ASSERT_EQ(FSGetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr), noErr);
+    }
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
+    EXPECT_EQ(FSCreateFileUnicode(&parent, 1, u"x", kFSCatInfoNone, nullptr, &made, nullptr), noErr);
+}
+
 // ---- Deleting
 
 TEST_F(Deletion, FileAndEmptyFolder_Go) {
@@ -518,6 +534,15 @@ TEST_F(Moving, Link_MovesItself) {
     EXPECT_TRUE(Exists(folder / "f"));
 }
 
+TEST_F(Moving, DanglingLink_MovesItself) {
+    fs::create_directory(folder / "d");
+    fs::create_symlink("nowhere", folder / "link");
+    const FSRef ref = LinkReference(folder / "link"), destination = Reference(folder / "d");
+    EXPECT_EQ(FSMoveObject(&ref, &destination, nullptr), noErr);
+    EXPECT_FALSE(Exists(folder / "link"));
+    EXPECT_EQ(fs::read_symlink(folder / "d/link"), "nowhere");
+}
+
 TEST_F(Moving, ToAnotherVolume_IsRefused) {
     if (std::string reason = EnterPrivateMounts(); !reason.empty()) GTEST_SKIP() << reason;
     fs::create_directory(folder / "volume");
@@ -699,6 +724,24 @@ TEST_F(Renaming, Sidecar_TakesTheNameToo) {
     EXPECT_EQ(Rename(folder / "f", u"g"), noErr);
     EXPECT_EQ(ReadFile(folder / "._g"), EmptySidecar());
     EXPECT_FALSE(Exists(folder / "._f"));
+}
+
+TEST_F(Renaming, NoDescriptorLeft_FileAndSidecarStayTogether) {
+    WriteFile(folder / "f", "x");
+    WriteFile(folder / "._f", EmptySidecar());
+    const FSRef ref = Reference(folder / "f");
+    OSErr result;
+    {
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        result = Rename(ref, u"g");
+    }
+    const bool isMoved = result == noErr; // a folder that was only kept open may have made room
+    EXPECT_TRUE(isMoved || result == tmfoErr) << result;
+    EXPECT_EQ(Exists(folder / "g"), isMoved);
+    EXPECT_EQ(Exists(folder / "._g"), isMoved);
+    EXPECT_EQ(Exists(folder / "f"), !isMoved);
+    EXPECT_EQ(Exists(folder / "._f"), !isMoved);
 }
 
 TEST_F(Renaming, SidecarsNameTaken_RenamesNeither) {

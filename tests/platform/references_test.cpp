@@ -4,6 +4,7 @@
 #include "platform/linux/reference_state.h"
 #include "platform/references_support.h"
 #include "support/files.h"
+#include "support/no_descriptors.h"
 
 #include <atomic>
 #include <cstring>
@@ -577,15 +578,9 @@ TEST_F(References, NoDescriptorLeft_CachedOnesMakeRoom) {
     fs::create_directory(folder / "last");
     WriteFile(folder / "last/f", "");
     FSRef ref = RefTo(folder / "last/f");
-    rlimit limit, tight;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    int next = open("/", O_PATH);
-    close(next);
-    tight = limit;
-    tight.rlim_cur = static_cast<rlim_t>(next);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
     EXPECT_EQ(Find(ref), noErr);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(References, HeldFolder_OutlivesTheCache) {

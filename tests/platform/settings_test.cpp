@@ -1,6 +1,9 @@
 #include "platform/linux/metadata.h"
 
 #include "metadata_support.h"
+#include "platform/linux/object_facts.h"
+#include "platform/objects.h"
+#include "support/no_descriptors.h"
 
 namespace {
 class Settings : public testing::Test {
@@ -317,6 +320,27 @@ TEST(SettingsWithoutAttributes, Defaults_LeaveNoSidecar) {
     EXPECT_TRUE(Exists(volume / "._x"));
     ASSERT_EQ(SetLock(volume / "x", false), noErr);
     EXPECT_FALSE(Exists(volume / "._x"));
+}
+
+// The lock lies in the sidecar, which cannot be opened then; nothing may be done as if there were none.
+TEST(SettingsWithoutAttributes, NoDescriptorLeft_TheLockHolds) {
+    const OwnVolume volume("ramfs");
+    if (!volume.reason().empty()) GTEST_SKIP() << volume.reason();
+    WriteFile(volume / "x", "");
+    ASSERT_EQ(SetLock(volume / "x", true), noErr);
+    const Place place = PlaceOf(volume / "x");
+    const FSRef ref = RefTo(volume / "x");
+    const Descriptor file(open((volume / "x").c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(CheckUnlocked(place, fLckdErr), fLckdErr);
+    EXPECT_EQ(CheckUnlocked(place, file.number(), permErr), permErr);
+    {
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        EXPECT_EQ(CheckUnlocked(place, fLckdErr), tmfoErr);
+        EXPECT_EQ(CheckUnlocked(place, file.number(), permErr), tmfoErr);
+        EXPECT_NE(FSDeleteObject(&ref), noErr);
+    }
+    EXPECT_TRUE(GetLock(volume / "x"));
 }
 
 TEST(SettingsWithoutAttributes, ResourceForkAndFacts_ShareTheSidecar) {

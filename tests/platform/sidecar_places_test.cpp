@@ -1,6 +1,7 @@
 #include "platform/linux/sidecar.h"
 
 #include "metadata_support.h"
+#include "support/no_descriptors.h"
 
 namespace {
 const std::string kSound = AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "resource"}});
@@ -190,6 +191,22 @@ TEST_F(SidecarPlaces, Rename_CountsAsASidecarMade) {
     const uint64_t before = SidecarsMade();
     EXPECT_EQ(RenameSidecar(descriptor_, "x", descriptor_, "y"), noErr);
     EXPECT_NE(SidecarsMade(), before);
+}
+
+TEST_F(SidecarPlaces, NoDescriptorLeft_IsReportedAndPartsNothing) {
+    WriteFile(At("x"), "");
+    WriteFile(At("._x"), kSound);
+    {
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        EXPECT_EQ(FindSidecar(descriptor_, "._x"), tmfoErr);
+        EXPECT_EQ(FindSidecar(descriptor_, "x"), fnfErr);
+        EXPECT_EQ(CheckSidecarMove(descriptor_, "x", descriptor_, "y"), tmfoErr);
+        EXPECT_EQ(RenameSidecar(descriptor_, "x", descriptor_, "y"), tmfoErr);
+        EXPECT_EQ(RemoveSidecar(descriptor_, "x"), tmfoErr);
+        EXPECT_EQ(DisownOrphan(descriptor_, "x"), tmfoErr);
+    }
+    EXPECT_EQ(FindSidecar(descriptor_, "._x"), noErr);
 }
 
 TEST_F(SidecarPlaces, RenameToATakenPlace_ChangesNothing) {
