@@ -9,6 +9,7 @@
 #include "vpath/key_paths.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -25,15 +26,16 @@ struct NewObject {
     uint32_t nameLength;
 };
 
-// Takes a path apart at its last "/" and finds the folder; cuts `path` there. False when there is no name.
-bool Locate(TavChar* path, NewObject* object) {
-    TavChar* const slash = tav_wcsrchr(path, u'/');
+// Takes a path apart at its last "/" and finds the folder. False when there is no name. The name has to be
+// text like the rest: the platform would make what no reference could ever reach.
+bool Locate(const TavChar* path, NewObject* object) {
+    const TavChar* const slash = tav_wcsrchr(path, u'/');
     if (!slash || !slash[1]) return false;
     object->nameLength = tav_wcslen(slash + 1);
     tav_wcscpy(object->name, slash + 1);
-    slash[1] = 0;
     char* utf8 = Tav0UTF8FromUTF16(path);
     if (!utf8) return false;
+    std::strrchr(utf8, '/')[1] = 0;
     const OSStatus result = FSPathMakeRef(reinterpret_cast<const uint8_t*>(utf8), &object->parent, nullptr);
     Tav0UTFRelease(utf8);
     return result == noErr;

@@ -414,6 +414,20 @@ TEST_F(FileHandles, CreateInAFolderThatALinkLeadsTo) {
     EXPECT_TRUE(Exists("d/a"));
 }
 
+// The platform takes the unit for a byte, and no reference would lead to what it made.
+TEST_F(FileHandles, NamesThatAreNotTextAreNeitherMadeNorFound) {
+    WriteFile(Path("caf\xE9"), "content");
+    const std::u16string path = Wide(folder.path());
+    const Ref present = MakeRef(path + u"/caf\xDCE9"), missing = MakeRef(path + u"/new\xDCE9");
+    EXPECT_EQ(TavFileOpenExt(present.get(), kRead), -1);
+    EXPECT_EQ(TavFileDeleteExt(present.get()), 0);
+    EXPECT_EQ(TavFileCreateExt(present.get(), kReadWrite | TAV_FILE_REPLACE), -1);
+    EXPECT_EQ(TavFileCreateExt(missing.get(), kReadWrite), -1);
+    EXPECT_EQ(TavFolderCreateExt(missing.get()), 0);
+    EXPECT_EQ(ReadFile(Path("caf\xE9")), "content");
+    EXPECT_FALSE(Exists("new\xE9"));
+}
+
 // A path of 1023 units works, and one of 1024 is refused before anything is looked at.
 TEST_F(FileHandles, LongPathsWorkUpTo1023Units) {
     std::string path = folder.path();
@@ -457,6 +471,53 @@ TEST_F(FileHandles, DeleteTakesALinkAndNotItsTarget) {
     EXPECT_FALSE(Exists("link"));
     EXPECT_FALSE(Exists("dangling"));
     EXPECT_TRUE(Exists("d/a"));
+}
+
+// It does not exist, and yet it can be put out of the way.
+TEST_F(FileHandles, ADanglingLinkIsRenamedMovedAndDeleted) {
+    fs::create_directory(Path("d"));
+    fs::create_symlink("none", Path("a"));
+    EXPECT_EQ(Tav0FSRIsExist(RefTo(Path("a")).get()), 0);
+    EXPECT_EQ(Open("a", kRead), -1);
+    EXPECT_EQ(Rename("a", u"b"), 1);
+    EXPECT_EQ(fs::read_symlink(Path("b")), "none");
+    EXPECT_EQ(Move("b", "d"), 1);
+    EXPECT_EQ(fs::read_symlink(Path("d/b")), "none");
+    EXPECT_EQ(Tav0FSRIsExist(RefTo(Path("d/b")).get()), 0);
+    EXPECT_EQ(Delete("d/b"), 1);
+    EXPECT_FALSE(Exists("a") || Exists("b") || Exists("d/b"));
+}
+
+TEST_F(FileHandles, MoveAndRenameTakeALinkAndNotItsTarget) {
+    fs::create_directory(Path("d"));
+    WriteFile(Path("a"), "content");
+    fs::create_symlink(Path("a"), Path("link"));
+    EXPECT_EQ(Rename("link", u"other"), 1);
+    EXPECT_EQ(Move("other", "d"), 1);
+    EXPECT_TRUE(fs::is_symlink(Path("d/other")));
+    EXPECT_EQ(ReadFile(Path("a")), "content");
+    EXPECT_EQ(DeleteFolder("d/other"), 1);
+    EXPECT_EQ(ReadFile(Path("a")), "content");
+}
+
+TEST_F(FileHandles, MoveThroughALinkGoesIntoItsFolder) {
+    fs::create_directory(Path("d"));
+    WriteFile(Path("a"), "content");
+    fs::create_symlink("d", Path("link"));
+    EXPECT_EQ(Move("a", "link"), 1);
+    EXPECT_EQ(ReadFile(Path("d/a")), "content");
+}
+
+// Creating deals with a link itself, too: it never makes the missing target or cuts it off.
+TEST_F(FileHandles, CreateOnADanglingLinkReplacesTheLinkOnly) {
+    fs::create_symlink("none", Path("a"));
+    EXPECT_EQ(Create("a", kReadWrite), -1);
+    EXPECT_EQ(Create("a", kReadWrite | TAV_FILE_TRUNCATE), -1);
+    EXPECT_TRUE(fs::is_symlink(Path("a")));
+    const int32_t handle = Create("a", kReadWrite | TAV_FILE_REPLACE);
+    EXPECT_EQ(TavFileCloseExt(handle), 0);
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(Path("a"))));
+    EXPECT_FALSE(Exists("none"));
 }
 
 TEST_F(FileHandles, FolderCreateMakesAFolder) {
