@@ -365,6 +365,21 @@ TEST_F(ObjectCopyTest, TavCopyFileRefusesOrReplacesAnExistingName) {
     EXPECT_EQ(ReadFile(To("file")), "new");
 }
 
+// Bytes that are not UTF-8 are lone surrogates in paths, on the way and at the end.
+TEST_F(ObjectCopyTest, TavCopyFileTakesNamesThatAreNotText) {
+    fs::create_directory(To("d\xFF"));
+    WriteFile(From("caf\xE9"), "content");
+    const std::u16string source = Wide(From("caf")) + u'\xDCE9';
+    const std::u16string copy = Wide(To("d")) + u"\xDCFF/copy\xDC80";
+    EXPECT_EQ(TavPathFileExists(source.c_str()), 1);
+    EXPECT_EQ(TavPathFileExists(copy.c_str()), 0);
+    EXPECT_EQ(TavCopyFile(source.c_str(), copy.c_str(), 1), 1);
+    EXPECT_EQ(TavPathFileExists(copy.c_str()), 1);
+    EXPECT_EQ(ReadFile(To("d\xFF/copy\x80")), "content");
+    EXPECT_EQ(TavCopyFile(source.c_str(), copy.c_str(), 1), 0);
+    EXPECT_EQ(TavCopyFile(source.c_str(), copy.c_str(), 0), 1);
+}
+
 TEST_F(ObjectCopyTest, TavCopyFileRefusesBadArguments) {
     WriteFile(From("file"), "x");
     EXPECT_EQ(TavCopyFile(nullptr, Wide(To("a")).c_str(), 1), 0);

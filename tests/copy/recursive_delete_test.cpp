@@ -289,7 +289,8 @@ TEST_F(RecursiveDelete, SubFoldersSwappedForLinksMeanwhile_NeverLeavesTheTree) {
 
     long deletes = 0, whole = 0;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
-    while (std::chrono::steady_clock::now() < end) {
+    // A busy machine gets longer.
+    while (std::chrono::steady_clock::now() < end || swaps <= 100 || deletes <= 10) {
         std::error_code error;
         for (const char* name : {"/sub/deep", "/other"}) {
             fs::create_directories(tree + name, error);
@@ -310,8 +311,6 @@ TEST_F(RecursiveDelete, SubFoldersSwappedForLinksMeanwhile_NeverLeavesTheTree) {
     stop = true;
     attacker.join();
     std::cout << deletes << " deletes, " << whole << " of them whole, " << swaps << " swaps\n";
-    EXPECT_GT(swaps, 100);
-    EXPECT_GT(deletes, 10);
 }
 
 TEST_F(RecursiveDelete, SeveralThreads_EachDeletesItsTree) {

@@ -130,6 +130,15 @@ TEST(CTavStringW, MakeFSRefFindsExistingObjectsOnly) {
     EXPECT_FALSE(CTavStringW(Wide(folder / "missing").c_str()).MakeFSRef(&ref));
 }
 
+TEST(CTavStringW, MakeFSRefReachesNamesThatAreNotText) {
+    const TemporaryFolder folder;
+    WriteFile(folder / "caf\xE9", "x");
+    const std::u16string path = Wide(folder.path()) + u"/caf\xDCE9";
+    FSRef ref;
+    EXPECT_TRUE(CTavStringW(path.c_str()).MakeFSRef(&ref));
+    EXPECT_FALSE(CTavStringW((path.substr(0, path.size() - 1) + u'\xDCE8').c_str()).MakeFSRef(&ref));
+}
+
 TEST(CTavStringW, MakeFSRefRefusesAPathOfMoreThan1023Bytes) {
     const std::u16string path = u"/" + std::u16string(1023, u'/');
     FSRef ref;
