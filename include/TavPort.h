@@ -1011,6 +1011,10 @@ extern const char* const _tavtmpPchNilA;
  *     Tav0FSRRelease(file);
  * The reference may be released as soon as the file is open. Handles are closed with TavFileCloseExt. A handle has one
  * position, which reading and writing move, so two threads must not use one at the same time.
+ *
+ * A symbolic link is opened as what it leads to, but deleted, moved and renamed itself, even when its target is missing
+ * and Tav0FSRIsExist gives 0 for it. A locked file is opened for reading only. What is locked is deleted by
+ * TavFileDeleteExt and TAV_FILE_REPLACE, and not by TavFolderDeleteExt.
  */
 
 /* What to open or create a file for. Reading and writing may be combined; with neither, writing is allowed where the
@@ -1018,7 +1022,7 @@ extern const char* const _tavtmpPchNilA;
 #define TAV_FILE_READ 0x01u
 #define TAV_FILE_WRITE 0x02u
 /* TavFileCreateExt only: what to do with a file that exists already. Without either, creating it fails. */
-#define TAV_FILE_REPLACE 0x08u  /* delete it and create it anew; goes before TAV_FILE_TRUNCATE */
+#define TAV_FILE_REPLACE 0x08u  /* delete it, even a whole folder, and create it anew; goes before TAV_FILE_TRUNCATE */
 #define TAV_FILE_TRUNCATE 0x10u /* open it and cut it to no length */
 
 /* Where TavFileSetPointerExt measures from; any other value is taken as the beginning. */
@@ -1047,6 +1051,7 @@ int32_t TavFileOpenExt(OpacTavFSRef* file, uint32_t flags);
  * @return the handle; -1 when the file exists and neither TAV_FILE_REPLACE nor TAV_FILE_TRUNCATE is given, when it
  *         cannot be replaced or opened, the folder is missing, or the path ends with "/", has no "/" or 1024 units or
  *         more. When cutting an existing file to no length fails, the number of a handle that is closed already.
+ *         Nothing is undone: a file made or replaced before the failure stays so.
  * @owner   the caller, until TavFileCloseExt.
  * @threads any that holds the reference.
  * @windows CreateFile with CREATE_NEW, CREATE_ALWAYS or TRUNCATE_EXISTING
@@ -1135,7 +1140,7 @@ int32_t TavFileGetFileSizeExt(int32_t handle, int64_t* size);
  *
  * @param handle  the handle.
  * @param size    the new size in bytes.
- * @return 1; 0 on failure, also for a negative size.
+ * @return 1; 0 on failure, also for a negative size or a handle for reading only.
  * @owner   nothing to release.
  * @threads one thread at a time for each handle.
  * @windows SetEndOfFile, but that the size is given
@@ -1146,7 +1151,8 @@ int32_t TavFileSetFileSizeExt(int32_t handle, int64_t size);
  * Deletes a file, or a folder with everything in it, locked or not. What was deleted before a failure stays deleted.
  *
  * @param file  the file or folder; null gives 0. A link is deleted itself.
- * @return 1; 0 when there is no such object or something in it could not be deleted.
+ * @return 1; 0 when there is no such object or something in it could not be deleted. What is mounted in a folder is
+ *         never entered: the delete fails there.
  * @owner   nothing to release.
  * @threads any that holds the reference.
  * @windows DeleteFile, but that folders go, too
@@ -1181,7 +1187,8 @@ int32_t TavFolderDeleteExt(OpacTavFSRef* folder);
  *
  * @param file         what to move; null gives 0.
  * @param destination  the folder that it goes into; null gives 0.
- * @return 1; 0 when either does not exist, the name is taken there, or the folder is on another volume.
+ * @return 1; 0 when either does not exist, the name is taken there, the destination is no folder, lies inside what is to
+ *         be moved or is on another volume, or access is denied.
  * @owner   nothing to release; `file` goes on naming the old place.
  * @threads any that holds the references.
  * @windows MoveFile
@@ -1193,8 +1200,8 @@ int32_t TavFileMoveFileExt(OpacTavFSRef* file, OpacTavFSRef* destination);
  *
  * @param file       what to rename; null gives 0.
  * @param newName    the name alone, not null. ":" cannot be in it; "/" stands for a ":" in paths.
- * @param resultRef  receives a reference by the new name, or null when memory is short; kept as it is on failure. May
- *                   be null.
+ * @param resultRef  receives a reference by the new name, or null when it cannot be made; kept as it is on failure.
+ *                   May be null.
  * @return 1; 0 when there is no such object, the name is taken, empty or too long, or access is denied.
  * @owner   the caller holds the reference in `resultRef`, until Tav0FSRRelease; `file` goes on naming the old place.
  * @threads any that holds the reference.

@@ -12,7 +12,7 @@ constexpr FSIteratorFlags kFSIterateDelete = 2;
 extern "C" {
 
 // Opens an iterator over the direct children of a folder. -1407 when `container` is not a folder. A delete iterator on
-// a link yields nothing.
+// a link yields nothing, and one on a mount point is refused with -47.
 OSErr FSOpenIterator(const FSRef* container, FSIteratorFlags iteratorFlags, FSIterator* iterator);
 
 // The next at most `maximumObjects` children, with the facts that `whichInfo` selects; arrays that are not asked for
