@@ -9,6 +9,13 @@ extern "C" {
 // Registrations go when the library is unloaded. 0 on success.
 int PlatformAtFork(void (*prepare)(), void (*parent)(), void (*child)());
 
+// Keeps the calling thread from being terminated until the release that matches; calls nest. A thread that
+// comes to wait for a lock in between may still end there, without the lock.
+void PlatformHoldTermination();
+
+// Does not return when the thread was to be terminated meanwhile and nothing else holds it.
+void PlatformReleaseTermination();
+
 // Lets the calling thread sleep, on the monotonic clock and to the end, whatever signals it handles
 // meanwhile. 0; -1 when the host refuses.
 int PlatformSleep(uint32_t microseconds);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/multiprocessing.h"
+#include "platform/process.h"
 #include "vpath/reference_run.h"
 #include "vpath/references.h"
 
@@ -68,9 +69,17 @@ public:
     Key1ToKey2Lock(const Key1ToKey2Lock&) = delete;
     Key1ToKey2Lock& operator=(const Key1ToKey2Lock&) = delete;
 
-    // False when the region could not be made or had.
-    bool Lock() { return MPEnterCriticalRegion(region_, kDurationForever) == noErr; }
-    void Unlock() { MPExitCriticalRegion(region_); }
+    // False when the region could not be made or had. Until Unlock the thread cannot be terminated: the lock
+    // would stay held, and the array half changed.
+    bool Lock() {
+        PlatformHoldTermination();
+        if (MPEnterCriticalRegion(region_, kDurationForever) == noErr) return true;
+        PlatformReleaseTermination();
+        return false;
+    }
+    void Unlock() {
+        if (MPExitCriticalRegion(region_) == noErr) PlatformReleaseTermination();
+    }
 
 private:
     MPCriticalRegionID region_ = 0;

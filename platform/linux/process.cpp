@@ -1,6 +1,9 @@
-// Process-wide hooks, on POSIX threads' fork handlers, and sleeping, on the monotonic clock. The C library
+// Process-wide hooks, on POSIX threads' fork handlers; keeping termination off, by the provider's own count;
+// sleeping, on the monotonic clock. The C library
 // drops the handlers of a library that is unloaded, so nothing has to be taken back.
 #include "platform/process.h"
+
+#include "platform/linux/current_task.h"
 
 #include <cerrno>
 #include <ctime>
@@ -8,6 +11,13 @@
 
 int PlatformAtFork(void (*prepare)(), void (*parent)(), void (*child)()) {
     return pthread_atfork(prepare, parent, child);
+}
+
+void PlatformHoldTermination() {
+    HoldTermination();
+}
+void PlatformReleaseTermination() {
+    ReleaseTermination();
 }
 
 int PlatformSleep(uint32_t microseconds) {

@@ -4,6 +4,7 @@
 #include "platform/linux/multiprocessing_ids.h"
 #include "platform/linux/multiprocessing_tasks.h"
 #include "platform/process.h"
+#include "support/forced_end.h"
 #include "support/running_task.h"
 #include "support/sanitizers.h"
 
@@ -23,15 +24,7 @@
 
 namespace {
 
-class Termination : public testing::Test {
-protected:
-    void SetUp() override {
-        if (kThreadSanitizer) {
-            GTEST_SKIP()
-                << "the thread sanitizer waits for ever for threads that end by the kernel's exit call";
-        }
-    }
-};
+class Termination : public ForcedEnd {};
 
 OSStatus CallFunction(void* parameter) {
     return (*static_cast<std::function<OSStatus()>*>(parameter))();

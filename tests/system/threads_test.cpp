@@ -1,7 +1,7 @@
 #include "system/threads.h"
 
 #include "platform/linux/multiprocessing_ids.h"
-#include "support/sanitizers.h"
+#include "support/forced_end.h"
 #include "system/synchronisation.h"
 
 #include <gtest/gtest.h>
@@ -23,17 +23,6 @@ using Clock = std::chrono::steady_clock;
 uint32_t CallFunction(void* parameter) {
     return (*static_cast<std::function<uint32_t()>*>(parameter))();
 }
-
-// Threads that end by force, which the thread sanitizer would wait for without end.
-class ForcedEnd : public testing::Test {
-protected:
-    void SetUp() override {
-        if (kThreadSanitizer) {
-            GTEST_SKIP()
-                << "the thread sanitizer waits for ever for threads that end by the kernel's exit call";
-        }
-    }
-};
 
 // Two threads that begin something at the same moment.
 void Together(const std::function<void()>& one, const std::function<void()>& other) {

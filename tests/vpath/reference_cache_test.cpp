@@ -1,16 +1,19 @@
 #include "vpath/reference_cache.h"
 
 #include "support/files.h"
+#include "support/forced_end.h"
 #include "support/virtual_paths.h"
 #include "vpath/globals.h"
 #include "vpath/segments.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -42,6 +45,14 @@ std::u16string RandomPath(std::mt19937& random) {
     std::u16string path;
     for (unsigned i = random() % 5; i > 0; --i) path += pieces[random() % std::size(pieces)];
     return path + Wide(std::to_string(random() % 60));
+}
+
+const std::u16string kContended = u"/contended";
+
+// Sets the flag behind the parameter, and does not end by itself.
+uint32_t CreateAndReleaseForEver(void* begun) {
+    *static_cast<std::atomic<bool>*>(begun) = true;
+    for (;;) Tav0FSRRelease(Tav0FSRCreateWithPath(kContended.c_str()));
 }
 
 } // namespace
@@ -198,6 +209,24 @@ TEST(Lock, MayBeTakenAgainByItsHolder) {
     s_FSRefs.Unlock();
     s_FSRefs.Unlock();
     std::thread([] { EXPECT_EQ(PathOf(MakeRef(u"/b")), u"/b"); }).join();
+}
+
+// Threads are terminated wherever they are; most of their time they are in the cache.
+TEST_F(ForcedEnd, OfThreadsInTheCacheLeavesItUnlocked) {
+    alarm(60);
+    for (int round = 0; round < 300; ++round) {
+        std::atomic<bool> begun = false;
+        OpacTavThread* const thread = TavCreateThread(CreateAndReleaseForEver, &begun, 0, 0);
+        while (!begun) std::this_thread::yield();
+        ASSERT_EQ(TavTerminateThread(thread, 0), 1);
+        ASSERT_EQ(TavWaitThread(thread, TAV_INFINITE), TAV_WAIT_OBJECT_0);
+        TavCloseThreadRef(thread);
+        ASSERT_EQ(PathOf(MakeRef(u"/after")), u"/after");
+    }
+    // What the threads held.
+    const Ref last = MakeRef(kContended);
+    while (last->count > 1) Tav0FSRRelease(last.get());
+    alarm(0);
 }
 
 TEST(Cache, ServesManyThreads) {
