@@ -38,7 +38,7 @@ bool PrefixDollar(OpacTavFSExp* e) {
     auto* block = static_cast<TavChar*>(std::malloc((size_t{e->capacity} + 1) * sizeof(TavChar)));
     if (!block) return false;
     block[0] = u'$';
-    std::memcpy(block + 1, e->storage, e->length * sizeof(TavChar));
+    std::memcpy(block + 1, e->storage, e->capacity * sizeof(TavChar));
     std::free(std::exchange(e->storage, block));
     ++e->length;
     ++e->capacity;

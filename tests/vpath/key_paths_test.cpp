@@ -2,6 +2,7 @@
 
 #include "support/files.h"
 #include "support/virtual_paths.h"
+#include "vpath/expressions.h"
 
 #include <gtest/gtest.h>
 
@@ -121,6 +122,9 @@ TEST(UnderBase, GrowsByOneUnitForTheSecondDollar) {
     const Exp e(Tav0FSExpCreateAbsOnKey(ref.get(), "home", ref.get()));
     EXPECT_EQ(Tav0FSExpIsRelPath(e.get(), nullptr, nullptr), 1);
     EXPECT_EQ(TextOf(e), u"$$home");
+    EXPECT_EQ(e->length, 6u);
+    EXPECT_EQ(e->capacity, 7u);
+    EXPECT_EQ(e->storage[6], 0);
 }
 
 TEST_F(RegisteredFolder, IsExpressedByItsKey) {
