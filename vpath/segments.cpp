@@ -2,7 +2,9 @@
 
 #include "text/unit_scan.h"
 
-uint32_t SegLen(const TavChar* s) { return tav_wcslen(s); }
+uint32_t SegLen(const TavChar* s) {
+    return tav_wcslen(s);
+}
 
 int32_t SegCmp(const TavChar* a, const TavChar* b) {
     if (!a || !b) return (b ? 1 : 0) - (a ? 1 : 0);

@@ -9,15 +9,16 @@ namespace {
 using faults::Injection;
 using faults::Pause;
 
-// The expression that `create` gives must be null in every run but the last, and where a block that cannot stretch moved
-// instead; the number of failing runs.
+// The expression that `create` gives must be null in every run but the last, and where a block that cannot
+// stretch moved instead; the number of failing runs.
 unsigned FailCreation(const std::function<OpacTavFSExp*()>& create) {
     OpacTavFSExp* made = nullptr;
     return faults::FailEachCall({.fault = {.operation = "memory"},
                                  .scenario = [&] { made = create(); },
                                  .check =
                                      [&](const std::string& failed) {
-                                         EXPECT_EQ(made == nullptr, !failed.empty() && failed != "realloc") << failed;
+                                         EXPECT_EQ(made == nullptr, !failed.empty() && failed != "realloc")
+                                             << failed;
                                          Tav0FSExpRelease(made);
                                      }});
 }
