@@ -66,8 +66,8 @@ typedef struct FSRef {
     uint8_t hidden[80];
 } FSRef;
 
-/* A translation key: four characters, the first in the lowest byte of memory. Write it with TAV_KEY; a plain 'pref'
-   has its bytes the wrong way round on little-endian machines. */
+/* A translation key: four characters that stand in memory in the order in which they are written, fewer filled up with
+   zero bytes. Write it with TAV_KEY; a plain 'pref' has its bytes the wrong way round on little-endian machines. */
 typedef int32_t TavKey;
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
 #define TAV_KEY(a, b, c, d)                                                                                       \
@@ -89,7 +89,10 @@ typedef struct MyStr16 {
  * Gives symbolic paths their meaning: a key of four characters stands for a folder, a short name for a piece of path.
  * An application registers both when it starts:
  *     TavKey pref = TAV_KEY('p', 'r', 'e', 'f');
- *     Tav0TranPathRegister(&pref, &folder);
+ *     OpacTavFSRef* settings = Tav0FSRCreateWithPath(u"/home/ann/settings");
+ *     FSRef folder;
+ *     if (Tav0FSRToAbs(settings, &folder, 0)) Tav0TranPathRegister(&pref, &folder);
+ *     Tav0FSRRelease(settings);
  *     MyStr16 lang = {"lang"};
  *     Tav0FSValRegister(&lang, u"en");
  * after which "$pref\%lang\Data" leads to Data in the folder en of that folder. Entries live until they are replaced,
@@ -145,9 +148,9 @@ uint32_t Tav0FSValGetModifyAccount(void);
 /* ---- Virtual paths: expressions ----------------------------------------------------------------------------- */
 /*
  * Names a place symbolically, to be turned into a file reference when it is needed:
- *     OpacTavFSExp* e = Tav0FSExpCreateTK((const char*)&pref);  "$pref"
- *     Tav0FSExpAppendVal(e, "lang");                            "$pref\%lang"
- *     Tav0FSExpAppendSeg(e, u"Data/file.txt");                  "$pref\%lang\Data\file.txt"
+ *     OpacTavFSExp* e = Tav0FSExpCreateTK((const char*)&pref);  // $pref
+ *     Tav0FSExpAppendVal(e, "lang");                            // $pref\%lang
+ *     Tav0FSExpAppendSeg(e, u"Data/file.txt");                  // $pref\%lang\Data\file.txt
  *     OpacTavFSRef* r = Tav0FSExpCalculateFSRCreate(e, NULL);
  *     Tav0FSExpRelease(e);
  * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a translation
@@ -174,7 +177,8 @@ typedef struct OpacTavFSRef OpacTavFSRef;
 OpacTavFSExp* Tav0FSExpCreateAbs(OpacTavFSRef* ref);
 
 /**
- * Makes an expression from a translation key: "$" and the characters of the key up to the first zero byte.
+ * Makes an expression from a translation key: "$" and the characters of the key up to the first zero byte. The key
+ * may be registered later, or never.
  *
  * @param key  the four bytes of the key, the first character first; null gives null.
  * @return the expression, or null when memory is short.
@@ -200,7 +204,8 @@ OpacTavFSExp* Tav0FSExpCreateExp(const TavChar* text);
  * a base) and what follows that folder in the path. Letter case is ignored in the folder's part and kept in the rest.
  *
  * @param ref   the reference; null gives null.
- * @param key   the four bytes of the key; not null.
+ * @param key   the four bytes of the key, the first character first; null gives null. With a base it is only the name
+ *              behind "$$" and need not be registered.
  * @param base  the folder to use in place of the key's, or null.
  * @return the expression; null when the path is not at or below the folder (nothing is below "/"), the key is not
  *         registered, a path has 1024 units or more, or memory is short.
@@ -229,8 +234,8 @@ uint32_t Tav0FSExpGetExp(const OpacTavFSExp* e, TavChar* buf, uint32_t bufUnits)
  * @param e          the expression; null gives 0.
  * @param nameBuf    receives the name and a terminator; may be null.
  * @param nameUnits  in: size of `nameBuf`, which must be greater than the name's length. Out: the name's length
- *                   without terminator; 0 when it does not fit or no "\" follows. May be null; `nameBuf` is then
- *                   taken to be large enough.
+ *                   without terminator (also where `nameBuf` is null); 0 when it does not fit or no "\" follows.
+ *                   Unchanged when the result is 0. May be null; `nameBuf` is then taken to be large enough.
  * @return 1 when it is, whatever became of the name; else 0.
  * @owner   nothing to release.
  * @threads any, as long as the expression is not changed meanwhile.
@@ -239,7 +244,8 @@ uint32_t Tav0FSExpGetExp(const OpacTavFSExp* e, TavChar* buf, uint32_t bufUnits)
 int32_t Tav0FSExpIsRelPath(const OpacTavFSExp* e, TavChar* nameBuf, uint32_t* nameUnits);
 
 /**
- * Appends one or more segments; "/" in the text becomes "\". Exactly one "\" stands between the old text and the new.
+ * Appends one or more segments; "/" in the text becomes "\". A "\" is put between the old text and the new where
+ * neither has one there already; a "/" in front does not count as one, so it leaves an empty segment.
  *
  * @param e    the expression; null gives 0.
  * @param seg  the segment, which may be empty or begin with "\"; null gives 0.
@@ -275,7 +281,8 @@ void Tav0FSExpRelease(OpacTavFSExp* e);
 
 /**
  * Evaluates an expression: puts the folder in place of the root and the texts in place of named values, joins the
- * segments with "/" and resolves "." and "..". A key that is not registered and an unknown value count as empty.
+ * segments with "/" and resolves "." and "..". A key that is not registered counts as empty, so the path begins with
+ * the first segment and has no "/" in front; an unknown value leaves nothing but the "/" before it.
  *
  * @param e     the expression; null gives null.
  * @param base  the base of an expression that begins with "$$"; else it may be null.
@@ -369,10 +376,11 @@ void Tav0FSRRelease(OpacTavFSRef* r);
 uint32_t Tav0FSRToUTF16(const OpacTavFSRef* r, TavChar* buf, uint32_t bufUnits);
 
 /**
- * Finds the object that a reference names and gives the platform's reference to it.
+ * Finds the object that a reference names and gives the platform's reference to it. For a link that is the link
+ * itself, whether or not its target exists.
  *
  * @param r         the reference; null gives 0.
- * @param out       receives the platform's reference; kept as it is on failure.
+ * @param out       receives the platform's reference, kept as it is on failure; null gives 0.
  * @param reserved  ignored.
  * @return 1; 0 when there is no such object, the path has 1024 units or more or cannot be UTF-8, or memory is short.
  * @owner   nothing to release.
