@@ -214,7 +214,7 @@ TEST(Lock, MayBeTakenAgainByItsHolder) {
 // Threads are terminated wherever they are; most of their time they are in the cache.
 TEST_F(ForcedEnd, OfThreadsInTheCacheLeavesItUnlocked) {
     alarm(60);
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 50; ++round) {
         std::atomic<bool> begun = false;
         OpacTavThread* const thread = TavCreateThread(CreateAndReleaseForEver, &begun, 0, 0);
         while (!begun) std::this_thread::yield();
