@@ -17,9 +17,6 @@ constexpr bool IsSurrogate(uint32_t v) {
 constexpr bool IsLowSurrogate(uint32_t v) {
     return (v & 0xFFFFFC00) == 0xDC00;
 }
-constexpr bool IsCommonThreeByte(uint32_t v) {
-    return v - 0x800 < 0xD800 - 0x800;
-}
 constexpr bool IsContinuation(uint8_t byte) {
     return (byte & 0xC0) == 0x80;
 }
@@ -37,42 +34,12 @@ uint64_t LoadWord(const void* p) {
     return word;
 }
 
-constexpr uint32_t SwappedOnLittleEndian(uint32_t word) {
-    if constexpr (std::endian::native == std::endian::big) return word;
-    return __builtin_bswap32(word);
+bool IsAsciiBlock(const uint8_t* in) {
+    return ((LoadWord(in) | LoadWord(in + 8)) & 0x8080808080808080) == 0;
 }
-
-uint64_t LoadBigEndian(const uint8_t* p) {
-    const uint64_t word = LoadWord(p);
-    return std::endian::native == std::endian::big ? word : __builtin_bswap64(word);
-}
-
-void StoreBigEndian(uint8_t* p, uint32_t word) {
-    word = SwappedOnLittleEndian(word);
-    memcpy(p, &word, sizeof word);
-}
-
-// How many of the elements in front of `word` have none of the mask's bits, for elements of `bits` bits.
-size_t LeadingClear(uint64_t word, size_t bits) {
-    const int zeros =
-        std::endian::native == std::endian::little ? std::countr_zero(word) : std::countl_zero(word);
-    return static_cast<size_t>(zeros) / bits;
-}
-
-// ASCII bytes at the start of a block.
-size_t LeadingAscii(const uint8_t* in) {
-    constexpr uint64_t mask = 0x8080808080808080;
-    const uint64_t first = LoadWord(in) & mask, second = LoadWord(in + 8) & mask;
-    return first ? LeadingClear(first, 8) : 8 + LeadingClear(second, 8);
-}
-
-// ASCII units at the start of a block.
-size_t LeadingAscii(const TavChar* in) {
-    constexpr uint64_t mask = 0xFF80FF80FF80FF80;
-    for (size_t i = 0; i < kBlock; i += 4) {
-        if (const uint64_t word = LoadWord(in + i) & mask) return i + LeadingClear(word, 16);
-    }
-    return kBlock;
+bool IsAsciiBlock(const TavChar* in) {
+    const uint64_t seen = LoadWord(in) | LoadWord(in + 4) | LoadWord(in + 8) | LoadWord(in + 12);
+    return (seen & 0xFF80FF80FF80FF80) == 0;
 }
 
 // Widens or narrows a block.
@@ -91,70 +58,90 @@ void CopyBlock(const TavChar* in, uint8_t* out) {
     ConvertBlock<Units, Bytes>(in, out);
 }
 
-// Copies the ASCII in front. Whole blocks are written while there is one left to read: the room behind `out`
-// is never less than what is still to be read.
+// Copies the blocks in front that are all ASCII.
 template <typename From, typename To>
-void CopyAscii(const From*& in, const From* end, To*& out) {
-    while (static_cast<size_t>(end - in) >= kBlock) {
-        const size_t n = LeadingAscii(in);
+void CopyAsciiBlocks(const From*& in, const From* end, To*& out) {
+    for (; static_cast<size_t>(end - in) >= kBlock && IsAsciiBlock(in); in += kBlock, out += kBlock)
         CopyBlock(in, out);
-        in += n;
-        out += n;
-        if (n < kBlock) return;
+}
+
+// ---- Blocks of units that take three bytes: the bulk of most Asian texts ----
+
+// A unit's three bytes lie in the lowest places of a lane, the first byte lowest. Pairs of lanes are read and
+// written as words of eight bytes, of which two are the next pair's.
+constexpr size_t kDecodedBlock = 4; // units
+constexpr size_t kEncodedBlock = 8; // units
+constexpr size_t kPairBytes = 6;
+using Lanes = uint32_t __attribute__((vector_size(kDecodedBlock * 4)));
+using Pairs = uint64_t __attribute__((vector_size(kDecodedBlock * 4)));
+using WideUnits = uint16_t __attribute__((vector_size(kEncodedBlock * 2)));
+using WideLanes = uint32_t __attribute__((vector_size(kEncodedBlock * 4)));
+using WidePairs = uint64_t __attribute__((vector_size(kEncodedBlock * 4)));
+
+// On other machines the bytes of a word lie the wrong way round.
+constexpr bool kHasThreeByteBlocks = std::endian::native == std::endian::little;
+
+// Whether no unit is below U+0800 or a surrogate.
+template <typename Vector>
+bool TakeThreeBytes(const Vector& units) {
+    const Vector high = units & 0xF800;
+    const Pairs others = reinterpret_cast<Pairs>((high == Vector{}) | (high == (Vector{} | 0xD800)));
+    return (others[0] | others[1]) == 0;
+}
+
+// Decodes four sequences; false when they are not all legal ones of three bytes. Reads two bytes more.
+bool DecodeThreeByteBlock(const uint8_t* in, TavChar* out) {
+    const Pairs bytes = {LoadWord(in), LoadWord(in + kPairBytes)};
+    const Lanes lanes = reinterpret_cast<Lanes>((bytes & 0xFFFFFF) | (bytes << 8 & 0xFFFFFF00000000));
+    const Pairs strange = reinterpret_cast<Pairs>((lanes & 0xC0C0F0) ^ 0x8080E0);
+    const Lanes units = (lanes << 12 & 0xF000) | (lanes >> 2 & 0xFC0) | (lanes >> 16 & 0x3F);
+    if ((strange[0] | strange[1]) != 0 || !TakeThreeBytes(units)) return false;
+    const Pairs pairs = reinterpret_cast<Pairs>(units);
+    const Lanes packed = reinterpret_cast<Lanes>(pairs | pairs >> 16);
+    const uint32_t first = packed[0], second = packed[2];
+    memcpy(out, &first, sizeof first);
+    memcpy(out + 2, &second, sizeof second);
+    return true;
+}
+
+// Encodes eight units; false when they do not all take three bytes. Touches two bytes behind them.
+bool EncodeThreeByteBlock(const TavChar* in, uint8_t* out) {
+    WideUnits units;
+    memcpy(&units, in, sizeof units);
+    if (!TakeThreeBytes(units)) return false;
+    const WideLanes wide = __builtin_convertvector(units, WideLanes);
+    const WideLanes lanes = 0x8080E0 | wide >> 12 | (wide << 2 & 0x3F00) | (wide << 16 & 0x3F0000);
+    const WidePairs pairs = reinterpret_cast<WidePairs>(lanes);
+    const WidePairs bytes = (pairs & 0xFFFFFF) | (pairs >> 8 & 0xFFFFFF000000);
+    for (size_t i = 0; i < kEncodedBlock / 2; ++i) {
+        const uint64_t pair = bytes[i];
+        memcpy(out + i * kPairBytes, &pair, sizeof pair);
     }
-    while (in < end && *in < 0x80) *out++ = static_cast<To>(*in++);
+    return true;
 }
 
 // ---- UTF-8 to UTF-16 ----
 
 // The code point of a sequence of two, three or four bytes at `in`, and steps over it; false when it is cut,
-// overlong, a surrogate or too great.
-bool TakeSequence(const uint8_t*& in, const uint8_t* end, uint32_t& v) {
+// overlong, a surrogate or too great. The text's terminator is what cuts a sequence at its end.
+bool TakeSequence(const uint8_t*& in, uint32_t& v) {
     const uint32_t lead = in[0];
-    const ptrdiff_t left = end - in;
-    if (lead < 0xC2 || left < 2 || !IsContinuation(in[1])) return false;
+    if (lead < 0xC2 || !IsContinuation(in[1])) return false;
     if (lead < 0xE0) {
         v = (lead & 0x1F) << 6 | (in[1] & 0x3F);
         in += 2;
         return true;
     }
-    if (left < 3 || !IsContinuation(in[2])) return false;
+    if (!IsContinuation(in[2])) return false;
     if (lead < 0xF0) {
         v = (lead & 0x0F) << 12 | (in[1] & 0x3Fu) << 6 | (in[2] & 0x3F);
         in += 3;
         return v >= 0x800 && !IsSurrogate(v);
     }
-    if (lead > 0xF4 || left < 4 || !IsContinuation(in[3])) return false;
+    if (lead > 0xF4 || !IsContinuation(in[3])) return false;
     v = (lead & 0x07) << 18 | (in[1] & 0x3Fu) << 12 | (in[2] & 0x3Fu) << 6 | (in[3] & 0x3F);
     in += 4;
     return v >= kFirstSupplementary && v <= kLastCodePoint;
-}
-
-// The code point of a three-byte sequence whose first byte stands `shift` bits above the lowest.
-constexpr uint32_t FromThreeBytes(uint64_t bytes, unsigned shift) {
-    return static_cast<uint32_t>((bytes >> (shift - 12) & 0xF000) | (bytes >> (shift - 14) & 0xFC0) |
-                                 (bytes >> (shift - 16) & 0x3F));
-}
-
-// Decodes the run of three-byte sequences in front by pairs: the bulk of most Asian texts. Stops at what is
-// not legal and, for the sake of one test only, at what lies behind the surrogates.
-void CopyThreeByteRun(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
-    for (; end - in >= 8; in += 6, out += 2) {
-        const uint64_t bytes = LoadBigEndian(in);
-        if ((bytes & 0xF0C0C0F0C0C00000) != 0xE08080E080800000) return;
-        const uint32_t first = FromThreeBytes(bytes, 56), second = FromThreeBytes(bytes, 32);
-        if (!IsCommonThreeByte(first) || !IsCommonThreeByte(second)) return;
-        out[0] = static_cast<TavChar>(first);
-        out[1] = static_cast<TavChar>(second);
-    }
-}
-
-// Decodes the run of two-byte sequences in front: the other alphabets.
-void CopyTwoByteRun(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
-    for (; end - in >= 2; in += 2) {
-        if (in[0] < 0xC2 || in[0] > 0xDF || !IsContinuation(in[1])) return;
-        *out++ = static_cast<TavChar>((in[0] & 0x1F) << 6 | (in[1] & 0x3F));
-    }
 }
 
 TavChar* PutCodePoint(uint32_t v, TavChar* out) {
@@ -166,20 +153,39 @@ TavChar* PutCodePoint(uint32_t v, TavChar* out) {
     return out;
 }
 
-// Converts n bytes into at most n units; how many, or -1 for malformed text.
+// Decodes characters until one ends at or behind `stop`; false for malformed text.
+bool DecodeTo(const uint8_t* stop, const uint8_t*& in, TavChar*& out) {
+    while (in < stop) {
+        if (*in < 0x80) {
+            *out++ = *in++;
+            continue;
+        }
+        uint32_t v = 0;
+        if (!TakeSequence(in, v)) return false;
+        out = PutCodePoint(v, out);
+    }
+    return true;
+}
+
+void CopyThreeByteBlocks(const uint8_t*& in, const uint8_t* end, TavChar*& out) {
+    constexpr ptrdiff_t step = kDecodedBlock * 3;
+    for (; end - in >= step + 2 && *in >= 0xE0; in += step, out += kDecodedBlock) {
+        if (!DecodeThreeByteBlock(in, out)) return;
+    }
+}
+
+// Converts n bytes, behind which stands a terminator, into at most n units; how many, or -1 for malformed
+// text.
 ptrdiff_t DecodeUTF8(const uint8_t* in, size_t n, TavChar* out) {
     const uint8_t* end = in + n;
     const TavChar* start = out;
-    for (;;) {
-        CopyAscii(in, end, out);
-        CopyTwoByteRun(in, end, out);
-        CopyThreeByteRun(in, end, out);
-        if (in == end) return out - start;
-        if (*in < 0x80) continue;
-        uint32_t v = 0;
-        if (!TakeSequence(in, end, v)) return -1;
-        out = PutCodePoint(v, out);
+    while (in < end) {
+        CopyAsciiBlocks(in, end, out);
+        if (kHasThreeByteBlocks) CopyThreeByteBlocks(in, end, out);
+        const uint8_t* stop = static_cast<size_t>(end - in) > kBlock ? in + kBlock : end;
+        if (!DecodeTo(stop, in, out)) return -1;
     }
+    return out - start;
 }
 
 // ---- UTF-16 to UTF-8 ----
@@ -201,54 +207,54 @@ bool TakeCodePoint(const TavChar*& in, const TavChar* end, uint32_t& v) {
     return true;
 }
 
-// Writes a code point in three or four bytes.
+// Writes a code point in two, three or four bytes.
 uint8_t* PutSequence(uint32_t v, uint8_t* out) {
-    if (v < kFirstSupplementary) {
+    if (v < 0x800) {
+        *out++ = static_cast<uint8_t>(0xC0 | v >> 6);
+    } else if (v < kFirstSupplementary) {
         *out++ = static_cast<uint8_t>(0xE0 | v >> 12);
+        *out++ = Tail(v, 6);
     } else {
         *out++ = static_cast<uint8_t>(0xF0 | v >> 18);
         *out++ = Tail(v, 12);
+        *out++ = Tail(v, 6);
     }
-    *out++ = Tail(v, 6);
     *out++ = Tail(v, 0);
     return out;
 }
 
-// Encodes a unit between U+0800 and the surrogates; writes a fourth byte behind the three.
-void PutThreeBytes(uint32_t v, uint8_t* out) {
-    StoreBigEndian(out, 0xE0808000 | (v << 12 & 0x0F000000) | (v << 10 & 0x3F0000) | (v << 8 & 0x3F00));
+// Encodes characters until one ends at or behind `stop`; false for malformed text.
+bool EncodeTo(const TavChar* stop, const TavChar*& in, const TavChar* end, uint8_t*& out) {
+    while (in < stop) {
+        if (*in < 0x80) {
+            *out++ = static_cast<uint8_t>(*in++);
+            continue;
+        }
+        uint32_t v = 0;
+        if (!TakeCodePoint(in, end, v)) return false;
+        out = PutSequence(v, out);
+    }
+    return true;
 }
 
-// Encodes the run of such units in front by pairs.
-void CopyThreeByteRun(const TavChar*& in, const TavChar* end, uint8_t*& out) {
-    for (; end - in >= 2 && IsCommonThreeByte(in[0]) && IsCommonThreeByte(in[1]); in += 2, out += 6) {
-        PutThreeBytes(in[0], out);
-        PutThreeBytes(in[1], out + 3);
+// A last unit is left: its room holds what a block touches behind its own bytes.
+void CopyThreeByteBlocks(const TavChar*& in, const TavChar* end, uint8_t*& out) {
+    for (; static_cast<size_t>(end - in) > kEncodedBlock; in += kEncodedBlock, out += kEncodedBlock * 3) {
+        if (!EncodeThreeByteBlock(in, out)) return;
     }
 }
 
-void CopyTwoByteRun(const TavChar*& in, const TavChar* end, uint8_t*& out) {
-    for (; in < end && *in >= 0x80 && *in < 0x800; ++in) {
-        out[0] = static_cast<uint8_t>(0xC0 | *in >> 6);
-        out[1] = Tail(*in, 0);
-        out += 2;
-    }
-}
-
-// Converts n units into at most 3n bytes and may touch one more; how many, or -1 for malformed text.
+// Converts n units into at most 3n bytes; how many, or -1 for malformed text.
 ptrdiff_t EncodeUTF8(const TavChar* in, size_t n, uint8_t* out) {
     const TavChar* end = in + n;
     const uint8_t* start = out;
-    for (;;) {
-        CopyAscii(in, end, out);
-        CopyTwoByteRun(in, end, out);
-        CopyThreeByteRun(in, end, out);
-        if (in == end) return out - start;
-        if (*in < 0x800) continue;
-        uint32_t v = 0;
-        if (!TakeCodePoint(in, end, v)) return -1;
-        out = PutSequence(v, out);
+    while (in < end) {
+        CopyAsciiBlocks(in, end, out);
+        if (kHasThreeByteBlocks) CopyThreeByteBlocks(in, end, out);
+        const TavChar* stop = static_cast<size_t>(end - in) > kBlock ? in + kBlock : end;
+        if (!EncodeTo(stop, in, end, out)) return -1;
     }
+    return out - start;
 }
 
 // ---- Blocks of memory ----

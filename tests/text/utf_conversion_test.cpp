@@ -157,6 +157,15 @@ TEST_P(MalformedUTF8, GivesNullWhereverItStands) {
     }
 }
 
+TEST_P(MalformedUTF8, GivesNullAtEveryPlaceAmongThreeByteSequences) {
+    std::string run;
+    for (int i = 0; i < 12; ++i) run += "\xE6\x97\xA5";
+    for (size_t place = 0; place <= run.size(); place += 3) {
+        std::string text = run;
+        EXPECT_EQ(ToWide(text.insert(place, GetParam())), std::nullopt) << place;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(, MalformedUTF8,
                          testing::Values("\xC0\x80", "\xC1\xBF", "\x80", "\xBF", "\xED\xA0\x80",
                                          "\xED\xBF\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xF0\x80\x80\x80",
@@ -203,6 +212,35 @@ TEST(UTF8FromUTF16, AHighSurrogateInTheLastPlaceIsWrittenAsItsOwnValue) {
     for (size_t before : {7u, 15u, 16u, 31u, 32u}) {
         EXPECT_EQ(ToNarrow(std::u16string(before, u'x') + u"\xD800"),
                   std::string(before, 'x') + "\xED\xA0\x80");
+    }
+}
+
+TEST(UTF8FromUTF16, ALoneSurrogateGivesNullAtEveryPlaceAmongThreeByteUnits) {
+    const std::u16string run(20, u'\x65E5');
+    for (size_t place = 0; place < run.size(); ++place) {
+        for (const char16_t surrogate : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'}) {
+            std::u16string text = run;
+            text[place] = surrogate;
+            const bool kept = place + 1 == run.size() && surrogate < 0xDC00;
+            EXPECT_EQ(ToNarrow(text).has_value(), kept) << place;
+        }
+    }
+}
+
+TEST(UTFConversion, OtherSequencesAtEveryPlaceAmongThreeByteOnes) {
+    for (const char32_t other :
+         {U'a', U'\u07FF', U'\u0800', U'\uD7FF', U'\uE000', U'\uFFFF', U'\U0001F600'}) {
+        for (size_t place = 0; place <= 20; ++place) {
+            std::string narrow;
+            std::u16string wide;
+            for (size_t i = 0; i <= 20; ++i) {
+                const char32_t v = i == place ? other : U'\u65E5';
+                narrow += Encoded(v);
+                wide += Units(v);
+            }
+            EXPECT_EQ(ToWide(narrow), wide);
+            EXPECT_EQ(ToNarrow(wide), narrow);
+        }
     }
 }
 
