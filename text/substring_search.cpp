@@ -60,6 +60,8 @@ TavChar* tav_wcsstr(const TavChar* hay, const TavChar* needle) {
     for (size_t compared = 0;; ++hay) {
         hay = scan::FindOrEnd(hay, *needle);
         if (!*hay) return nullptr;
+        // Most candidates fail at the second unit.
+        if (needle[1] && hay[1] != needle[1]) continue;
         const size_t common = scan::CommonLength<Fold::None>(needle, hay, length);
         if (common == length) return const_cast<TavChar*>(hay);
         compared += common;
