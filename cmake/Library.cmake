@@ -22,6 +22,8 @@ add_library(tavport_provider OBJECT ${provider_sources})
 foreach(part tavport_logic tavport_provider)
   target_include_directories(${part} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
   target_link_libraries(${part} PRIVATE tavport_warnings)
+  # The library's own calls reach its own functions, so they may be inlined and take no detour.
+  target_compile_options(${part} PRIVATE -fno-semantic-interposition)
   set_target_properties(${part} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endforeach()
 # 64-bit offsets and times on 32-bit hosts, and the system calls that only the GNU headers declare.
@@ -44,7 +46,8 @@ file(CONFIGURE OUTPUT ${version_script} CONTENT "TAVPORT_1 {\n  global:\n    ${s
 add_library(TavPort SHARED)
 target_link_libraries(TavPort PRIVATE tavport_logic tavport_provider)
 target_include_directories(TavPort INTERFACE ${CMAKE_SOURCE_DIR}/include)
-target_link_options(TavPort PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed)
+target_link_options(TavPort PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed
+                                       -Wl,-Bsymbolic-functions)
 if(NOT TAVPORT_SANITIZE)
   target_link_options(TavPort PRIVATE -Wl,-z,defs)
 endif()
