@@ -58,6 +58,10 @@ void CopyBlock(const TavChar* in, uint8_t* out) {
     ConvertBlock<Units, Bytes>(in, out);
 }
 
+// Where no block goes whole, this many elements are converted one by one before blocks are tried again: few
+// enough for an accent in an ASCII text, and enough that a mixed text does not pay for the trying.
+constexpr size_t kWindow = 32;
+
 // Copies the blocks in front that are all ASCII.
 template <typename From, typename To>
 void CopyAsciiBlocks(const From*& in, const From* end, To*& out) {
@@ -182,7 +186,7 @@ ptrdiff_t DecodeUTF8(const uint8_t* in, size_t n, TavChar* out) {
     while (in < end) {
         CopyAsciiBlocks(in, end, out);
         if (kHasThreeByteBlocks) CopyThreeByteBlocks(in, end, out);
-        const uint8_t* stop = static_cast<size_t>(end - in) > kBlock ? in + kBlock : end;
+        const uint8_t* stop = static_cast<size_t>(end - in) > kWindow ? in + kWindow : end;
         if (!DecodeTo(stop, in, out)) return -1;
     }
     return out - start;
@@ -251,7 +255,7 @@ ptrdiff_t EncodeUTF8(const TavChar* in, size_t n, uint8_t* out) {
     while (in < end) {
         CopyAsciiBlocks(in, end, out);
         if (kHasThreeByteBlocks) CopyThreeByteBlocks(in, end, out);
-        const TavChar* stop = static_cast<size_t>(end - in) > kBlock ? in + kBlock : end;
+        const TavChar* stop = static_cast<size_t>(end - in) > kWindow ? in + kWindow : end;
         if (!EncodeTo(stop, in, end, out)) return -1;
     }
     return out - start;
