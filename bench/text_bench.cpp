@@ -163,7 +163,9 @@ std::string Repeated(const std::string& piece, size_t bytes) {
 void Conversions() {
     // A block that was shrunk leaves the allocator mapping the next large one anew, page faults and all,
     // until someone frees a larger one. Every row is to find the state that the larger one leaves.
-    free(malloc(4 << 20));
+    void* large = malloc(4 << 20);
+    benchmark::DoNotOptimize(large);
+    free(large);
     for (size_t size : {20u, 60u, 200u, 1u << 20}) Conversion("ascii", Repeated("q", size));
     Conversion("cjk", Repeated("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E", 1 << 20));
     Conversion(
