@@ -25,7 +25,7 @@ OSErr DoCopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSR
 // The reference of the object named by volume, folder and length-prefixed Mac Roman name.
 OSErr FSMakeFSRef(FSVolumeRefNum volume, int32_t dirID, const uint8_t* name, FSRef* ref);
 
-// A Unicode name as Mac Roman with its length in front, at most 63 bytes; -37 where it cannot be said so.
+// A Unicode name as Mac Roman with its length in front, at most 62 bytes; -37 where it cannot be said so.
 OSErr UniStrToPStr(const HFSUniStr255* uniName, TextEncoding encodingHint, uint8_t name[64]);
 
 // Fetches what the filter wants to know beyond the settable facts and asks it; 0 changes nothing without a

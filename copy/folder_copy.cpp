@@ -85,10 +85,13 @@ static OSErr AddFolder(GenLinkedList* list, const FSRef& source, const FSRef& de
 
 // Whether the walk goes into a sub-folder: not at the depth limit, and not where another volume is mounted on
 // it.
-static bool IsEntered(const FSCopyFolderGlobals* globals, const FSRef& folder) {
-    if (globals->maxLevels != 0 && globals->level + 1 >= globals->maxLevels) return false;
+static OSErr IsEntered(const FSCopyFolderGlobals* globals, const FSRef& folder, bool* isEntered) {
+    *isEntered = globals->maxLevels == 0 || globals->level + 1 < globals->maxLevels;
+    if (!*isEntered) return noErr;
     FSVolumeRefNum volume;
-    return FSGetVRefNum(&folder, &volume) == noErr && volume == globals->volume;
+    OSErr result = FSGetVRefNum(&folder, &volume);
+    *isEntered = result == noErr && volume == globals->volume;
+    return result;
 }
 
 // Makes the copy of a sub-folder and remembers to visit it where it is to be entered.
@@ -100,7 +103,9 @@ static OSErr CopySubFolder(FSCopyFolderGlobals* globals, ItemCount index, GenLin
     if (FSCompareFSRefs(&source, globals->newTop) == noErr) return kDestInsideSourceErr;
     OSErr result = CreateFolder(&source, globals->destDir, &globals->catalogInfos[index],
                                 &globals->names[index], globals->copyParams, newRef, newSpec);
-    if (result != noErr || !IsEntered(globals, source)) return result;
+    bool isEntered = false;
+    if (result == noErr) result = IsEntered(globals, source, &isEntered);
+    if (result != noErr || !isEntered) return result;
     return AddFolder(subFolders, source, *newRef, globals->level + 1);
 }
 

@@ -128,6 +128,17 @@ static OSErr FinishReplacing(OSErr result, const FSRef* newObject, const FSRef* 
     return result;
 }
 
+// Undoes the setting aside when a link led from the source to what was set aside: by now it leads nowhere, or
+// would lead to the copy itself, and the only content would be lost.
+static OSErr CheckSourceAfterSettingAside(const FSRef* source, const FSRef* setAside,
+                                          const HFSUniStr255& name, Boolean* isReplacing) {
+    OSErr result = FSCompareFSRefs(source, source);
+    if (result == noErr) return noErr;
+    FSRenameUnicode(setAside, name.length, name.unicode, kTextEncodingUnknown, nullptr);
+    *isReplacing = false;
+    return result;
+}
+
 static OSErr CopyPreflighted(const FSRef* source, const FSRef* destDir, ItemCount maxLevels,
                              Boolean isDirectory, const FSCatalogInfo* sourceInfo, const HFSUniStr255* name,
                              CopyParams* params, FilterParams* filter, FSRef* newRef, FSSpec* newSpec) {
@@ -156,6 +167,8 @@ OSErr FSCopyObject(const FSRef* source, const FSRef* destDir, ItemCount maxLevel
     Boolean isDirectory = false, isReplacing = false;
     result = FSCopyObjectPreflight(source, destDir, dupeAction, &params, &name, &sourceInfo, &isDirectory,
                                    &setAside, &isReplacing);
+    if (result == noErr && isReplacing)
+        result = CheckSourceAfterSettingAside(source, &setAside, name, &isReplacing);
     if (result == noErr)
         result = CopyPreflighted(source, destDir, maxLevels, isDirectory, &sourceInfo, &name, &params,
                                  &filter, &newObject, newSpec);

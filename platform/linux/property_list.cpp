@@ -2,21 +2,22 @@
 // exactly that and does not parse the rest.
 #include "platform/linux/property_list.h"
 
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 namespace {
 
 constexpr size_t kLargestList = 1 << 20;
 
-// What is in a regular file of sensible size; nothing else is opened.
+// What is in a regular file, as far as a list of sensible size goes; nothing else is opened.
 std::string ReadList(const std::string& path) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error)) return "";
-    std::ifstream file(path, std::ios::binary);
+    std::FILE* file = std::fopen(path.c_str(), "rbe"); // "e": not inherited by other programs
+    if (!file) return "";
     std::string text(kLargestList, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<size_t>(file.gcount()));
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    std::fclose(file);
     return text;
 }
 

@@ -21,6 +21,7 @@
 #include "platform/references.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -131,6 +132,10 @@ static OSErr CopyData(const FSRef& source, const FSRef& copy, uint64_t size) {
         if (moved <= 0) return moved < 0 ? LastError() : eofErr;
         size -= static_cast<uint64_t>(moved);
     }
+    // Servers tell at the end that there was no room.
+    const int written = to.Release();
+    if (written >= 0 && close(written) != 0 && LastErrorNumber() != EINTR && result == noErr)
+        result = LastError();
     return result;
 }
 
@@ -158,7 +163,11 @@ static OSErr CopyOnServer(const FSRef& source, const FSRef& folder, const HFSUni
     if (result != noErr) return result;
     result = CopyData(source, copy, info.dataLogicalSize);
     if (result == noErr) result = FinishCopy(copy, info);
-    if (result != noErr) FSDeleteObject(&copy);
+    if (result != noErr) {
+        atFirst.nodeFlags = 0; // it may have been locked already
+        FSSetCatalogInfo(&copy, kFSCatInfoNodeFlags, &atFirst);
+        FSDeleteObject(&copy);
+    }
     return result;
 }
 

@@ -67,7 +67,7 @@ TEST_F(CopyOntoVolume, FullVolumeKeepsTheOldFileAndNothingHalfMade) {
     EXPECT_EQ(std::distance(fs::directory_iterator(folder / "to"), {}), 1);
 }
 
-TEST_F(CopyOntoVolume, FullVolumeKeepsTheOldTree) {
+TEST_F(CopyOntoVolume, FullVolumeReplacesTheOldTreeByWhatCouldBeCopied) {
     fs::create_directory(folder / "from/tree");
     fs::create_directory(folder / "to/tree");
     WriteFile(folder / "from/tree/file", Bytes(4 << 20, 'n'));

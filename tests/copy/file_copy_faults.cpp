@@ -82,7 +82,7 @@ TEST_F(CopySteps, ReplacedFileIsSetAsideFirstAndDeletedLast) {
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
     const Names expected = Log({kPreflight,
-                                {"FSRenameUnicode", "FSCreateFileUnicode"},
+                                {"FSRenameUnicode", "FSCompareFSRefs", "FSCreateFileUnicode"},
                                 kForks,
                                 {"FSSetCatalogInfo", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"}});
     EXPECT_EQ(log, expected);

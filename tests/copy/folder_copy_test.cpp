@@ -116,7 +116,7 @@ TEST_F(FolderCopyTest, TopFolderHasTheSourceCreationDateAfterwards) {
     info.createDate = {0, 3000000000u, 0};
     ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoCreateDate, &info), noErr);
     ASSERT_EQ(CopyTree(), noErr);
-    EXPECT_EQ(CreationDate(To("tree")).lowSeconds, 3000000000u);
+    EXPECT_EQ(+CreationDate(To("tree")).lowSeconds, 3000000000u);
 }
 
 TEST_F(FolderCopyTest, TopFolderIsBusyWhileItIsFilledAndAfterAFailure) {
@@ -135,8 +135,8 @@ TEST_F(FolderCopyTest, TopFolderIsBusyWhileItIsFilledAndAfterAFailure) {
     EXPECT_EQ(CopyTree(0, kDupeActionStandard, stop, &seen), -128);
     UTCDateTime busy;
     ASSERT_EQ(GetMagicBusyCreateDate(&busy), noErr);
-    EXPECT_EQ(seen.whileFilled.lowSeconds, busy.lowSeconds);
-    EXPECT_EQ(CreationDate(To("tree")).lowSeconds, busy.lowSeconds);
+    EXPECT_EQ(+seen.whileFilled.lowSeconds, +busy.lowSeconds);
+    EXPECT_EQ(+CreationDate(To("tree")).lowSeconds, +busy.lowSeconds);
 }
 
 TEST_F(FolderCopyTest, FailedReplaceRemovesThePartialTreeAndBringsTheOldBack) {

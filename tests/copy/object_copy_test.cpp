@@ -124,6 +124,21 @@ TEST_F(ObjectCopyTest, ReplaceOfItselfKeepsTheContent) {
     EXPECT_FALSE(Exists(To(".DeleteMe")));
 }
 
+TEST_F(ObjectCopyTest, ReplacingWhatALinkLeadsToLosesNothing) {
+    WriteFile(To("file"), "content");
+    fs::create_directories(To("tree/sub"));
+    WriteFile(To("tree/sub/file"), "content");
+    fs::create_symlink("file", To("link"));
+    fs::create_symlink(To("tree"), To("treelink"));
+    fs::create_symlink(To("tree/sub/file"), To("insidelink"));
+    EXPECT_EQ(CopyPath(To("link"), To("file"), 0), 0);
+    EXPECT_EQ(CopyPath(To("treelink"), To("tree"), 0), 0);
+    EXPECT_EQ(CopyPath(To("insidelink"), To("tree"), 0), 0);
+    EXPECT_EQ(ReadFile(To("file")), "content");
+    EXPECT_EQ(ReadFile(To("tree/sub/file")), "content");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
 TEST_F(ObjectCopyTest, FailedReplaceBringsTheOldObjectBackUnderTheSourceName) {
     WriteFile(From("source"), "new");
     WriteFile(To("target"), "old");

@@ -1,6 +1,7 @@
 #include "platform/linux/attributes.h"
 
 #include "metadata_support.h"
+#include "support/sanitizers.h"
 #include "system_call_faults.h"
 
 #include <atomic>
@@ -61,6 +62,7 @@ TEST_F(Attributes, MissingCall_IsTriedOnce) {
 }
 
 TEST_F(Attributes, WithoutProc_TheObjectIsOpened) {
+    if (kAddressSanitizer) GTEST_SKIP() << "the leak sanitizer needs /proc";
     const OwnVolume namespaceOfItsOwn("tmpfs");
     if (!namespaceOfItsOwn.reason().empty()) GTEST_SKIP() << namespaceOfItsOwn.reason();
     const FSRef ref = RefTo(file_);

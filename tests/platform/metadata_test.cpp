@@ -253,7 +253,7 @@ TEST_F(Metadata, Spec_HoldsVolumeParentNameAndReference) {
     ASSERT_EQ(FillSpec(PlaceOf(file_), ref, spec), noErr);
     const FSCatalogInfo info = GetInfo(file_, kFSCatInfoVolume | kFSCatInfoParentDirID);
     EXPECT_EQ(spec.vRefNum, info.volume);
-    EXPECT_EQ(spec.parID, static_cast<int32_t>(info.parentDirID));
+    EXPECT_EQ(+spec.parID, static_cast<int32_t>(info.parentDirID));
     EXPECT_EQ(std::memcmp(spec.name, "\4file", 5), 0);
     EXPECT_EQ(std::memcmp(&spec.ref, &ref, sizeof(ref)), 0);
 }

@@ -130,10 +130,10 @@ TEST_F(VolumesTest, Parameters_OfALocalVolumeNameItsDevice) {
     block.ioReqCount = 32;
     ASSERT_EQ(PBHGetVolParmsSync(&block), noErr);
     EXPECT_EQ(block.ioActCount, sizeof parameters);
-    EXPECT_EQ(parameters.vMServerAdr, 0);
+    EXPECT_EQ(+parameters.vMServerAdr, 0);
     EXPECT_EQ(parameters.vMAttrib & kVolParmsHasCopyFile, 0);
-    EXPECT_EQ(parameters.vMVolumeGrade, 0);
-    ASSERT_NE(parameters.vMDeviceID, nullptr);
+    EXPECT_EQ(+parameters.vMVolumeGrade, 0);
+    ASSERT_TRUE(parameters.vMDeviceID);
     EXPECT_EQ(std::string(static_cast<const char*>(parameters.vMDeviceID)).substr(0, 4), "loop");
 }
 
@@ -145,7 +145,7 @@ TEST_F(VolumesTest, Parameters_OfAVolumeInMemoryNameNoDevice) {
     block.ioBuffer = &parameters;
     block.ioReqCount = 32;
     ASSERT_EQ(PBHGetVolParmsSync(&block), noErr);
-    EXPECT_EQ(parameters.vMDeviceID, nullptr);
+    EXPECT_FALSE(parameters.vMDeviceID);
 }
 
 TEST_F(VolumesTest, ParametersBuffer_IsFilledOnlyAsFarAsAskedFor) {

@@ -262,6 +262,14 @@ void* operator new(size_t size) {
     throw std::bad_alloc();
 }
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    if (Decide("operator new", true, true).fail) return nullptr;
+    return Known(__real_malloc(size ? size : 1));
+}
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+
 void operator delete(void* block) noexcept {
     __wrap_free(block);
 }
