@@ -270,9 +270,19 @@ void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
     return operator new(size, tag);
 }
 
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+
 void operator delete(void* block) noexcept {
     __wrap_free(block);
 }
 void operator delete(void* block, size_t) noexcept {
+    __wrap_free(block);
+}
+void operator delete[](void* block) noexcept {
+    __wrap_free(block);
+}
+void operator delete[](void* block, size_t) noexcept {
     __wrap_free(block);
 }
