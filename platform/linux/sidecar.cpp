@@ -103,23 +103,36 @@ static bool LacksAttributes(int file) {
     return fgetxattr(file, kMetadataAttribute, nullptr, 0) < 0 && HasNoAttributes();
 }
 
+// Makes a new file with a name that nothing else has.
+static int MakeUnnamed(int folder, char (&name)[64]) {
+    static std::atomic<unsigned> count = 0;
+    for (unsigned tries = 0; tries < 100; ++tries) {
+        const unsigned number = count.fetch_add(1, std::memory_order_relaxed);
+        std::snprintf(name, sizeof(name), ".TavPort-%ld-%u", static_cast<long>(getpid()), number);
+        const int file = OpenName(folder, name, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+        if (file >= 0 || LastErrorNumber() != EEXIST) return file;
+    }
+    return -1;
+}
+
 OSErr Sidecar::Make() {
     const SidecarName name(place_->name);
     if (!name) return bdNamErr;
     const int folder = place_->folder.descriptor();
-    file_.Reset(OpenName(folder, name.bytes, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));
+    // Gets its name when it is whole, so that nobody meets a broken one.
+    char newName[64];
+    file_.Reset(MakeUnnamed(folder, newName));
     if (!file_) return LastError();
     CountSidecar();
     uint8_t front[kMostFrontSize];
     const size_t size = MakeFront(LacksAttributes(file_.number()), front);
     OSErr result = WriteBytes(file_.number(), front, size, 0);
     if (result == noErr) result = ReadHeader();
-    if (result != noErr) {
-        unlinkat(folder, name.bytes, 0);
-        return result;
-    }
     Match(file_.number(), place_->facts);
-    return noErr;
+    if (result == noErr && RenameWithoutReplacing(folder, newName, folder, name.bytes) < 0)
+        result = LastError();
+    if (result != noErr) unlinkat(folder, newName, 0);
+    return result;
 }
 
 OSErr Sidecar::OpenOrMake(const Place& place) {
@@ -220,18 +233,6 @@ OSErr Sidecar::WriteCopy(int to, const Facts& facts) const {
     OSErr result = fork ? CopyBytes(file_.number(), *fork, to, kFullFrontSize) : noErr;
     if (result == noErr) result = WriteBytes(to, front, sizeof(front), 0);
     return result == noErr && fdatasync(to) < 0 ? LastError() : result;
-}
-
-// Makes a new file with a name that nothing else has.
-static int MakeUnnamed(int folder, char (&name)[64]) {
-    static std::atomic<unsigned> count = 0;
-    for (unsigned tries = 0; tries < 100; ++tries) {
-        const unsigned number = count.fetch_add(1, std::memory_order_relaxed);
-        std::snprintf(name, sizeof(name), ".TavPort-%ld-%u", static_cast<long>(getpid()), number);
-        const int file = OpenName(folder, name, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
-        if (file >= 0 || LastErrorNumber() != EEXIST) return file;
-    }
-    return -1;
 }
 
 OSErr Sidecar::Rewrite(const Facts& facts) {

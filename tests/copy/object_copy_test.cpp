@@ -273,7 +273,7 @@ TEST_F(ObjectCopyTest, FileIsBusyUnlockedAndOpenToItsOwnerWhileItIsWritten) {
         if (!found || memcmp(seen.finderInfo, "bzy ", 4) != 0) continue;
         ++seenBusy;
         if (seen.nodeFlags & kFSNodeLockedMask) continue; // the real facts are being written
-        EXPECT_EQ(seen.permissions.mode & 0700, 0700);
+        EXPECT_EQ(seen.permissions.mode & 0600, 0600);
     }
     copier.join();
     EXPECT_GT(seenBusy, 0);
