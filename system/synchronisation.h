@@ -18,5 +18,5 @@ static_assert(offsetof(OpacTavEvent, manualReset) == 4 && offsetof(OpacTavEvent,
 // The platform's duration of a timeout in milliseconds; any negative one is without limit.
 Duration DurationFromTimeout(int32_t timeout);
 
-// TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT or TAV_WAIT_FAILED for the status that a platform wait gave.
+// TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT or TAV_WAIT_ABANDONED for the status that a platform wait gave.
 uint32_t WaitResult(OSStatus status);

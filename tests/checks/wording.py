@@ -9,7 +9,7 @@ import sys
 
 # Written so that this file does not find itself.
 WORDS = [r"\bthe spec" r"\b", r"\bspec" r"\.md\b", r"\bspecificati" r"ons?\b", r"\bas spec" r"ified\b",
-         r"\bPart" r" \d\.\d", r"\bParts" r" \d\.\d", r"\bdesign" r"\.md\b", r"\bstyle" r"\.md\b", r"/work/" r"(main|wt|shared)"]
+         r"\bPart" r" \d\.\d", r"\bParts" r" \d\.\d", r"\bdesign" r"\.md\b", r"\bstyle" r"\.md\b"]
 PATTERN = re.compile("|".join(WORDS), re.I)
 SKIPPED = {".git", "build", ".cache", "__pycache__"}
 
