@@ -8,10 +8,11 @@
 #include "platform/bundles.h"
 
 #include "platform/linux/cf_object.h"
+#include "platform/linux/child_safe_mutex.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/names.h"
 #include "platform/linux/property_list.h"
 #include "platform/linux/string_object.h"
-#include "platform/process.h"
 #include "platform/references.h"
 
 #include <dlfcn.h>
@@ -23,7 +24,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <string>
 
@@ -92,19 +92,13 @@ std::string ExecutableOf(const std::string& path) {
 
 // ---- The bundles in use
 
-std::mutex lock;
+constinit ChildSafeMutex lock;
 OpaqueCFBundle* inUse = nullptr;
-
-void HandleForks() {
-    static const bool handled =
-        PlatformAtFork([] { lock.lock(); }, [] { lock.unlock(); }, [] { lock.unlock(); }) == 0;
-    static_cast<void>(handled);
-}
 
 void ReleaseBundle(CFObject* object) {
     auto* bundle = static_cast<OpaqueCFBundle*>(object);
     {
-        std::lock_guard held(lock);
+        const HeldLock held(lock);
         if (--bundle->owners > 0) return;
         OpaqueCFBundle** link = &inUse;
         while (*link != bundle) link = &(*link)->next;
@@ -143,8 +137,7 @@ OpaqueCFBundle* CreateBundle(CFURLRef url) {
     std::string executable = path.empty() ? "" : ExecutableOf(path);
     if (executable.empty()) return nullptr;
 
-    HandleForks();
-    std::lock_guard held(lock);
+    const HeldLock held(lock);
     if (OpaqueCFBundle* bundle = FindInUse(path)) return bundle;
     inUse = new OpaqueCFBundle{{&kBundleKind}, std::move(path), std::move(executable), nullptr, 1, inUse};
     return inUse;
