@@ -30,7 +30,7 @@ struct OpaqueFSIterator {
     bool isResting = false;
 };
 
-// The iterator's owner is done with it for now; from here on it may have to give its descriptors back.
+// The iterator's owner lets it rest until the next call; meanwhile it may have to give its descriptors back.
 void LetRest(OpaqueFSIterator& iterator);
 
 // The iterator is about to be used or closed; from here on it keeps what it has.
