@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <set>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -163,6 +164,21 @@ TEST_F(FolderCopyTest, FilterSeesEachItemWithLevelAndName) {
     };
     ASSERT_EQ(CopyTree(0, kDupeActionStandard, record, &seen), noErr);
     EXPECT_EQ(seen, (Paths{"tree/0", "a/1", "b/2", "file2"}));
+}
+
+TEST_F(FolderCopyTest, SubFoldersAreVisitedBeforeLaterSiblings) {
+    for (const char* name : {"a", "b", "c"}) {
+        fs::create_directories(From("tree/") + name + "/x");
+        WriteFile(From("tree/") + name + "/x/file", "x");
+    }
+    std::vector<ItemCount> levels;
+    auto record = [](Boolean, ItemCount level, OSErr result, const FSCatalogInfo*, const FSRef*,
+                     const FSSpec*, const HFSUniStr255*, const FSRef*, void* data) -> OSErr {
+        static_cast<std::vector<ItemCount>*>(data)->push_back(level);
+        return result;
+    };
+    ASSERT_EQ(CopyTree(0, kDupeActionStandard, record, &levels), noErr);
+    EXPECT_EQ(levels, (std::vector<ItemCount>{0, 1, 1, 1, 2, 3, 2, 3, 2, 3}));
 }
 
 TEST_F(FolderCopyTest, ItemsThatCannotBeCopiedAreSkippedWithoutAFilter) {
