@@ -1,8 +1,8 @@
 /*
  * TavPort: a Windows-style programming interface for systems that have none, with virtual paths.
  *
- * An application carries the library as a framework in its own bundle and includes this one header, from C11 or
- * C++17 onwards.
+ * An application carries the library as a framework in its own bundle and includes this one header, from C11
+ * or C++17 onwards.
  *
  * What to look for where:
  *   name files by keys and values instead of raw paths    Virtual paths
@@ -22,15 +22,15 @@
  *     function asks for or reports as needed includes the terminator, a length does not.
  *   - Booleans are int32_t: 1 for yes or success, 0 for no or failure. No last-error value is kept.
  *   - What a creating function returns belongs to the caller until the releasing call named beside it.
- *   - Timeouts are milliseconds; any negative value waits without limit. Waits give 0 (signalled), 258 (timed out)
- *     or 128 (any other failure).
+ *   - Timeouts are milliseconds; any negative value waits without limit. Waits give 0 (signalled), 258 (timed
+ *     out) or 128 (any other failure).
  *   - Paths are absolute POSIX paths with "/", shorter than 1024 units.
- *   - Nothing is printed, no thread is started, and no exception leaves a function. Memory that cannot be had gives
- *     the function's failure result.
+ *   - Nothing is printed, no thread is started, and no exception leaves a function. Memory that cannot be had
+ *     gives the function's failure result.
  *   - Functions may be called from any thread at the same time, each on objects of its own.
  *
- * Each description ends with @owner (who frees what), @threads (what may run at once) and @windows (the Windows call
- * that the function stands in for, or "none").
+ * Each description ends with @owner (who frees what), @threads (what may run at once) and @windows (the
+ * Windows call that the function stands in for, or "none").
  */
 #ifndef TAVPORT_H
 #define TAVPORT_H
@@ -39,7 +39,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* A 16-bit UTF-16 code unit: the type of u"text", and of L"text" where the compiler's wide character has 16 bits. */
+/* A 16-bit UTF-16 code unit: the type of u"text", and of L"text" where the compiler's wide character has
+   16 bits. */
 #if defined(__SIZEOF_WCHAR_T__) && __SIZEOF_WCHAR_T__ == 2
 typedef wchar_t TavChar;
 #elif defined(__cplusplus)
@@ -58,25 +59,26 @@ extern "C" {
 #pragma GCC visibility push(default)
 #endif
 
-/* ---- Shared types ------------------------------------------------------------------------------------------ */
+/* ---- Shared types -------------------------------------------------------------------------------------- */
 
-/* The platform's reference to a file or folder: opaque, may be copied and stored byte by byte. An application gets
-   one from Tav0FSRCreateWithPath and Tav0FSRToAbs. */
+/* The platform's reference to a file or folder: opaque, may be copied and stored byte by byte. An
+   application gets one from Tav0FSRCreateWithPath and Tav0FSRToAbs. */
 typedef struct FSRef {
     uint8_t hidden[80];
 } FSRef;
 
-/* A translation key: four characters that stand in memory in the order in which they are written, fewer filled up with
-   zero bytes. Write it with TAV_KEY; a plain 'pref' has its bytes the wrong way round on little-endian machines. */
+/* A translation key: four characters that stand in memory in the order in which they are written, fewer
+   filled up with zero bytes. Write it with TAV_KEY; a plain 'pref' has its bytes the wrong way round on
+   little-endian machines. */
 typedef int32_t TavKey;
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-#define TAV_KEY(a, b, c, d)                                                                                       \
-    ((TavKey)(((uint32_t)(uint8_t)(a) << 24) | ((uint32_t)(uint8_t)(b) << 16) | ((uint32_t)(uint8_t)(c) << 8) |   \
-              (uint32_t)(uint8_t)(d)))
+#define TAV_KEY(a, b, c, d)                                                                                  \
+    ((TavKey)(((uint32_t)(uint8_t)(a) << 24) | ((uint32_t)(uint8_t)(b) << 16) |                              \
+              ((uint32_t)(uint8_t)(c) << 8) | (uint32_t)(uint8_t)(d)))
 #else
-#define TAV_KEY(a, b, c, d)                                                                                       \
-    ((TavKey)(((uint32_t)(uint8_t)(d) << 24) | ((uint32_t)(uint8_t)(c) << 16) | ((uint32_t)(uint8_t)(b) << 8) |   \
-              (uint32_t)(uint8_t)(a)))
+#define TAV_KEY(a, b, c, d)                                                                                  \
+    ((TavKey)(((uint32_t)(uint8_t)(d) << 24) | ((uint32_t)(uint8_t)(c) << 16) |                              \
+              ((uint32_t)(uint8_t)(b) << 8) | (uint32_t)(uint8_t)(a)))
 #endif
 
 /* The name of a named value: at most 15 bytes and a terminator. All 16 bytes must be readable. */
@@ -84,10 +86,10 @@ typedef struct MyStr16 {
     char name[16];
 } MyStr16;
 
-/* ---- Virtual paths: translation keys and named values ------------------------------------------------------- */
+/* ---- Virtual paths: translation keys and named values -------------------------------------------------- */
 /*
- * Gives symbolic paths their meaning: a key of four characters stands for a folder, a short name for a piece of path.
- * An application registers both when it starts:
+ * Gives symbolic paths their meaning: a key of four characters stands for a folder, a short name for a piece
+ * of path. An application registers both when it starts:
  *     TavKey pref = TAV_KEY('p', 'r', 'e', 'f');
  *     OpacTavFSRef* settings = Tav0FSRCreateWithPath(u"/home/ann/settings");
  *     FSRef folder;
@@ -95,8 +97,8 @@ typedef struct MyStr16 {
  *     Tav0FSRRelease(settings);
  *     MyStr16 lang = {"lang"};
  *     Tav0FSValRegister(&lang, u"en");
- * after which "$pref\%lang\Data" leads to Data in the folder en of that folder. Entries live until they are replaced,
- * removed (Tav0FSValRemove) or the library is unloaded; nothing is released.
+ * after which "$pref\%lang\Data" leads to Data in the folder en of that folder. Entries live until they are
+ * replaced, removed (Tav0FSValRemove) or the library is unloaded; nothing is released.
  */
 
 /**
@@ -106,20 +108,23 @@ typedef struct MyStr16 {
  * @param ref  the folder, copied; null only looks the key up.
  * @return the registry's copy; null when the key is not registered or memory is short (nothing changes then).
  * @owner   the registry; the pointer holds until the same key is registered again.
- * @threads registering must not run beside any other use of translation keys; looking up may run beside looking up.
+ * @threads registering must not run beside any other use of translation keys; looking up may run beside
+ *          looking up.
  * @windows none
  */
 FSRef* Tav0TranPathRegister(const TavKey* key, const FSRef* ref);
 
 /**
- * Registers a text under a name, replaces the text registered there, or looks it up. Each registration raises the
- * modification counter by one, also when the text is the same.
+ * Registers a text under a name, replaces the text registered there, or looks it up. Each registration raises
+ * the modification counter by one, also when the text is the same.
  *
  * @param name   the name, letter case significant, all 16 bytes readable; null gives null.
  * @param value  the text, copied; may be empty; null only looks the name up.
- * @return the registry's copy; null when the name is not registered or memory is short (nothing changes then).
+ * @return the registry's copy; null when the name is not registered or memory is short (nothing changes
+ *         then).
  * @owner   the registry; the pointer holds until the same name is registered again or removed.
- * @threads registering must not run beside any other use of named values; looking up may run beside looking up.
+ * @threads registering must not run beside any other use of named values; looking up may run beside looking
+ *          up.
  * @windows none
  */
 TavChar* Tav0FSValRegister(const MyStr16* name, const TavChar* value);
@@ -145,7 +150,7 @@ void Tav0FSValRemove(const MyStr16* name);
  */
 uint32_t Tav0FSValGetModifyAccount(void);
 
-/* ---- Virtual paths: expressions ----------------------------------------------------------------------------- */
+/* ---- Virtual paths: expressions ------------------------------------------------------------------------ */
 /*
  * Names a place symbolically, to be turned into a file reference when it is needed:
  *     OpacTavFSExp* e = Tav0FSExpCreateTK((const char*)&pref);  // $pref
@@ -153,10 +158,10 @@ uint32_t Tav0FSValGetModifyAccount(void);
  *     Tav0FSExpAppendSeg(e, u"Data/file.txt");                  // $pref\%lang\Data\file.txt
  *     OpacTavFSRef* r = Tav0FSExpCalculateFSRCreate(e, NULL);
  *     Tav0FSExpRelease(e);
- * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a translation
- * key, or "$$" and a name for a base that the evaluating caller gives, or any other text (such as "M") for an absolute
- * path in the segments that follow. A segment is "%" and the name of a value, or plain text. Nothing is checked before
- * the evaluation. Expressions are released with Tav0FSExpRelease.
+ * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a
+ * translation key, or "$$" and a name for a base that the evaluating caller gives, or any other text (such as
+ * "M") for an absolute path in the segments that follow. A segment is "%" and the name of a value, or plain
+ * text. Nothing is checked before the evaluation. Expressions are released with Tav0FSExpRelease.
  */
 
 /* A growable path expression. */
@@ -177,8 +182,8 @@ typedef struct OpacTavFSRef OpacTavFSRef;
 OpacTavFSExp* Tav0FSExpCreateAbs(OpacTavFSRef* ref);
 
 /**
- * Makes an expression from a translation key: "$" and the characters of the key up to the first zero byte. The key
- * may be registered later, or never.
+ * Makes an expression from a translation key: "$" and the characters of the key up to the first zero byte.
+ * The key may be registered later, or never.
  *
  * @param key  the four bytes of the key, the first character first; null gives null.
  * @return the expression, or null when memory is short.
@@ -200,15 +205,16 @@ OpacTavFSExp* Tav0FSExpCreateTK(const char* key);
 OpacTavFSExp* Tav0FSExpCreateExp(const TavChar* text);
 
 /**
- * Makes an expression of a reference's path relative to the folder of a key, or to a base: "$" and the key ("$$" with
- * a base) and what follows that folder in the path. Letter case is ignored in the folder's part and kept in the rest.
+ * Makes an expression of a reference's path relative to the folder of a key, or to a base: "$" and the key
+ * ("$$" with a base) and what follows that folder in the path. Letter case is ignored in the folder's part
+ * and kept in the rest.
  *
  * @param ref   the reference; null gives null.
- * @param key   the four bytes of the key, the first character first; null gives null. With a base it is only the name
- *              behind "$$" and need not be registered.
+ * @param key   the four bytes of the key, the first character first; null gives null. With a base it is only
+ *              the name behind "$$" and need not be registered.
  * @param base  the folder to use in place of the key's, or null.
- * @return the expression; null when the path is not at or below the folder (nothing is below "/"), the key is not
- *         registered, a path has 1024 units or more, or memory is short.
+ * @return the expression; null when the path is not at or below the folder (nothing is below "/"), the key is
+ *         not registered, a path has 1024 units or more, or memory is short.
  * @owner   the caller, until Tav0FSExpRelease.
  * @threads any, as long as no keys are registered meanwhile.
  * @windows none
@@ -229,13 +235,15 @@ OpacTavFSExp* Tav0FSExpCreateAbsOnKey(const OpacTavFSRef* ref, const char* key, 
 uint32_t Tav0FSExpGetExp(const OpacTavFSExp* e, TavChar* buf, uint32_t bufUnits);
 
 /**
- * Tells whether an expression is relative to a base ("$$…"), and the name that stands between "$$" and the first "\".
+ * Tells whether an expression is relative to a base ("$$…"), and the name that stands between "$$" and the
+ * first "\".
  *
  * @param e          the expression; null gives 0.
  * @param nameBuf    receives the name and a terminator; may be null.
- * @param nameUnits  in: size of `nameBuf`, which must be greater than the name's length. Out: the name's length
- *                   without terminator (also where `nameBuf` is null); 0 when it does not fit or no "\" follows.
- *                   Unchanged when the result is 0. May be null; `nameBuf` is then taken to be large enough.
+ * @param nameUnits  in: size of `nameBuf`, which must be greater than the name's length. Out: the name's
+ *                   length without terminator (also where `nameBuf` is null); 0 when it does not fit or no
+ *                   "\" follows. Unchanged when the result is 0. May be null; `nameBuf` is then taken to be
+ *                   large enough.
  * @return 1 when it is, whatever became of the name; else 0.
  * @owner   nothing to release.
  * @threads any, as long as the expression is not changed meanwhile.
@@ -244,8 +252,8 @@ uint32_t Tav0FSExpGetExp(const OpacTavFSExp* e, TavChar* buf, uint32_t bufUnits)
 int32_t Tav0FSExpIsRelPath(const OpacTavFSExp* e, TavChar* nameBuf, uint32_t* nameUnits);
 
 /**
- * Appends one or more segments; "/" in the text becomes "\". A "\" is put between the old text and the new where
- * neither has one there already; a "/" in front does not count as one, so it leaves an empty segment.
+ * Appends one or more segments; "/" in the text becomes "\". A "\" is put between the old text and the new
+ * where neither has one there already; a "/" in front does not count as one, so it leaves an empty segment.
  *
  * @param e    the expression; null gives 0.
  * @param seg  the segment, which may be empty or begin with "\"; null gives 0.
@@ -280,25 +288,27 @@ int32_t Tav0FSExpAppendVal(OpacTavFSExp* e, const char* name);
 void Tav0FSExpRelease(OpacTavFSExp* e);
 
 /**
- * Evaluates an expression: puts the folder in place of the root and the texts in place of named values, joins the
- * segments with "/" and resolves "." and "..". A key that is not registered counts as empty, so the path begins with
- * the first segment and has no "/" in front; an unknown value leaves nothing but the "/" before it.
+ * Evaluates an expression: puts the folder in place of the root and the texts in place of named values, joins
+ * the segments with "/" and resolves "." and "..". A key that is not registered counts as empty, so the path
+ * begins with the first segment and has no "/" in front; an unknown value leaves nothing but the "/" before
+ * it.
  *
  * @param e     the expression; null gives null.
  * @param base  the base of an expression that begins with "$$"; else it may be null.
- * @return the reference; null when the base is missing, an absolute expression has no "\", the key is empty, the path
- *         has a ":" (but for "C:" in front) or a name that begins with ".", leads above its first "/", holds 512 or
- *         more "/", or exceeds 2047 units, a name of a value has 256 bytes or more, or memory is short.
+ * @return the reference; null when the base is missing, an absolute expression has no "\", the key is empty,
+ *         the path has a ":" (but for "C:" in front) or a name that begins with ".", leads above its first
+ *         "/", holds 512 or more "/", or exceeds 2047 units, a name of a value has 256 bytes or more, or
+ *         memory is short.
  * @owner   the caller holds the reference, until Tav0FSRRelease.
  * @threads any, as long as no keys or values are registered or removed meanwhile.
  * @windows none
  */
 OpacTavFSRef* Tav0FSExpCalculateFSRCreate(const OpacTavFSExp* e, const OpacTavFSRef* base);
 
-/* ---- Virtual paths: references ------------------------------------------------------------------------------ */
+/* ---- Virtual paths: references ------------------------------------------------------------------------- */
 /*
- * The handle by which files and folders are named everywhere else: a path that never changes, shared and counted. The
- * same path gives the same handle, so handles may be compared. The path need not exist.
+ * The handle by which files and folders are named everywhere else: a path that never changes, shared and
+ * counted. The same path gives the same handle, so handles may be compared. The path need not exist.
  *     OpacTavFSRef* folder = Tav0FSRCreateWithPath(u"/tmp");
  *     OpacTavFSRef* file = Tav0FSRAppendPathComponent(folder, u"notes.txt");
  *     if (Tav0FSRIsExist(file)) …
@@ -376,13 +386,14 @@ void Tav0FSRRelease(OpacTavFSRef* r);
 uint32_t Tav0FSRToUTF16(const OpacTavFSRef* r, TavChar* buf, uint32_t bufUnits);
 
 /**
- * Finds the object that a reference names and gives the platform's reference to it. For a link that is the link
- * itself, whether or not its target exists.
+ * Finds the object that a reference names and gives the platform's reference to it. For a link that is the
+ * link itself, whether or not its target exists.
  *
  * @param r         the reference; null gives 0.
  * @param out       receives the platform's reference, kept as it is on failure; null gives 0.
  * @param reserved  ignored.
- * @return 1; 0 when there is no such object, the path has 1024 units or more or cannot be UTF-8, or memory is short.
+ * @return 1; 0 when there is no such object, the path has 1024 units or more or cannot be UTF-8, or memory is
+ *         short.
  * @owner   nothing to release.
  * @threads any that holds the reference.
  * @windows none
@@ -401,8 +412,8 @@ int32_t Tav0FSRToAbs(const OpacTavFSRef* r, FSRef* out, uint32_t reserved);
 int32_t Tav0FSRIsExist(const OpacTavFSRef* r);
 
 /**
- * Gives the reference for something below a folder; "/" in the text makes several levels, and "." and ".." are
- * resolved.
+ * Gives the reference for something below a folder; "/" in the text makes several levels, and "." and ".."
+ * are resolved.
  *
  * @param r          the folder; null gives null.
  * @param component  the name or names below it; null gives null.
@@ -414,15 +425,15 @@ int32_t Tav0FSRIsExist(const OpacTavFSRef* r);
 OpacTavFSRef* Tav0FSRAppendPathComponent(const OpacTavFSRef* r, const TavChar* component);
 
 /**
- * Gives the reference for the folder above, whose path keeps its "/" at the end, and the name that was taken off. A
- * path that ends with "/" has no folder above in this sense.
+ * Gives the reference for the folder above, whose path keeps its "/" at the end, and the name that was taken
+ * off. A path that ends with "/" has no folder above in this sense.
  *
  * @param r          the reference; null gives null.
- * @param lastBuf    receives the name, or the path without its last "/" when there is no folder above; cut where it
- *                   does not fit, zero-filled; may be null.
+ * @param lastBuf    receives the name, or the path without its last "/" when there is no folder above; cut
+ *                   where it does not fit, zero-filled; may be null.
  * @param lastUnits  size of `lastBuf`.
- * @return the reference; null when there is no folder above, the path is empty or has 1024 units or more, or memory
- *         is short.
+ * @return the reference; null when there is no folder above, the path is empty or has 1024 units or more, or
+ *         memory is short.
  * @owner   the caller holds the reference, until Tav0FSRRelease.
  * @threads any that holds the reference.
  * @windows PathRemoveFileSpec
@@ -443,23 +454,25 @@ OpacTavFSRef* Tav0FSRRemoveLastPathComponent(const OpacTavFSRef* r, TavChar* las
 int32_t Tav0FSRGetLastPathComponent(const OpacTavFSRef* r, TavChar* lastBuf, uint32_t lastUnits);
 
 /**
- * Tells whether a reference's path is the folder of a translation key or lies below it, without regard to letter case.
+ * Tells whether a reference's path is the folder of a translation key or lies below it, without regard to
+ * letter case.
  *
  * @param r     the reference; null gives 0.
  * @param key   the four bytes of the key; needed unless `base` is given.
  * @param base  the folder to use in place of the key's, or null.
- * @return 1 when it is or does (nothing is below "/"); else 0, also for an unregistered key and paths of 1024 units
- *         or more.
+ * @return 1 when it is or does (nothing is below "/"); else 0, also for an unregistered key and paths of 1024
+ *         units or more.
  * @owner   nothing to release.
  * @threads any that holds the references, as long as no keys are registered meanwhile.
  * @windows none
  */
 int32_t Tav0FSRIsBaseOnKey(const OpacTavFSRef* r, const TavKey* key, const OpacTavFSRef* base);
 
-/* ---- UTF conversion ----------------------------------------------------------------------------------------- */
+/* ---- UTF conversion ------------------------------------------------------------------------------------ */
 
 /*
- * Turns whole zero-terminated texts from UTF-8 to UTF-16 and back, strictly: text that is malformed gives null.
+ * Turns whole zero-terminated texts from UTF-8 to UTF-16 and back, strictly: text that is malformed gives
+ * null.
  *
  *   TavChar* wide = Tav0UTF16FromUTF8("caf\303\251");
  *   if (wide) { ... Tav0UTFRelease(wide); }
@@ -471,8 +484,8 @@ int32_t Tav0FSRIsBaseOnKey(const OpacTavFSRef* r, const TavKey* key, const OpacT
  * Converts UTF-8 to UTF-16.
  *
  * @param utf8  zero-terminated text; null is answered with null.
- * @return a new zero-terminated text; null for null, for malformed UTF-8 (overlong forms, encoded surrogates, values
- *         above 0x10FFFF, a cut sequence) and when memory runs out.
+ * @return a new zero-terminated text; null for null, for malformed UTF-8 (overlong forms, encoded surrogates,
+ *         values above 0x10FFFF, a cut sequence) and when memory runs out.
  * @owner   the caller, who gives it back with Tav0UTFRelease.
  * @threads any number at the same time.
  * @windows MultiByteToWideChar with CP_UTF8 and MB_ERR_INVALID_CHARS
@@ -480,8 +493,8 @@ int32_t Tav0FSRIsBaseOnKey(const OpacTavFSRef* r, const TavKey* key, const OpacT
 TavChar* Tav0UTF16FromUTF8(const char* utf8);
 
 /**
- * Converts UTF-16 to UTF-8. A high surrogate that is the very last unit is written as three bytes of its own value;
- * any other lone surrogate makes the text malformed.
+ * Converts UTF-16 to UTF-8. A high surrogate that is the very last unit is written as three bytes of its own
+ * value; any other lone surrogate makes the text malformed.
  *
  * @param utf16  zero-terminated text; null is answered with null.
  * @return a new zero-terminated text; null for null, for malformed UTF-16 and when memory runs out.
@@ -502,18 +515,18 @@ char* Tav0UTF8FromUTF16(const TavChar* utf16);
  */
 void Tav0UTFRelease(void* buffer);
 
-/* ---- Wide runtime: strings ---------------------------------------------------------------------------------- */
+/* ---- Wide runtime: strings ----------------------------------------------------------------------------- */
 
 /*
- * The runtime's functions for zero-terminated 16-bit text, and the few for 8-bit text (read as Mac Roman where letters
- * matter). Except where it is said, null is not allowed: it is not checked.
+ * The runtime's functions for zero-terminated 16-bit text, and the few for 8-bit text (read as Mac Roman
+ * where letters matter). Except where it is said, null is not allowed: it is not checked.
  *
  *   TavChar name[64];
  *   tav_wcscpy(name, u"Read me");
  *   if (tav_wcscmpi(name, u"READ ME") == 0) ...
  *
- * Two notions of letter case stand side by side: tav_wcscmpi, tav_strcmpi and the whole-text conversions know the
- * letters of every script; tav_wcsnicmp and the functions for one character know the 26 of ASCII only.
+ * Two notions of letter case stand side by side: tav_wcscmpi, tav_strcmpi and the whole-text conversions know
+ * the letters of every script; tav_wcsnicmp and the functions for one character know the 26 of ASCII only.
  * Nothing here has to be released.
  */
 
@@ -541,8 +554,8 @@ uint32_t tav_wcslen(const TavChar* s);
 TavChar* tav_wcscpy(TavChar* dst, const TavChar* src);
 
 /**
- * Copies at most n units. A shorter text is filled up with zeros to n units; a text of n units or more gets no
- * terminator.
+ * Copies at most n units. A shorter text is filled up with zeros to n units; a text of n units or more gets
+ * no terminator.
  *
  * @param dst  receives exactly n units; null is not allowed.
  * @param src  zero-terminated text, or at least n units, that does not overlap dst; null is not allowed.
@@ -626,8 +639,8 @@ int32_t tav_wcscmp(const TavChar* a, const TavChar* b);
 int32_t tav_wcsncmp(const TavChar* a, const TavChar* b, uint32_t n);
 
 /**
- * Compares at most n units of two texts, taking the capitals A to Z as small letters. No other letter has a case
- * here.
+ * Compares at most n units of two texts, taking the capitals A to Z as small letters. No other letter has a
+ * case here.
  *
  * @param a, b  zero-terminated texts; null is not allowed.
  * @param n  how many units to look at; 0 makes everything equal.
@@ -639,7 +652,8 @@ int32_t tav_wcsncmp(const TavChar* a, const TavChar* b, uint32_t n);
 int32_t tav_wcsnicmp(const TavChar* a, const TavChar* b, uint32_t n);
 
 /**
- * Compares two whole texts without regard to letter case, by the case folding of Unicode and without a locale.
+ * Compares two whole texts without regard to letter case, by the case folding of Unicode and without a
+ * locale.
  *
  * @param a, b  zero-terminated texts; null counts as the empty text.
  * @return -1, 0 or 1; -1 also when memory runs out.
@@ -650,8 +664,8 @@ int32_t tav_wcsnicmp(const TavChar* a, const TavChar* b, uint32_t n);
 int32_t tav_wcscmpi(const TavChar* a, const TavChar* b);
 
 /**
- * Compares at most n bytes of two 8-bit texts as signed numbers, so that bytes from 0x80 sort before everything
- * else, the terminator included.
+ * Compares at most n bytes of two 8-bit texts as signed numbers, so that bytes from 0x80 sort before
+ * everything else, the terminator included.
  *
  * @param a, b  zero-terminated texts; null is not allowed.
  * @param n  how many bytes to look at; 0 makes everything equal.
@@ -686,8 +700,8 @@ int32_t tav_strnicmp(const char* a, const char* b, uint32_t n);
 int32_t tav_strcmpi(const char* a, const char* b);
 
 /**
- * Turns a text into capitals in place, by the rules of Unicode and without a locale. The text keeps its length:
- * what a conversion adds beyond it is cut off, and what it lacks is left as it was.
+ * Turns a text into capitals in place, by the rules of Unicode and without a locale. The text keeps its
+ * length: what a conversion adds beyond it is cut off, and what it lacks is left as it was.
  *
  * @param s  zero-terminated text; null is not allowed.
  * @return s, unchanged when memory runs out.
@@ -710,8 +724,8 @@ TavChar* tav_wcsupr(TavChar* s);
 TavChar* tav_wcslwr(TavChar* s);
 
 /**
- * Turns a Mac Roman text into capitals in place. A result that is longer than the text, or that Mac Roman cannot
- * hold, is not written whole: the text is then empty.
+ * Turns a Mac Roman text into capitals in place. A result that is longer than the text, or that Mac Roman
+ * cannot hold, is not written whole: the text is then empty.
  *
  * @param s  zero-terminated text; null is not allowed.
  * @return s, unchanged when memory runs out.
@@ -722,8 +736,8 @@ TavChar* tav_wcslwr(TavChar* s);
 char* tav_strupr(char* s);
 
 /**
- * Turns a Mac Roman text into small letters in place. A result that is longer than the text, or that Mac Roman
- * cannot hold, is not written whole: the text is then empty.
+ * Turns a Mac Roman text into small letters in place. A result that is longer than the text, or that Mac
+ * Roman cannot hold, is not written whole: the text is then empty.
  *
  * @param s  zero-terminated text; null is not allowed.
  * @return s, unchanged when memory runs out.
@@ -733,11 +747,12 @@ char* tav_strupr(char* s);
  */
 char* tav_strlwr(char* s);
 
-/* ---- Wide runtime: characters ------------------------------------------------------------------------------- */
+/* ---- Wide runtime: characters -------------------------------------------------------------------------- */
 
 /*
- * The runtime's functions for one character: its small or capital form, and whether it belongs to a class. They know
- * ASCII only; everything from 0x80 upwards has no case and no class. Arguments count by their low 16 bits.
+ * The runtime's functions for one character: its small or capital form, and whether it belongs to a class.
+ * They know ASCII only; everything from 0x80 upwards has no case and no class. Arguments count by their low
+ * 16 bits.
  *
  *   while (tav_iswspace(*s)) ++s;
  *   TavChar first = tav_towupper(*s);
@@ -888,11 +903,11 @@ int32_t tav_iswupper(uint32_t c);
  */
 int32_t tav_iswxdigit(uint32_t c);
 
-/* ---- Wide runtime: numbers ---------------------------------------------------------------------------------- */
+/* ---- Wide runtime: numbers ----------------------------------------------------------------------------- */
 
 /*
- * Numbers from text, by the platform's reading of the whole text: leading spaces of any script, one sign, ASCII digits;
- * what follows the number is not looked at.
+ * Numbers from text, by the platform's reading of the whole text: leading spaces of any script, one sign,
+ * ASCII digits; what follows the number is not looked at.
  *
  *   int32_t columns = tav_wtoi(u"80");
  *   double ratio = tav_wcstod(u"1.5", NULL);
@@ -904,8 +919,8 @@ int32_t tav_iswxdigit(uint32_t c);
  * Reads a whole number in decimal notation.
  *
  * @param s  zero-terminated text; null counts as the empty text.
- * @return the number; 2147483647 or -2147483648 when it is too great; 0 when the text does not begin with one or
- *         memory runs out.
+ * @return the number; 2147483647 or -2147483648 when it is too great; 0 when the text does not begin with one
+ *         or memory runs out.
  * @owner   nothing to release.
  * @threads any number at the same time, while nobody writes the texts.
  * @windows _wtoi
@@ -913,27 +928,30 @@ int32_t tav_iswxdigit(uint32_t c);
 int32_t tav_wtoi(const TavChar* s);
 
 /**
- * Reads a floating value in decimal notation, with a point in every locale. Names of infinities and hexadecimal
- * forms are not read.
+ * Reads a floating value in decimal notation, with a point in every locale. Names of infinities and
+ * hexadecimal forms are not read.
  *
  * @param s  zero-terminated text; null counts as the empty text.
  * @param end  null, or receives null: where the number ends is not told.
- * @return the number, infinity when it is too great; 0 when the text does not begin with one or memory runs out.
+ * @return the number, infinity when it is too great; 0 when the text does not begin with one or memory runs
+ *         out.
  * @owner   nothing to release.
  * @threads any number at the same time, while nobody writes the texts.
  * @windows wcstod
  */
 double tav_wcstod(const TavChar* s, TavChar** end);
 
-/* ---- Wide runtime: formatting ------------------------------------------------------------------------------- */
+/* ---- Wide runtime: formatting -------------------------------------------------------------------------- */
 
 /*
- * Formatting into 16-bit text. The format is that of printf, with the platform's additions and without a locale:
+ * Formatting into 16-bit text. The format is that of printf, with the platform's additions and without a
+ * locale:
  *   %s  zero-terminated 16-bit text      %c  a 16-bit unit       (exactly these two characters)
  *   %S  the same as %s                   %C  the same as %c      (with flags, width or precision, too)
  *   %10s, %.3c ...  8-bit Mac Roman text and characters, because something stands between "%" and the letter
  *   %d %i %u %o %x %X, %e %f %g %a, %p  as in C, with h hh l ll q j z t L, *, and positions (%2$d)
- *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its "%"
+ *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its
+ *   "%"
  *
  *   TavChar text[64];
  *   int32_t length = tav_snwprintf(text, 63, u"%s: %d of %d", name, done, all);
@@ -956,7 +974,8 @@ double tav_wcstod(const TavChar* s, TavChar** end);
 int32_t tav_swprintf(TavChar* buffer, const TavChar* format, ...);
 
 /**
- * Formats like tav_swprintf, at most n units. The terminator comes on top: a buffer needs room for n + 1 units.
+ * Formats like tav_swprintf, at most n units. The terminator comes on top: a buffer needs room for n + 1
+ * units.
  *
  * @param buffer  receives at most n units and a terminator; null is not allowed.
  * @param n  how many units may be written, the terminator not counted.
@@ -982,12 +1001,12 @@ int32_t tav_snwprintf(TavChar* buffer, uint32_t n, const TavChar* format, ...);
  */
 int32_t tav_vswprintf(TavChar* buffer, const TavChar* format, va_list args);
 
-/* ---- Shared empty strings ----------------------------------------------------------------------------------- */
+/* ---- Shared empty strings ------------------------------------------------------------------------------ */
 
 /*
- * What every empty reference-counted string points at: a block of four 32-bit words, -1 (a reference count that is
- * never counted), 0 (length), 0 (capacity) and 0 (the terminator), shared and never freed. Strings of this layout have
- * three 32-bit words in front of their first character.
+ * What every empty reference-counted string points at: a block of four 32-bit words, -1 (a reference count
+ * that is never counted), 0 (length), 0 (capacity) and 0 (the terminator), shared and never freed. Strings of
+ * this layout have three 32-bit words in front of their first character.
  *
  *   if (header == _tavtmpDataNilW) ... the string is empty and owns nothing
  *
@@ -1006,7 +1025,7 @@ extern const int32_t* const _tavtmpDataNilA;
 extern const TavChar* const _tavtmpPchNilW;
 extern const char* const _tavtmpPchNilA;
 
-/* ---- File handles ------------------------------------------------------------------------------------------- */
+/* ---- File handles -------------------------------------------------------------------------------------- */
 /*
  * Files and folders, named by references. An open file is a small number; it must be closed.
  *     OpacTavFSRef* file = Tav0FSRCreateWithPath(u"/tmp/notes.txt");
@@ -1017,20 +1036,21 @@ extern const char* const _tavtmpPchNilA;
  *         TavFileCloseExt(handle);
  *     }
  *     Tav0FSRRelease(file);
- * The reference may be released as soon as the file is open. Handles are closed with TavFileCloseExt. A handle has one
- * position, which reading and writing move, so two threads must not use one at the same time.
+ * The reference may be released as soon as the file is open. Handles are closed with TavFileCloseExt. A
+ * handle has one position, which reading and writing move, so two threads must not use one at the same time.
  *
- * A symbolic link is opened as what it leads to, but deleted, moved and renamed itself, even when its target is missing
- * and Tav0FSRIsExist gives 0 for it. A locked file is opened for reading only. What is locked is deleted by
- * TavFileDeleteExt and TAV_FILE_REPLACE, and not by TavFolderDeleteExt.
+ * A symbolic link is opened as what it leads to, but deleted, moved and renamed itself, even when its target
+ * is missing and Tav0FSRIsExist gives 0 for it. A locked file is opened for reading only. What is locked is
+ * deleted by TavFileDeleteExt and TAV_FILE_REPLACE, and not by TavFolderDeleteExt.
  */
 
-/* What to open or create a file for. Reading and writing may be combined; with neither, writing is allowed where the
-   file allows it. */
+/* What to open or create a file for. Reading and writing may be combined; with neither, writing is allowed
+   where the file allows it. */
 #define TAV_FILE_READ 0x01u
 #define TAV_FILE_WRITE 0x02u
 /* TavFileCreateExt only: what to do with a file that exists already. Without either, creating it fails. */
-#define TAV_FILE_REPLACE 0x08u  /* delete it, even a whole folder, and create it anew; goes before TAV_FILE_TRUNCATE */
+#define TAV_FILE_REPLACE                                                                                     \
+    0x08u /* delete it, even a whole folder, and create it anew; goes before TAV_FILE_TRUNCATE */
 #define TAV_FILE_TRUNCATE 0x10u /* open it and cut it to no length */
 
 /* Where TavFileSetPointerExt measures from; any other value is taken as the beginning. */
@@ -1043,8 +1063,8 @@ extern const char* const _tavtmpPchNilA;
  *
  * @param file   the file; null gives -1.
  * @param flags  TAV_FILE_READ and TAV_FILE_WRITE; other bits are ignored.
- * @return the handle, at the beginning of the file; -1 when there is no such file, it is a folder or a locked file to
- *         be written, access is denied, or too many files are open.
+ * @return the handle, at the beginning of the file; -1 when there is no such file, it is a folder or a locked
+ *         file to be written, access is denied, or too many files are open.
  * @owner   the caller, until TavFileCloseExt.
  * @threads any that holds the reference.
  * @windows CreateFile with OPEN_EXISTING
@@ -1055,11 +1075,12 @@ int32_t TavFileOpenExt(OpacTavFSRef* file, uint32_t flags);
  * Creates a file in an existing folder and opens it. ":" in the name stands for itself.
  *
  * @param file   the file to make; null gives -1.
- * @param flags  TAV_FILE_READ, TAV_FILE_WRITE, TAV_FILE_REPLACE and TAV_FILE_TRUNCATE; other bits are ignored.
- * @return the handle; -1 when the file exists and neither TAV_FILE_REPLACE nor TAV_FILE_TRUNCATE is given, when it
- *         cannot be replaced or opened, the folder is missing, or the path ends with "/", has no "/" or 1024 units or
- *         more. When cutting an existing file to no length fails, the number of a handle that is closed already.
- *         Nothing is undone: a file made or replaced before the failure stays so.
+ * @param flags  TAV_FILE_READ, TAV_FILE_WRITE, TAV_FILE_REPLACE and TAV_FILE_TRUNCATE; other bits are
+ *               ignored.
+ * @return the handle; -1 when the file exists and neither TAV_FILE_REPLACE nor TAV_FILE_TRUNCATE is given,
+ *         when it cannot be replaced or opened, the folder is missing, or the path ends with "/", has no "/"
+ *         or 1024 units or more. When cutting an existing file to no length fails, the number of a handle
+ *         that is closed already. Nothing is undone: a file made or replaced before the failure stays so.
  * @owner   the caller, until TavFileCloseExt.
  * @threads any that holds the reference.
  * @windows CreateFile with CREATE_NEW, CREATE_ALWAYS or TRUNCATE_EXISTING
@@ -1156,11 +1177,12 @@ int32_t TavFileGetFileSizeExt(int32_t handle, int64_t* size);
 int32_t TavFileSetFileSizeExt(int32_t handle, int64_t size);
 
 /**
- * Deletes a file, or a folder with everything in it, locked or not. What was deleted before a failure stays deleted.
+ * Deletes a file, or a folder with everything in it, locked or not. What was deleted before a failure stays
+ * deleted.
  *
  * @param file  the file or folder; null gives 0. A link is deleted itself.
- * @return 1; 0 when there is no such object or something in it could not be deleted. What is mounted in a folder is
- *         never entered: the delete fails there.
+ * @return 1; 0 when there is no such object or something in it could not be deleted. What is mounted in a
+ *         folder is never entered: the delete fails there.
  * @owner   nothing to release.
  * @threads any that holds the reference.
  * @windows DeleteFile, but that folders go, too
@@ -1171,8 +1193,8 @@ int32_t TavFileDeleteExt(OpacTavFSRef* file);
  * Creates a folder in an existing folder. One "/" at the end of the path is ignored.
  *
  * @param folder  the folder to make; null gives 0.
- * @return 1; 0 when something of that name exists, the folder above is missing, the path has no name or 1024 units or
- *         more, or access is denied.
+ * @return 1; 0 when something of that name exists, the folder above is missing, the path has no name or 1024
+ *         units or more, or access is denied.
  * @owner   nothing to release.
  * @threads any that holds the reference.
  * @windows CreateDirectory
@@ -1195,8 +1217,8 @@ int32_t TavFolderDeleteExt(OpacTavFSRef* folder);
  *
  * @param file         what to move; null gives 0.
  * @param destination  the folder that it goes into; null gives 0.
- * @return 1; 0 when either does not exist, the name is taken there, the destination is no folder, lies inside what is to
- *         be moved or is on another volume, or access is denied.
+ * @return 1; 0 when either does not exist, the name is taken there, the destination is no folder, lies inside
+ *         what is to be moved or is on another volume, or access is denied.
  * @owner   nothing to release; `file` goes on naming the old place.
  * @threads any that holds the references.
  * @windows MoveFile
@@ -1208,32 +1230,34 @@ int32_t TavFileMoveFileExt(OpacTavFSRef* file, OpacTavFSRef* destination);
  *
  * @param file       what to rename; null gives 0.
  * @param newName    the name alone, not null. ":" cannot be in it; "/" stands for a ":" in paths.
- * @param resultRef  receives a reference by the new name, or null when it cannot be made; kept as it is on failure.
- *                   May be null.
+ * @param resultRef  receives a reference by the new name, or null when it cannot be made; kept as it is on
+ *                   failure. May be null.
  * @return 1; 0 when there is no such object, the name is taken, empty or too long, or access is denied.
- * @owner   the caller holds the reference in `resultRef`, until Tav0FSRRelease; `file` goes on naming the old place.
+ * @owner   the caller holds the reference in `resultRef`, until Tav0FSRRelease; `file` goes on naming the old
+ *          place.
  * @threads any that holds the reference.
  * @windows MoveFile within a folder
  */
 int32_t TavFileRenameExt(OpacTavFSRef* file, const TavChar* newName, OpacTavFSRef** resultRef);
 
-/* ---- Threads ------------------------------------------------------------------------------------------------ */
+/* ---- Threads ------------------------------------------------------------------------------------------- */
 
 /*
- * Run functions in parallel. A thread handle is a record that the library keeps until TavCloseThreadRef, whether the
- * thread still runs or not; closing does not stop it.
+ * Run functions in parallel. A thread handle is a record that the library keeps until TavCloseThreadRef,
+ * whether the thread still runs or not; closing does not stop it.
  *
  *     OpacTavThread* thread = TavCreateThread(Work, &job, 0, TAV_THREAD_SUSPENDED);
  *     TavResumeThread(thread);
  *     if (TavWaitThread(thread, TAV_INFINITE) == TAV_WAIT_OBJECT_0) { ... the work is done ... }
  *     TavCloseThreadRef(thread);
  *
- * TavExitThread and TavTerminateThread end a thread on the spot: no cleanup handler runs and no destructor, neither of
- * frames nor of thread-local objects or thread keys. What the thread holds stays held, locks of the application and of
- * the C library (its allocator's, for one) included; the C library also keeps what little memory it holds for a thread.
- * The library's own locks are never left held by them, and every object of the next section stays usable and closable.
- * A terminated thread ends wherever it is, blocked or computing, through a real-time signal that nobody else uses; one
- * that blocks all signals ends when it lets them through again.
+ * TavExitThread and TavTerminateThread end a thread on the spot: no cleanup handler runs and no destructor,
+ * neither of frames nor of thread-local objects or thread keys. What the thread holds stays held, locks of
+ * the application and of the C library (its allocator's, for one) included; the C library also keeps what
+ * little memory it holds for a thread. The library's own locks are never left held by them, and every object
+ * of the next section stays usable and closable. A terminated thread ends wherever it is, blocked or
+ * computing, through a real-time signal that nobody else uses; one that blocks all signals ends when it lets
+ * them through again.
  */
 
 /* The id of a thread, also of the main thread and of threads that the library did not make. 0: none. */
@@ -1255,7 +1279,8 @@ typedef uint32_t (*TavThreadProc)(void* parameter);
  *
  * @param entry      the function to run; null makes a thread that ends at once with the result 0.
  * @param parameter  given to the entry as it is; may be null.
- * @param stackSize  bytes of stack; 0 is the system's default, and too few are raised to what the system needs.
+ * @param stackSize  bytes of stack; 0 is the system's default, and too few are raised to what the system
+ *                   needs.
  * @param flags      0 or TAV_THREAD_SUSPENDED; other bits are ignored.
  * @return the handle, null when memory, ids or threads have run out or the stack cannot be had.
  * @owner   the caller, until TavCloseThreadRef.
@@ -1276,14 +1301,14 @@ OpacTavThread* TavCreateThread(TavThreadProc entry, void* parameter, uint32_t st
 int32_t TavResumeThread(OpacTavThread* thread);
 
 /**
- * Waits for the thread's end. One wait gets it: once a wait has given TAV_WAIT_OBJECT_0, further ones time out, or block
- * for good without a limit. The wait is over when the entry has returned; destructors of the thread's own
- * thread-local objects may still be running then.
+ * Waits for the thread's end. One wait gets it: once a wait has given TAV_WAIT_OBJECT_0, further ones time
+ * out, or block for good without a limit. The wait is over when the entry has returned; destructors of the
+ * thread's own thread-local objects may still be running then.
  *
  * @param thread   the thread; not null.
  * @param timeout  milliseconds; 0 only looks, negative waits without limit.
- * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED on any other failure (the handle was closed
- *         meanwhile).
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED on any other failure (the handle was
+ *         closed meanwhile).
  * @owner   nothing to release; the handle stays.
  * @threads any.
  * @windows WaitForSingleObject
@@ -1291,8 +1316,8 @@ int32_t TavResumeThread(OpacTavThread* thread);
 uint32_t TavWaitThread(OpacTavThread* thread, int32_t timeout);
 
 /**
- * Gives the handle back. Does not stop the thread; one that has not begun its entry still needs the handle, so close
- * a suspended thread only after it has been resumed and has begun.
+ * Gives the handle back. Does not stop the thread; one that has not begun its entry still needs the handle,
+ * so close a suspended thread only after it has been resumed and has begun.
  *
  * @param thread  the thread, or null.
  * @return 1, 0 for null.
@@ -1303,8 +1328,8 @@ uint32_t TavWaitThread(OpacTavThread* thread, int32_t timeout);
 int32_t TavCloseThreadRef(OpacTavThread* thread);
 
 /**
- * Ends the calling thread on the spot, as told above. Does not return. A thread that the library did not make ends just
- * the same, without a report.
+ * Ends the calling thread on the spot, as told above. Does not return. A thread that the library did not make
+ * ends just the same, without a report.
  *
  * @param status  reported as the thread's result.
  * @return never.
@@ -1373,8 +1398,8 @@ MPQueueID GetTavThreadQueueID(const OpacTavThread* thread);
 /**
  * Lets the calling thread sleep. Signals that the thread handles do not cut the time short.
  *
- * @param milliseconds  up to 4294967; the microseconds are counted in 32 bits, so that more wrap round. 0 returns at
- *                      once.
+ * @param milliseconds  up to 4294967; the microseconds are counted in 32 bits, so that more wrap round. 0
+ *                      returns at once.
  * @return 0, -1 when the system refuses.
  * @owner   nothing to release.
  * @threads any.
@@ -1382,11 +1407,11 @@ MPQueueID GetTavThreadQueueID(const OpacTavThread* thread);
  */
 int32_t TavSleep(uint32_t milliseconds);
 
-/* ---- Synchronisation ---------------------------------------------------------------------------------------- */
+/* ---- Synchronisation ----------------------------------------------------------------------------------- */
 
 /*
- * Let threads keep out of each other's way (critical sections, mutexes), share what is limited (semaphores) and tell
- * each other what has happened (events).
+ * Let threads keep out of each other's way (critical sections, mutexes), share what is limited (semaphores)
+ * and tell each other what has happened (events).
  *
  *     MPCriticalRegionID section;                  OpacTavEvent* ready = TavCreateEvent(0, 0);
  *     TavInitCriticalSection(&section);            ... one thread:   TavSetEvent(ready);
@@ -1394,10 +1419,10 @@ int32_t TavSleep(uint32_t milliseconds);
  *     TavLeaveCriticalSection(&section);           TavCloseEvent(ready);
  *     TavDeleteCriticalSection(&section);
  *
- * Semaphores go with TavCloseSemaphore, mutexes with TavCloseMutex. Closing an object wakes everyone who waits for it;
- * their waits fail. Ids that are 0, closed, invented or of another kind of object are refused. Waits look at a clock
- * that setting the time of day does not move, are not ended by signals, and make no system call while nobody has to
- * wait. No order is promised among those who wait.
+ * Semaphores go with TavCloseSemaphore, mutexes with TavCloseMutex. Closing an object wakes everyone who
+ * waits for it; their waits fail. Ids that are 0, closed, invented or of another kind of object are refused.
+ * Waits look at a clock that setting the time of day does not move, are not ended by signals, and make no
+ * system call while nobody has to wait. No order is promised among those who wait.
  */
 
 /* The id of a critical section, kept in a variable of the application. */
@@ -1428,8 +1453,8 @@ typedef struct OpacTavEvent OpacTavEvent;
 int32_t TavInitCriticalSection(MPCriticalRegionID* section);
 
 /**
- * Enters a critical section, waiting without limit until nobody else is inside. The thread inside may enter again, and
- * leaves as often as it has entered.
+ * Enters a critical section, waiting without limit until nobody else is inside. The thread inside may enter
+ * again, and leaves as often as it has entered.
  *
  * @param section  where the id is; not null.
  * @return 1, 0 for an id that is refused or a section deleted meanwhile.
@@ -1451,7 +1476,8 @@ int32_t TavEnterCriticalSection(MPCriticalRegionID* section);
 int32_t TavLeaveCriticalSection(MPCriticalRegionID* section);
 
 /**
- * Deletes a critical section, also while a thread is inside or waits; waits fail at once. The variable keeps its value.
+ * Deletes a critical section, also while a thread is inside or waits; waits fail at once. The variable keeps
+ * its value.
  *
  * @param section  where the id is; not null.
  * @return 1, 0 for an id that is refused.
@@ -1489,7 +1515,8 @@ int32_t TavReleaseSemaphore(MPSemaphoreID semaphore);
  *
  * @param semaphore  the id.
  * @param timeout    milliseconds; 0 only looks, negative waits without limit.
- * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed meanwhile.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed
+ *         meanwhile.
  * @owner   the one that was taken goes back with TavReleaseSemaphore.
  * @threads any.
  * @windows WaitForSingleObject
@@ -1508,8 +1535,8 @@ uint32_t TavWaitSemaphore(MPSemaphoreID semaphore, int32_t timeout);
 int32_t TavCloseSemaphore(MPSemaphoreID semaphore);
 
 /**
- * Creates an event. An auto-reset one lets one wait through for each set; a manual-reset one lets all through, one
- * after the other, until it is reset.
+ * Creates an event. An auto-reset one lets one wait through for each set; a manual-reset one lets all
+ * through, one after the other, until it is reset.
  *
  * @param manualReset   0 for auto-reset, anything else for manual-reset.
  * @param initialState  0 for not set, anything else for set.
@@ -1566,8 +1593,8 @@ uint32_t TavWaitEvent(OpacTavEvent* event, int32_t timeout);
 int32_t TavCloseEvent(OpacTavEvent* event);
 
 /**
- * Creates a mutex. It has no owner: any thread may release it, and a thread that waits for one that it took itself
- * blocks. For a lock that its holder may take again use a critical section.
+ * Creates a mutex. It has no owner: any thread may release it, and a thread that waits for one that it took
+ * itself blocks. For a lock that its holder may take again use a critical section.
  *
  * @param initialOwner  0 for free, anything else for taken.
  * @return the id, 0 when there is no room.
@@ -1593,7 +1620,8 @@ int32_t TavReleaseMutex(MPSemaphoreID mutex);
  *
  * @param mutex    the id.
  * @param timeout  milliseconds; 0 only looks, negative waits without limit.
- * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed meanwhile.
+ * @return TAV_WAIT_OBJECT_0, TAV_WAIT_TIMEOUT, or TAV_WAIT_ABANDONED for an id that is refused or closed
+ *         meanwhile.
  * @owner   the mutex stays taken until TavReleaseMutex.
  * @threads any.
  * @windows WaitForSingleObject
@@ -1611,7 +1639,7 @@ uint32_t TavWaitMutex(MPSemaphoreID mutex, int32_t timeout);
  */
 int32_t TavCloseMutex(MPSemaphoreID mutex);
 
-/* ---- Dynamic libraries -------------------------------------------------------------------------------------- */
+/* ---- Dynamic libraries --------------------------------------------------------------------------------- */
 
 /*
  * For loading code modules while the program runs.
@@ -1631,14 +1659,15 @@ typedef struct OpacTavLibrary OpacTavLibrary;
 typedef void (*TavProc)(void);
 
 /**
- * Loads a module: first as a path below the folder "Contents" of the application's bundle, then as a path of its own
- * (from the current folder where it is relative; system folders are never searched). Names are found in another letter
- * case too.
+ * Loads a module: first as a path below the folder "Contents" of the application's bundle, then as a path of
+ * its own (from the current folder where it is relative; system folders are never searched). Names are found
+ * in another letter case too.
  *
  * @param name  zero-terminated path; null names nothing.
- * @return the module, or null when the name names none. A module whose code cannot be loaded is returned all the same;
- *         its functions are then null.
- * @owner   the caller, until TavFreeLibrary. Loading the same module again gives the same handle, to be freed once more.
+ * @return the module, or null when the name names none. A module whose code cannot be loaded is returned all
+ *         the same; its functions are then null.
+ * @owner   the caller, until TavFreeLibrary. Loading the same module again gives the same handle, to be freed
+ *          once more.
  * @threads any, at any time.
  * @windows LoadLibraryW
  */
@@ -1667,11 +1696,11 @@ TavProc TavGetProcAddress(OpacTavLibrary* library, const char* symbol);
  */
 int32_t TavFreeLibrary(OpacTavLibrary* library);
 
-/* ---- Path strings ------------------------------------------------------------------------------------------- */
+/* ---- Path strings -------------------------------------------------------------------------------------- */
 
 /*
- * For taking paths apart and putting them together. The separator is "/" and nothing else. What changes a path works
- * in the caller's buffer and never checks its size.
+ * For taking paths apart and putting them together. The separator is "/" and nothing else. What changes a
+ * path works in the caller's buffer and never checks its size.
  *
  *   TavChar path[1024] = u"/home/ann/notes.txt";
  *   TavPathRemoveExtension(path);                  // /home/ann/notes
@@ -1683,19 +1712,21 @@ int32_t TavFreeLibrary(OpacTavLibrary* library);
  */
 
 /**
- * Tells whether a path names an existing folder. A package (an application bundle, for example) counts as a file.
+ * Tells whether a path names an existing folder. A package (an application bundle, for example) counts as a
+ * file.
  *
  * @param path  zero-terminated absolute path, not null.
- * @return 1 for a folder that is not a package, else 0, also when the path does not exist or cannot be reached.
+ * @return 1 for a folder that is not a package, else 0, also when the path does not exist or cannot be
+ *         reached.
  * @owner   nothing to release.
  * @threads any, at any time.
  * @windows PathIsDirectory
  */
-int32_t TavPathIsDirectory(const TavChar *path);
+int32_t TavPathIsDirectory(const TavChar* path);
 
 /**
- * Tells whether a file or folder exists at a path. Upper and lower case count as the same where there is no doubt which
- * item is meant. A link counts as what it leads to.
+ * Tells whether a file or folder exists at a path. Upper and lower case count as the same where there is no
+ * doubt which item is meant. A link counts as what it leads to.
  *
  * @param path  zero-terminated absolute path, not null.
  * @return 1 when there is one, else 0.
@@ -1703,7 +1734,7 @@ int32_t TavPathIsDirectory(const TavChar *path);
  * @threads any, at any time.
  * @windows PathFileExists
  */
-int32_t TavPathFileExists(const TavChar *path);
+int32_t TavPathFileExists(const TavChar* path);
 
 /**
  * Appends to a path with one "/" between; every "/" at the start of what is appended is left out.
@@ -1715,24 +1746,25 @@ int32_t TavPathFileExists(const TavChar *path);
  * @threads one at a time on the same buffer.
  * @windows PathAppend
  */
-int32_t TavPathAppend(TavChar *path, const TavChar *more);
+int32_t TavPathAppend(TavChar* path, const TavChar* more);
 
 /**
- * Takes the last component off a path: /a/b becomes /a, a bare name the empty text. Of a path that ends in "/" only
- * that goes.
+ * Takes the last component off a path: /a/b becomes /a, a bare name the empty text. Of a path that ends in
+ * "/" only that goes.
  *
- * @param path  zero-terminated path, not null. Behind a last component ".." another one is added instead ("/.."), for
- *              which the buffer must have three units more; one behind a lone ".".
- * @return 1 when the path was changed; 0 for an empty path or when memory runs out, the path then stays as it was.
+ * @param path  zero-terminated path, not null. Behind a last component ".." another one is added instead
+ *              ("/.."), for which the buffer must have three units more; one behind a lone ".".
+ * @return 1 when the path was changed; 0 for an empty path or when memory runs out, the path then stays as it
+ *         was.
  * @owner   nothing to release.
  * @threads one at a time on the same buffer.
  * @windows PathRemoveFileSpec
  */
-int32_t TavPathRemoveFileSpec(TavChar *path);
+int32_t TavPathRemoveFileSpec(TavChar* path);
 
 /**
- * Takes the extension of the last component off a path, with its ".", and every "/" at the end. A "." at the start of
- * a name begins no extension. When memory runs out the path stays as it was.
+ * Takes the extension of the last component off a path, with its ".", and every "/" at the end. A "." at the
+ * start of a name begins no extension. When memory runs out the path stays as it was.
  *
  * @param path  zero-terminated path, not null.
  * @return nothing.
@@ -1740,19 +1772,20 @@ int32_t TavPathRemoveFileSpec(TavChar *path);
  * @threads one at a time on the same buffer.
  * @windows PathRemoveExtension
  */
-void TavPathRemoveExtension(TavChar *path);
+void TavPathRemoveExtension(TavChar* path);
 
 /**
- * Finds the extension of the last component. It is counted back from the path's end, so a path must not end in "/".
+ * Finds the extension of the last component. It is counted back from the path's end, so a path must not end
+ * in "/".
  *
  * @param path  zero-terminated path, not null.
- * @return a pointer to the extension's "." in the path; to the terminator when there is no extension (what holds a
- *         space is none).
+ * @return a pointer to the extension's "." in the path; to the terminator when there is no extension (what
+ *         holds a space is none).
  * @owner   nothing to release; the pointer leads into the path.
  * @threads any, while nobody changes the path.
  * @windows PathFindExtension
  */
-TavChar *TavPathFindExtension(const TavChar *path);
+TavChar* TavPathFindExtension(const TavChar* path);
 
 /**
  * Finds the last component. It is counted back from the path's end, so a path must not end in "/".
@@ -1763,7 +1796,7 @@ TavChar *TavPathFindExtension(const TavChar *path);
  * @threads any, while nobody changes the path.
  * @windows PathFindFileName
  */
-TavChar *TavPathFindFileName(const TavChar *path);
+TavChar* TavPathFindFileName(const TavChar* path);
 
 /**
  * Appends a "/" to a path that does not end in one. An empty path stays empty.
@@ -1774,7 +1807,7 @@ TavChar *TavPathFindFileName(const TavChar *path);
  * @threads one at a time on the same buffer.
  * @windows PathAddBackslash
  */
-TavChar *TavPathAddSlash(TavChar *path);
+TavChar* TavPathAddSlash(TavChar* path);
 
 /**
  * Takes one "/" off the end of a path. The path "/" stays.
@@ -1785,11 +1818,11 @@ TavChar *TavPathAddSlash(TavChar *path);
  * @threads one at a time on the same buffer.
  * @windows PathRemoveBackslash
  */
-TavChar *TavPathRemoveSlash(TavChar *path);
+TavChar* TavPathRemoveSlash(TavChar* path);
 
 /**
- * Tells by its text whether a path is the root of a volume: "/", or a name directly in /Volumes (letter case ignored)
- * without a "/" at its end.
+ * Tells by its text whether a path is the root of a volume: "/", or a name directly in /Volumes (letter case
+ * ignored) without a "/" at its end.
  *
  * @param path  zero-terminated path, not null; one of 1024 units or more is no root.
  * @return 1 for a root, else 0.
@@ -1797,7 +1830,7 @@ TavChar *TavPathRemoveSlash(TavChar *path);
  * @threads any, at any time.
  * @windows PathIsRoot
  */
-int32_t TavPathIsRoot(const TavChar *path);
+int32_t TavPathIsRoot(const TavChar* path);
 
 /**
  * Tells whether a path begins with a server's name in the Windows manner; no path does.
@@ -1808,11 +1841,11 @@ int32_t TavPathIsRoot(const TavChar *path);
  * @threads any, at any time.
  * @windows PathIsUNC
  */
-int32_t TavPathIsUNC(const TavChar *path);
+int32_t TavPathIsUNC(const TavChar* path);
 
 /**
- * Tells whether a path begins with a prefix, letter case ignored. The prefix may end inside a component: /a/bc begins
- * with /a/b.
+ * Tells whether a path begins with a prefix, letter case ignored. The prefix may end inside a component:
+ * /a/bc begins with /a/b.
  *
  * @param path    zero-terminated path, not null.
  * @param prefix  zero-terminated text, not null; one of 1024 units or more begins no path.
@@ -1821,27 +1854,28 @@ int32_t TavPathIsUNC(const TavChar *path);
  * @threads any, at any time.
  * @windows PathIsPrefix
  */
-int32_t TavPathIsSubOnPath(const TavChar *path, const TavChar *prefix);
+int32_t TavPathIsSubOnPath(const TavChar* path, const TavChar* prefix);
 
 /**
- * Writes the folders that two paths begin with, ASCII letter case ignored, as the first path has them and with a "/" at
- * the end; the empty text when there are none or the paths lie on different volumes.
+ * Writes the folders that two paths begin with, ASCII letter case ignored, as the first path has them and
+ * with a "/" at the end; the empty text when there are none or the paths lie on different volumes.
  *
  * @param path1  zero-terminated path, not null.
  * @param path2  zero-terminated path, not null.
  * @param out    receives the prefix: room for the shorter path, a "/" and the terminator; not null.
- * @return the prefix's length in units (for two empty paths 1, although nothing is written but the terminator).
+ * @return the prefix's length in units (for two empty paths 1, although nothing is written but the
+ *         terminator).
  * @owner   nothing to release.
  * @threads any, at any time.
  * @windows PathCommonPrefix
  */
-int32_t TavPathCommonPrefix(const TavChar *path1, const TavChar *path2, TavChar *out);
+int32_t TavPathCommonPrefix(const TavChar* path1, const TavChar* path2, TavChar* out);
 
-/* ---- Drives ------------------------------------------------------------------------------------------------- */
+/* ---- Drives -------------------------------------------------------------------------------------------- */
 
 /*
- * Volumes, presented as drives. There are no letters: a drive is named by the path of its root folder with a "/" at the
- * end, "/" for the start-up volume and for example "/Volumes/Data/" for another.
+ * Volumes, presented as drives. There are no letters: a drive is named by the path of its root folder with a
+ * "/" at the end, "/" for the start-up volume and for example "/Volumes/Data/" for another.
  *
  *   TavChar roots[8192] = {0};
  *   TavGetLogicalDriveStrings(8192, roots);
@@ -1859,9 +1893,9 @@ int32_t TavPathCommonPrefix(const TavChar *path1, const TavChar *path2, TavChar 
 #define TAV_DRIVE_CDROM 5
 
 /**
- * Lists the roots of all volumes, the start-up volume first, each followed by a zero; a second zero ends the list.
- * A buffer that is too short is not protected: zero it, and pass one that holds the whole list. Only the first half
- * of it is zeroed here.
+ * Lists the roots of all volumes, the start-up volume first, each followed by a zero; a second zero ends the
+ * list. A buffer that is too short is not protected: zero it, and pass one that holds the whole list. Only
+ * the first half of it is zeroed here.
  *
  * @param length  size of the buffer in units.
  * @param buffer  receives the list; null only where no volume fits in length.
@@ -1873,7 +1907,8 @@ int32_t TavPathCommonPrefix(const TavChar *path1, const TavChar *path2, TavChar 
 uint32_t TavGetLogicalDriveStrings(uint32_t length, TavChar* buffer);
 
 /**
- * Finds the root of the volume that a path lies on. The path need not exist; letter case is ignored for ASCII.
+ * Finds the root of the volume that a path lies on. The path need not exist; letter case is ignored for
+ * ASCII.
  *
  * @param path  zero-terminated path, not null.
  * @param out  receives the root with its "/" at the end; room for 1025 units, not null.
@@ -1898,21 +1933,22 @@ int32_t TavPathIsSameRoot(const TavChar* path1, const TavChar* path2);
 /**
  * Tells what kind of medium a volume is on.
  *
- * @param root  a volume's root, with or without its "/" at the end, not null. A path inside a volume is no root.
- * @return TAV_DRIVE_FIXED, TAV_DRIVE_REMOVABLE, TAV_DRIVE_CDROM (also DVDs); TAV_DRIVE_UNKNOWN for what is no root, lies
- *         on no medium (memory, a server) or cannot be found out.
+ * @param root  a volume's root, with or without its "/" at the end, not null. A path inside a volume is no
+ *              root.
+ * @return TAV_DRIVE_FIXED, TAV_DRIVE_REMOVABLE, TAV_DRIVE_CDROM (also DVDs); TAV_DRIVE_UNKNOWN for what is no
+ *         root, lies on no medium (memory, a server) or cannot be found out.
  * @owner   nothing to release.
  * @threads any number at the same time.
  * @windows GetDriveType
  */
 int32_t TavGetDriveType(const TavChar* root);
 
-/* ---- Enumeration -------------------------------------------------------------------------------------------- */
+/* ---- Enumeration --------------------------------------------------------------------------------------- */
 
 /*
- * For listing a folder, or looking at one item. A last component that begins with "*" asks for everything in the
- * folder, whatever follows the star; so does the path of a folder itself. Any other last component is an exact name,
- * letter case ignored. A folder's first entry is ".", the folder itself; there is no "..".
+ * For listing a folder, or looking at one item. A last component that begins with "*" asks for everything in
+ * the folder, whatever follows the star; so does the path of a folder itself. Any other last component is an
+ * exact name, letter case ignored. A folder's first entry is ".", the folder itself; there is no "..".
  *
  *   TavFindDataW found;
  *   TavFindSearch *search = TavFindFirstFile(u"/home/ann/" u"*", &found);
@@ -1928,29 +1964,29 @@ int32_t TavGetDriveType(const TavChar* root);
 typedef struct TavFindSearch TavFindSearch;
 
 /* What TavFindFirstFile returns when nothing was found. */
-#define TAV_INVALID_FIND ((TavFindSearch *)(intptr_t)-1)
+#define TAV_INVALID_FIND ((TavFindSearch*)(intptr_t)-1)
 
 /* dwFileAttributes: no other bit is ever set. */
 #define TAV_FILE_ATTRIBUTE_HIDDEN 0x02u
 #define TAV_FILE_ATTRIBUTE_DIRECTORY 0x10u
 
-/* A moment as eight bytes, the most significant first, on every host: seconds since 1 January 1904 UTC in six, then
-   1/65,536 seconds in two. Later moments compare greater with memcmp. */
+/* A moment as eight bytes, the most significant first, on every host: seconds since 1 January 1904 UTC in
+   six, then 1/65,536 seconds in two. Later moments compare greater with memcmp. */
 typedef struct TavFileTime {
     uint8_t bytes[8];
 } TavFileTime;
 
 /* One entry of a listing, 592 bytes. Searches never write the reserved words and the alternate name. */
 typedef struct TavFindDataW {
-    uint32_t dwFileAttributes;       /* a folder that is not a package; hidden */
-    TavFileTime ftCreationTime;      /* the last write where no creation time is known */
+    uint32_t dwFileAttributes;  /* a folder that is not a package; hidden */
+    TavFileTime ftCreationTime; /* the last write where no creation time is known */
     TavFileTime ftLastAccessTime;
     TavFileTime ftLastWriteTime;
-    uint32_t nFileSizeHigh;          /* bytes that the content takes on the volume, high half */
-    uint32_t nFileSizeLow;           /* low half */
+    uint32_t nFileSizeHigh; /* bytes that the content takes on the volume, high half */
+    uint32_t nFileSizeLow;  /* low half */
     uint32_t dwReserved0;
     uint32_t dwReserved1;
-    TavChar cFileName[260];          /* at most 255 units and the terminator; a "/" stands for ":" */
+    TavChar cFileName[260]; /* at most 255 units and the terminator; a "/" stands for ":" */
     TavChar cAlternateFileName[14];
 } TavFindDataW;
 
@@ -1964,11 +2000,11 @@ typedef struct TavFindDataW {
  * @threads any, at any time.
  * @windows FindFirstFileW
  */
-TavFindSearch *TavFindFirstFile(const TavChar *lpFileName, TavFindDataW *lpFindFileData);
+TavFindSearch* TavFindFirstFile(const TavChar* lpFileName, TavFindDataW* lpFindFileData);
 
 /**
- * Finds the next entry of a search. Entries come in no particular order; those that are there throughout are shown
- * once, while others come and go.
+ * Finds the next entry of a search. Entries come in no particular order; those that are there throughout are
+ * shown once, while others come and go.
  *
  * @param hFindFile       a search from TavFindFirstFile that has not been closed.
  * @param lpFindFileData  receives the entry, not null; only its attributes are cleared when there is none.
@@ -1977,7 +2013,7 @@ TavFindSearch *TavFindFirstFile(const TavChar *lpFileName, TavFindDataW *lpFindF
  * @threads one at a time on the same search.
  * @windows FindNextFileW
  */
-int32_t TavFindNextFile(TavFindSearch *hFindFile, TavFindDataW *lpFindFileData);
+int32_t TavFindNextFile(TavFindSearch* hFindFile, TavFindDataW* lpFindFileData);
 
 /**
  * Ends a search.
@@ -1988,13 +2024,13 @@ int32_t TavFindNextFile(TavFindSearch *hFindFile, TavFindDataW *lpFindFileData);
  * @threads one at a time on the same search.
  * @windows FindClose
  */
-int32_t TavFindClose(TavFindSearch *hFindFile);
+int32_t TavFindClose(TavFindSearch* hFindFile);
 
-/* ---- Copying ------------------------------------------------------------------------------------------------ */
+/* ---- Copying ------------------------------------------------------------------------------------------- */
 
 /*
- * Files and whole folders are copied with all their forks and facts: content, mode, dates, Finder information, lock and
- * resource fork.
+ * Files and whole folders are copied with all their forks and facts: content, mode, dates, Finder
+ * information, lock and resource fork.
  *
  *     if (!TavCopyFile(u"/home/ann/letters", u"/media/backup/letters", 1)) ...
  *
@@ -2004,16 +2040,17 @@ int32_t TavFindClose(TavFindSearch *hFindFile);
 /**
  * Copies a file, or a folder with everything in it, to a new path.
  *
- * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete; when the copy
- * fails it comes back under the last component of the existing path. Items inside a folder that cannot be copied (unreadable
- * files, pipes, sockets, devices) are skipped. Links inside a folder are copied as links; a link as the existing path is
- * followed.
+ * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete;
+ * when the copy fails it comes back under the last component of the existing path. Items inside a folder that
+ * cannot be copied (unreadable files, pipes, sockets, devices) are skipped. Links inside a folder are copied
+ * as links; a link as the existing path is followed.
  *
  * @param existingFileName  path of the file or folder, not null.
- * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255 units.
+ * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255
+ *                          units.
  * @param failIfExists      1 to fail when the new path exists, 0 to replace what is there.
- * @return 1 when the copy is complete; 0 when it failed: nothing of it is left under the new path, except that a folder
- *         copied without replacing keeps what was copied. A folder is never copied into itself.
+ * @return 1 when the copy is complete; 0 when it failed: nothing of it is left under the new path, except
+ *         that a folder copied without replacing keeps what was copied. A folder is never copied into itself.
  * @owner   nothing to release.
  * @threads any; two calls must not write to the same new path.
  * @windows CopyFileW

@@ -39,18 +39,20 @@ struct FInfo {
 
 extern "C" {
 
-// Fills the facts that `whichInfo` selects, and the name, the FSSpec and the parent folder's reference where asked for;
-// every output may be null. -43 when the object is gone. On failure the outputs are unspecified.
+// Fills the facts that `whichInfo` selects, and the name, the FSSpec and the parent folder's reference where
+// asked for; every output may be null. -43 when the object is gone. On failure the outputs are unspecified.
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, FSCatalogInfo* catalogInfo,
                        HFSUniStr255* outName, FSSpec* fsSpec, FSRef* parentRef);
 
-// Stores the settable facts that `whichInfo` selects (-50 for others). What the host cannot keep is dropped: dates out
-// of range or all zero (for the creation and backup dates zero takes the stored one away), the attribute-modification
-// date, an owner that the process may not set and then the set-id bits too, and all but dates and owner of a link.
+// Stores the settable facts that `whichInfo` selects (-50 for others). What the host cannot keep is dropped:
+// dates out of range or all zero (for the creation and backup dates zero takes the stored one away), the
+// attribute-modification date, an owner that the process may not set and then the set-id bits too, and all
+// but dates and owner of a link.
 OSErr FSSetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo);
 
-// Stores Finder information. Type "slnk" with creator "rhap" turns a file whose data fork holds a path into a link with
-// that text at once (-50 when it holds none, -47 while a fork is open); the reference goes on to stand for the link.
+// Stores Finder information. Type "slnk" with creator "rhap" turns a file whose data fork holds a path into a
+// link with that text at once (-50 when it holds none, -47 while a fork is open); the reference goes on to
+// stand for the link.
 OSErr FSpSetFInfo(const FSSpec* spec, const FInfo* fndrInfo);
 
 } // extern "C"

@@ -6,8 +6,9 @@
 extern "C" {
 
 // Creates an empty file named `name` in the folder `parentRef`, with the settable facts of `catalogInfo` that
-// `whichInfo` selects (kFSCatInfoNone and null for none). `newRef` and `newSpec` may be null. -48 when the name is
-// taken, -43 when the folder is gone, -37 for a bad name. A file that cannot be given its facts is removed again.
+// `whichInfo` selects (kFSCatInfoNone and null for none). `newRef` and `newSpec` may be null. -48 when the
+// name is taken, -43 when the folder is gone, -37 for a bad name. A file that cannot be given its facts is
+// removed again.
 OSErr FSCreateFileUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
                           FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                           FSSpec* newSpec);
@@ -17,17 +18,17 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
                                FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                                FSSpec* newSpec, uint32_t* newDirID);
 
-// Deletes a file with all its forks, or an empty folder. -45 when it is locked, -47 when the folder is not empty or
-// something is mounted on it.
+// Deletes a file with all its forks, or an empty folder. -45 when it is locked, -47 when the folder is not
+// empty or something is mounted on it.
 OSErr FSDeleteObject(const FSRef* ref);
 
-// Moves an object into another folder of the same volume under its own name. -48 when the name is taken there,
-// -1303 on another volume. `newRef` may be null; the old reference follows the object too.
+// Moves an object into another folder of the same volume under its own name. -48 when the name is taken
+// there, -1303 on another volume. `newRef` may be null; the old reference follows the object too.
 OSErr FSMoveObject(const FSRef* ref, const FSRef* destDirectory, FSRef* newRef);
 
-// Gives an object another name in its folder. -48 when the name is taken, -37 for a bad name. `newRef` may be null;
-// the old reference follows the object too.
-OSErr FSRenameUnicode(const FSRef* ref, UniCharCount nameLength, const UniChar* name, TextEncoding encodingHint,
-                      FSRef* newRef);
+// Gives an object another name in its folder. -48 when the name is taken, -37 for a bad name. `newRef` may be
+// null; the old reference follows the object too.
+OSErr FSRenameUnicode(const FSRef* ref, UniCharCount nameLength, const UniChar* name,
+                      TextEncoding encodingHint, FSRef* newRef);
 
 } // extern "C"

@@ -35,8 +35,8 @@ struct CFKind;
 
 extern "C" const CFKind __CFConstantStringClassReference;
 
-// A string that is laid out by the compiler: it lives as long as the library and is not released. `kind` is the address
-// of __CFConstantStringClassReference.
+// A string that is laid out by the compiler: it lives as long as the library and is not released. `kind` is
+// the address of __CFConstantStringClassReference.
 struct CFConstantString {
     const CFKind* kind;
     size_t length;
@@ -44,12 +44,14 @@ struct CFConstantString {
     bool isMutable; // false
 };
 
-inline CFStringRef CFSTR(const CFConstantString& string) { return reinterpret_cast<CFStringRef>(&string); }
+inline CFStringRef CFSTR(const CFConstantString& string) {
+    return reinterpret_cast<CFStringRef>(&string);
+}
 
 extern "C" {
 
-// Creation gives null when memory runs out or bytes are not text in the encoding. The caller releases the result.
-// The allocator is always null.
+// Creation gives null when memory runs out or bytes are not text in the encoding. The caller releases the
+// result. The allocator is always null.
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars);
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr, CFStringEncoding encoding);
 CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
@@ -75,22 +77,25 @@ Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
 // Compares by Unicode's full case folding, code point by code point; `options` is kCFCompareCaseInsensitive.
 CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFOptionFlags options);
 
-// The number at the start of the text, behind spaces and one sign; 0 when there is none. Numbers beyond 32 bits give
-// the limit, numbers beyond a double's range infinity or 0. Digits are ASCII, the point is a point in every locale.
+// The number at the start of the text, behind spaces and one sign; 0 when there is none. Numbers beyond 32
+// bits give the limit, numbers beyond a double's range infinity or 0. Digits are ASCII, the point is a point
+// in every locale.
 int32_t CFStringGetIntValue(CFStringRef string);
 double CFStringGetDoubleValue(CFStringRef string);
 
-// The first occurrence of `toFind`, unit by unit; its location is kCFNotFound when there is none. `options` is 0.
+// The first occurrence of `toFind`, unit by unit; its location is kCFNotFound when there is none. `options`
+// is 0.
 CFRange CFStringFind(CFStringRef string, CFStringRef toFind, CFOptionFlags options);
 
 // Puts `replacement` in the place of the units in `range`; no change when memory runs out.
 void CFStringReplace(CFMutableStringRef string, CFRange range, CFStringRef replacement);
 
-// Formats as the C library does, without a locale, with "%@" for the service's objects, "%S" and "%C" for 16-bit texts
-// and units (neither "%s" nor "%c" is 16-bit here) and "%P" for texts that begin with their length in a byte; 8-bit text
-// is Mac Roman. "%n" stores nothing. A conversion that does not exist prints the character behind its percent sign; one
-// that the format ends in prints nothing. Null when memory runs out. `options` is null. `arguments` is used up.
-CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator, CFTypeRef options, CFStringRef format,
-                                                 va_list arguments);
+// Formats as the C library does, without a locale, with "%@" for the service's objects, "%S" and "%C" for
+// 16-bit texts and units (neither "%s" nor "%c" is 16-bit here) and "%P" for texts that begin with their
+// length in a byte; 8-bit text is Mac Roman. "%n" stores nothing. A conversion that does not exist prints the
+// character behind its percent sign; one that the format ends in prints nothing. Null when memory runs out.
+// `options` is null. `arguments` is used up.
+CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator, CFTypeRef options,
+                                                 CFStringRef format, va_list arguments);
 
 } // extern "C"

@@ -1,5 +1,5 @@
-// Types, result codes and records that several platform services share. Records have the platform's layout on every
-// host: 2-byte packing, pinned below.
+// Types, result codes and records that several platform services share. Records have the platform's layout on
+// every host: 2-byte packing, pinned below.
 #pragma once
 
 #include "TavPort.h"
@@ -70,9 +70,9 @@ struct FSPermissionInfo {
 
 using FSCatalogInfoBitmap = uint32_t;
 
-// The older way of naming an object: volume, parent folder and Mac Roman name, length first. A name that does not fit or
-// cannot be said in Mac Roman is empty, so that it can never mean another object; the reference inside stands for the
-// object itself.
+// The older way of naming an object: volume, parent folder and Mac Roman name, length first. A name that does
+// not fit or cannot be said in Mac Roman is empty, so that it can never mean another object; the reference
+// inside stands for the object itself.
 struct FSSpec {
     FSVolumeRefNum vRefNum;
     int32_t parID;

@@ -42,9 +42,9 @@ struct FSVolumeInfo {
     int16_t driverRefNum;
 };
 
-// A volume's standing facts: what it can do, where it is served from, how fast it is (grade: 0 or minus the bytes per
-// second), and the name of its block device (null for none; owned by the provider, valid until the next call of the
-// same thread).
+// A volume's standing facts: what it can do, where it is served from, how fast it is (grade: 0 or minus the
+// bytes per second), and the name of its block device (null for none; owned by the provider, valid until the
+// next call of the same thread).
 struct GetVolParmsInfoBuffer {
     int16_t vMVersion;
     int32_t vMAttrib;
@@ -67,17 +67,17 @@ struct FSVolumeInfoParam {
 
 // One block serves several calls; each uses the fields that its comment names.
 struct HParamBlockRec {
-    uint8_t* ioNamePtr;       // Mac Roman, length first
+    uint8_t* ioNamePtr; // Mac Roman, length first
     FSVolumeRefNum ioVRefNum;
-    int16_t ioVolIndex;       // PBHGetVInfoSync
-    void* ioBuffer;           // PBHGetVolParmsSync: receives at most ioReqCount bytes
+    int16_t ioVolIndex; // PBHGetVInfoSync
+    void* ioBuffer;     // PBHGetVolParmsSync: receives at most ioReqCount bytes
     ByteCount ioReqCount;
     ByteCount ioActCount;
-    int32_t ioDirID;          // PBHGetDirAccessSync, PBHCopyFileSync: the folder that ioNamePtr is in
-    uint32_t ioACAccess;      // PBHGetDirAccessSync: the answer
+    int32_t ioDirID;             // PBHGetDirAccessSync, PBHCopyFileSync: the folder that ioNamePtr is in
+    uint32_t ioACAccess;         // PBHGetDirAccessSync: the answer
     FSVolumeRefNum ioDstVRefNum; // PBHCopyFileSync: where the copy goes
     int32_t ioNewDirID;
-    uint8_t* ioCopyName;      // its name there; null keeps the name
+    uint8_t* ioCopyName; // its name there; null keeps the name
 };
 
 #pragma pack(pop)
@@ -86,10 +86,11 @@ static_assert(offsetof(GetVolParmsInfoBuffer, vMVolumeGrade) == 14);
 
 extern "C" {
 
-// Facts of the volume with the index (from 1) or, with index 0, of the volume itself; every output may be null. -35 when
-// there is no such volume.
+// Facts of the volume with the index (from 1) or, with index 0, of the volume itself; every output may be
+// null. -35 when there is no such volume.
 OSErr FSGetVolumeInfo(FSVolumeRefNum volume, ItemCount volumeIndex, FSVolumeRefNum* actualVolume,
-                      FSVolumeInfoBitmap whichInfo, FSVolumeInfo* info, HFSUniStr255* volumeName, FSRef* rootDirectory);
+                      FSVolumeInfoBitmap whichInfo, FSVolumeInfo* info, HFSUniStr255* volumeName,
+                      FSRef* rootDirectory);
 OSErr PBGetVolumeInfoSync(FSVolumeInfoParam* paramBlock);
 
 // The older form: index in, volume number and name (where ioNamePtr is given, 256 bytes) out.
@@ -104,8 +105,8 @@ OSErr PBHGetDirAccessSync(HParamBlockRec* paramBlock);
 // Has the file server copy a file; -50 where it cannot. A copy that fails leaves nothing behind.
 OSErr PBHCopyFileSync(HParamBlockRec* paramBlock);
 
-// The FSSpec of the object `fileName` (Mac Roman, length first) in a folder; -43 when there is none (the FSSpec then names
-// what could be made there).
+// The FSSpec of the object `fileName` (Mac Roman, length first) in a folder; -43 when there is none (the
+// FSSpec then names what could be made there).
 OSErr FSMakeFSSpec(FSVolumeRefNum vRefNum, int32_t dirID, const uint8_t* fileName, FSSpec* spec);
 
 // The reference of the existing object that an FSSpec names.

@@ -117,7 +117,8 @@ CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) 
     return CreateUrl(folder.substr(0, folder.size() - 1));
 }
 
-CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFStringRef pathComponent, Boolean) {
+CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFStringRef pathComponent,
+                                               Boolean) {
     Path component = TextOf(pathComponent);
     component = component.substr(0, UnitsBeforeZero(component));
     if (component.empty()) return nullptr;
@@ -126,7 +127,8 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFS
     if (!path) return nullptr;
     CFStringRef whole = CreateString(TextOf(path), component);
     CFRelease(path);
-    CFURLRef appended = whole ? CFURLCreateWithFileSystemPath(nullptr, whole, kCFURLPOSIXPathStyle, false) : nullptr;
+    CFURLRef appended =
+        whole ? CFURLCreateWithFileSystemPath(nullptr, whole, kCFURLPOSIXPathStyle, false) : nullptr;
     if (whole) CFRelease(whole);
     return appended;
 }

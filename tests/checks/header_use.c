@@ -1,4 +1,5 @@
-/* What an application writes, in the language that C and C++ share: compiled by the header check in every dialect. */
+/* What an application writes, in the language that C and C++ share: compiled by the header check in every
+   dialect. */
 #include "TavPort.h"
 
 #include "TavPort.h" /* twice, as applications do */
@@ -48,5 +49,6 @@ int uses(void) {
     Tav0FSRRelease(file);
     Tav0FSRRelease(folder);
     const int32_t* header = rgTavInitDataW;
-    return exists + use_text() + (header == _tavtmpDataNilW) + *_tavtmpPchNilW + *_tavtmpPchNilA + rgTavInitDataA[0];
+    return exists + use_text() + (header == _tavtmpDataNilW) + *_tavtmpPchNilW + *_tavtmpPchNilA +
+           rgTavInitDataA[0];
 }

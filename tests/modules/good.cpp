@@ -1,6 +1,8 @@
 #include <cstdlib>
 
-extern "C" int ModuleAnswer() { return 42; }
+extern "C" int ModuleAnswer() {
+    return 42;
+}
 
 // Loading and unloading can be seen from outside.
 namespace {

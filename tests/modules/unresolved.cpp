@@ -1,2 +1,4 @@
 extern "C" int NobodyHasThis();
-extern "C" int ModuleAnswer() { return NobodyHasThis(); }
+extern "C" int ModuleAnswer() {
+    return NobodyHasThis();
+}

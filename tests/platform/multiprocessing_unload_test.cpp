@@ -1,6 +1,6 @@
 // Loading, using and unloading the shared library: nothing of the multiprocessing service stays behind.
-#include <gtest/gtest.h>
 #include "support/sanitizers.h"
+#include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdint>

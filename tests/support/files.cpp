@@ -37,6 +37,10 @@ static std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>& Conver
     return converter;
 }
 
-std::u16string Wide(const std::string& utf8) { return Converter().from_bytes(utf8); }
-std::string Narrow(const std::u16string& units) { return Converter().to_bytes(units); }
+std::u16string Wide(const std::string& utf8) {
+    return Converter().from_bytes(utf8);
+}
+std::string Narrow(const std::u16string& units) {
+    return Converter().to_bytes(units);
+}
 #pragma GCC diagnostic pop

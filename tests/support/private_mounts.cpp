@@ -54,8 +54,8 @@ PrivateMounts::PrivateMounts() {
 PrivateMounts::~PrivateMounts() {
     if (outside_ < 0) return;
     for (const std::string& folder : servers_) umount2(folder.c_str(), MNT_DETACH);
-    // Other threads may share the current folder and root, which would keep this one from going back. Staying would
-    // have all later tests run in the scratch root.
+    // Other threads may share the current folder and root, which would keep this one from going back. Staying
+    // would have all later tests run in the scratch root.
     if (unshare(CLONE_FS) != 0 || setns(outside_, CLONE_NEWNS) != 0) std::abort();
     close(outside_);
     rmdir(scratch_.c_str());
