@@ -15,3 +15,7 @@ framework_link(A Versions/Current)
 framework_link(Versions/Current/TavPort TavPort)
 framework_link(Versions/Current/Headers Headers)
 framework_link(Versions/Current/Resources Resources)
+
+# Under this name also for projects that find the installed package.
+add_library(TavPort::Framework ALIAS TavPort)
+set_property(GLOBAL PROPERTY TAVPORT_FRAMEWORK ${framework})

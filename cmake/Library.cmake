@@ -26,6 +26,8 @@ foreach(part tavport_logic tavport_provider)
   target_compile_options(${part} PRIVATE -fno-semantic-interposition)
   set_target_properties(${part} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endforeach()
+# The types behind the exported functions, for debuggers and for the record of the binary interface.
+target_compile_options(tavport_logic PRIVATE -g)
 # 64-bit offsets and times on 32-bit hosts, and the system calls that only the GNU headers declare.
 target_compile_definitions(tavport_provider PRIVATE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_link_libraries(tavport_provider PUBLIC PkgConfig::ICU PkgConfig::MOUNT PkgConfig::UDEV Threads::Threads
@@ -39,16 +41,21 @@ set(exports ${CMAKE_SOURCE_DIR}/include/TavPort.exports)
 set(version_script ${CMAKE_BINARY_DIR}/TavPort.map)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports})
 file(STRINGS ${exports} symbols REGEX "^[^#]")
-list(JOIN symbols "@SEMICOLON@\n    " symbols)
+list(JOIN symbols "@SEMICOLON@\n    " global)
 set(SEMICOLON ";")
-file(CONFIGURE OUTPUT ${version_script} CONTENT "TAVPORT_1 {\n  global:\n    ${symbols};\n  local:\n    *;\n};\n" @ONLY)
+file(CONFIGURE OUTPUT ${version_script} CONTENT "TAVPORT_1 {\n  global:\n    ${global};\n  local:\n    *;\n};\n" @ONLY)
 
-add_library(TavPort SHARED)
-target_link_libraries(TavPort PRIVATE tavport_logic tavport_provider)
-target_include_directories(TavPort INTERFACE ${CMAKE_SOURCE_DIR}/include)
-target_link_options(TavPort PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed
-                                       -Wl,-Bsymbolic-functions)
-if(NOT TAVPORT_SANITIZE)
-  target_link_options(TavPort PRIVATE -Wl,-z,defs)
-endif()
-set_target_properties(TavPort PROPERTIES LINK_DEPENDS ${version_script})
+# The same objects twice: TavPort lies in the framework, tavport_shared is what `cmake --install` puts into a system's
+# library folder.
+function(tavport_add_shared_library target)
+  add_library(${target} SHARED)
+  target_link_libraries(${target} PRIVATE tavport_logic tavport_provider)
+  target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed
+                                        -Wl,-Bsymbolic-functions)
+  if(NOT TAVPORT_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs)
+  endif()
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+endfunction()
+tavport_add_shared_library(TavPort)

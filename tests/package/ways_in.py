@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""The ways in for a new user, each from an empty folder: what the README prints, an installed tree through CMake's
+find_package, pkg-config and as an application bundle, and the Debian packages.
+
+usage: ways_in.py WAY SOURCE_TREE BUILD_TREE
+       WAY: readme, find-package, pkg-config, bundle, debian. Exits with 77 and the reason where it cannot be tried.
+"""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+HELLO = pathlib.Path("/tmp/hello.txt")  # what the sample writes
+
+
+def run(*command, **options):
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, **options)
+    if result.returncode != 0:
+        sys.exit(f"{' '.join(map(str, command))}\n{result.stdout}{result.stderr}exit status {result.returncode}")
+    return result.stdout
+
+
+def skip(reason):
+    print(reason)
+    sys.exit(77)
+
+
+def readme_blocks(source):
+    """The C sample, and the indented commands that build it."""
+    text = (source / "README.md").read_text(encoding="utf-8")
+    sample, rest = re.search(r"```c\n(.*?)```(.*)", text, re.DOTALL).groups()
+    commands = re.match(r"\s*((?:    .*\n)+)", rest).group(1)
+    return sample, commands
+
+
+def check_hello(program, **options):
+    """The program writes its file, and nothing else is needed to run it."""
+    HELLO.unlink(missing_ok=True)
+    run(program, **options)
+    if HELLO.read_text(encoding="ascii") != "hello\n":
+        sys.exit(f"{program} wrote {HELLO.read_bytes()}")
+    HELLO.unlink()
+
+
+def readme(source, build, folder):
+    sample, commands = readme_blocks(source)
+    (folder / "hello.c").write_text(sample, encoding="utf-8")
+    (folder / "build").mkdir()
+    (folder / "build/release").symlink_to(build)
+    run("bash", "-ec", commands, cwd=folder)
+    check_hello(folder / "hello")
+
+
+def installed(source, build, folder):
+    """An installed tree, and the sample beside it."""
+    prefix = folder / "prefix"
+    run("cmake", "--install", build, "--prefix", prefix)
+    consumer = folder / "consumer"
+    shutil.copytree(source / "tests/package/consumer", consumer)
+    (consumer / "hello.c").write_text(readme_blocks(source)[0], encoding="utf-8")
+    return prefix, consumer
+
+
+def built_consumer(source, build, folder):
+    prefix, consumer = installed(source, build, folder)
+    run("cmake", "-S", consumer, "-B", consumer / "out", f"-DCMAKE_PREFIX_PATH={prefix}")
+    run("cmake", "--build", consumer / "out")
+    return prefix, consumer
+
+
+def find_package(source, build, folder):
+    prefix, consumer = built_consumer(source, build, folder)
+    check_hello(consumer / "out/hello")
+    lists = consumer / "CMakeLists.txt"
+    lists.write_text(lists.read_text(encoding="utf-8").replace("TavPort 1 ", "TavPort 2 "), encoding="utf-8")
+    if subprocess.run(["cmake", "-S", consumer, "-B", consumer / "other", f"-DCMAKE_PREFIX_PATH={prefix}"],
+                      capture_output=True, check=False).returncode == 0:
+        sys.exit("version 1 is taken for version 2")
+
+
+def pkg_config(source, build, folder):
+    prefix, consumer = installed(source, build, folder)
+    moved = folder / "moved"  # the file tells where it lies now, not where it was installed
+    prefix.rename(moved)
+    library = next(moved.glob("lib/**/libTavPort.so")).parent
+    flags = run("pkg-config", "--cflags", "--libs", "TavPort",
+                env={**os.environ, "PKG_CONFIG_PATH": str(library / "pkgconfig")}).split()
+    run("cc", "-std=c11", consumer / "hello.c", "-o", folder / "hello", *flags)
+    check_hello(folder / "hello", env={**os.environ, "LD_LIBRARY_PATH": str(library)})
+
+
+def bundle(source, build, folder):
+    prefix, consumer = built_consumer(source, build, folder)
+    shutil.rmtree(prefix)  # the bundle carries what it needs
+    carried = folder / "Elsewhere.app"
+    (consumer / "out/carrier.app").rename(carried)
+    check_hello(carried / "Contents/MacOS/carrier")
+
+
+# Runs as root in a copy of the system that is thrown away: $1 the packages, $2 the sample.
+DEBIAN_STEPS = """
+set -e
+before=$(find /usr /etc /opt -xdev | sort)
+dpkg -i "$1"/*.deb >/dev/null
+cc -std=c11 "$2" -o /tmp/sample $(pkg-config --cflags --libs TavPort)
+/tmp/sample
+grep -qx hello /tmp/hello.txt
+mkdir /tmp/consumer && cp "$2" "$3/CMakeLists.txt" /tmp/consumer
+cmake -S /tmp/consumer -B /tmp/consumer/out >/dev/null
+cmake --build /tmp/consumer/out >/dev/null
+/tmp/consumer/out/hello
+/tmp/consumer/out/carrier.app/Contents/MacOS/carrier
+dpkg --purge tavport-tools libtavport-dev libtavport1 >/dev/null
+after=$(find /usr /etc /opt -xdev | sort)
+[ "$before" = "$after" ] || { echo "left behind or lost:"; diff <(echo "$before") <(echo "$after"); exit 1; }
+"""
+
+
+def debian(source, build, folder):
+    for tool in ("dpkg", "dpkg-shlibdeps", "unshare"):
+        if not shutil.which(tool):
+            skip(f"{tool} is not installed")
+    packages = folder / "packages"
+    run("cpack", "-G", "DEB", "-B", packages, "--config", build / "CPackConfig.cmake", cwd=folder)
+    names = sorted(path.name.split("_")[0] for path in packages.glob("*.deb"))
+    if names != ["libtavport-dev", "libtavport1", "tavport-tools"]:
+        sys.exit(f"packages made: {names}")
+    if shutil.which("lintian"):
+        run("lintian", "--allow-root", "--fail-on", "error", *packages.glob("*.deb"))
+    if os.geteuid() != 0:
+        skip("the packages are right; installing them takes root")
+
+    (folder / "hello.c").write_text(readme_blocks(source)[0], encoding="utf-8")
+    for name in ("upper", "work", "root"):
+        (folder / name).mkdir()
+    mounts = f"""
+    set -e
+    mount -t tmpfs tmpfs "{folder}/upper"
+    mkdir "{folder}/upper/changes" "{folder}/upper/work"
+    mount -t overlay overlay -o "lowerdir=/,upperdir={folder}/upper/changes,workdir={folder}/upper/work" "{folder}/root" || exit 77
+    mount --bind /proc "{folder}/root/proc"
+    mount --bind /dev "{folder}/root/dev"
+    mount -t tmpfs tmpfs "{folder}/root/tmp"
+    cp -r "{packages}" "{folder}/hello.c" "{source}/tests/package/consumer/CMakeLists.txt" "{folder}/root/tmp"
+    mkdir "{folder}/root/tmp/lists" && mv "{folder}/root/tmp/CMakeLists.txt" "{folder}/root/tmp/lists"
+    chroot "{folder}/root" bash -c "$1" steps /tmp/packages /tmp/hello.c /tmp/lists
+    """
+    result = subprocess.run(["unshare", "--mount", "bash", "-c", mounts, "mounts", DEBIAN_STEPS],
+                            capture_output=True, text=True, check=False)
+    if result.returncode == 77:
+        skip("the packages are right; this machine allows no overlay to install them in")
+    if result.returncode != 0:
+        sys.exit(f"{result.stdout}{result.stderr}exit status {result.returncode}")
+
+
+WAYS = {"readme": readme, "find-package": find_package, "pkg-config": pkg_config, "bundle": bundle, "debian": debian}
+
+
+def main():
+    way, source, build = sys.argv[1], pathlib.Path(sys.argv[2]).resolve(), pathlib.Path(sys.argv[3]).resolve()
+    with tempfile.TemporaryDirectory(prefix="tavport-test-") as folder:
+        WAYS[way](source, build, pathlib.Path(folder))
+
+
+main()
