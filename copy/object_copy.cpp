@@ -128,11 +128,13 @@ static OSErr FinishReplacing(OSErr result, const FSRef* newObject, const FSRef* 
     return result;
 }
 
-// Undoes the setting aside when a link led from the source to what was set aside: by now it leads nowhere, or
-// would lead to the copy itself, and the only content would be lost.
-static OSErr CheckSourceAfterSettingAside(const FSRef* source, const FSRef* setAside,
+// Undoes the setting aside when the source would go with what was set aside. A source that was met through a
+// link to it leads nowhere by now, or would lead to the copy itself; a folder that is the old object or lies in
+// it would be deleted with it, with every item that could not be copied.
+static OSErr CheckSourceAfterSettingAside(const FSRef* source, Boolean isDirectory, const FSRef* setAside,
                                           const HFSUniStr255& name, Boolean* isReplacing) {
     OSErr result = FSCompareFSRefs(source, source);
+    if (result == noErr && isDirectory) result = CheckForDestInsideSrc(setAside, source);
     if (result == noErr) return noErr;
     FSRenameUnicode(setAside, name.length, name.unicode, kTextEncodingUnknown, nullptr);
     *isReplacing = false;
@@ -168,7 +170,7 @@ OSErr FSCopyObject(const FSRef* source, const FSRef* destDir, ItemCount maxLevel
     result = FSCopyObjectPreflight(source, destDir, dupeAction, &params, &name, &sourceInfo, &isDirectory,
                                    &setAside, &isReplacing);
     if (result == noErr && isReplacing)
-        result = CheckSourceAfterSettingAside(source, &setAside, name, &isReplacing);
+        result = CheckSourceAfterSettingAside(source, isDirectory, &setAside, name, &isReplacing);
     if (result == noErr)
         result = CopyPreflighted(source, destDir, maxLevels, isDirectory, &sourceInfo, &name, &params,
                                  &filter, &newObject, newSpec);

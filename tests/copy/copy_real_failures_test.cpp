@@ -78,6 +78,17 @@ TEST_F(CopyOntoVolume, FullVolumeReplacesTheOldTreeByWhatCouldBeCopied) {
     EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
 }
 
+// The second copy of the file finds no room; the only one must stay.
+TEST_F(CopyOntoVolume, TreeCopiedOntoItselfOnAFullVolumeIsLeftAlone) {
+    const std::string content = Bytes(700000, 'n');
+    fs::create_directories(folder / "to/tree/sub");
+    WriteFile(folder / "to/tree/sub/file", content);
+    EXPECT_EQ(Copy("to/tree", "to/tree"), 0);
+    EXPECT_EQ(Copy("to/tree/sub", "to/tree"), 0);
+    EXPECT_EQ(Content("to/tree/sub/file"), content);
+    EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+}
+
 TEST_F(CopyOntoVolume, ReadOnlyVolumeIsLeftAlone) {
     WriteFile(folder / "from/file", "new");
     WriteFile(folder / "to/file", "old");

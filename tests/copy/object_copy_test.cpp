@@ -124,6 +124,60 @@ TEST_F(ObjectCopyTest, ReplaceOfItselfKeepsTheContent) {
     EXPECT_FALSE(Exists(To(".DeleteMe")));
 }
 
+// What cannot be copied would be deleted with the old tree, which is the source.
+TEST_F(ObjectCopyTest, FolderThatIsOrLiesInWhatItReplacesIsRefusedAndLosesNothing) {
+    fs::create_directories(To("tree/sub/deep"));
+    WriteFile(To("tree/file"), "content");
+    ASSERT_EQ(mkfifo(To("tree/sub/deep/pipe").c_str(), 0644), 0);
+    EXPECT_EQ(CopyPath(To("tree"), To("tree"), 0), 0);
+    EXPECT_EQ(CopyPath(To("tree/sub"), To("tree"), 0), 0);
+    EXPECT_EQ(CopyPath(To("tree/sub/deep"), To("tree"), 0), 0);
+    EXPECT_EQ(ReadFile(To("tree/file")), "content");
+    EXPECT_TRUE(Exists(To("tree/sub/deep/pipe")));
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+
+    FSRef source = Reference(To("tree")), dest = Reference(To(""));
+    EXPECT_EQ(FSCopyObject(&source, &dest, 0, 0, kDupeActionReplace, nullptr, false, false, nullptr, nullptr,
+                           nullptr, nullptr),
+              kDestInsideSourceErr);
+    EXPECT_EQ(PathOf(source), To("tree"));
+}
+
+TEST_F(ObjectCopyTest, FileThatLiesInTheFolderItReplacesTakesItsPlace) {
+    fs::create_directory(To("tree"));
+    WriteFile(To("tree/file"), "content");
+    EXPECT_EQ(CopyPath(To("tree/file"), To("tree"), 0), 1);
+    EXPECT_EQ(ReadFile(To("tree")), "content");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+// kept: a replaced object comes back under the source's name.
+TEST_F(ObjectCopyTest, TargetInsideTheSourceComesBackUnderTheSourceName) {
+    fs::create_directories(To("tree/sub"));
+    WriteFile(To("tree/sub/file"), "content");
+    EXPECT_EQ(CopyPath(To("tree"), To("tree/sub"), 0), 0);
+    EXPECT_EQ(ReadFile(To("tree/tree/file")), "content");
+    EXPECT_FALSE(Exists(To("tree/sub")));
+    EXPECT_FALSE(Exists(To("tree/.DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, ReplacingALinkLeavesWhatItLeadsTo) {
+    WriteFile(From("file"), "new");
+    fs::create_directory(To("folder"));
+    WriteFile(To("folder/inside"), "inside");
+    fs::create_symlink("nowhere", To("dangling"));
+    fs::create_symlink("folder", To("link"));
+    EXPECT_EQ(CopyPath(From("file"), To("dangling"), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), To("dangling"), 0), 1);
+    EXPECT_EQ(CopyPath(From("file"), To("link"), 0), 1);
+    EXPECT_FALSE(fs::is_symlink(To("dangling")));
+    EXPECT_FALSE(fs::is_symlink(To("link")));
+    EXPECT_EQ(ReadFile(To("link")), "new");
+    EXPECT_EQ(ReadFile(To("folder/inside")), "inside");
+    EXPECT_FALSE(Exists(To("nowhere")));
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
 TEST_F(ObjectCopyTest, ReplacingWhatALinkLeadsToLosesNothing) {
     WriteFile(To("file"), "content");
     fs::create_directories(To("tree/sub"));
