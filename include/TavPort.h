@@ -1649,7 +1649,8 @@ int32_t TavCloseMutex(MPSemaphoreID mutex);
  *     ...
  *     TavFreeLibrary(library);
  *
- * A module is a bundle (a folder with Contents/MacOS/Name), a framework, or a plain shared object file.
+ * A module is a bundle (a folder with Contents/MacOS/Name), a framework, or a plain shared object file. A
+ * folder in which no executable is found is no module: its name names nothing.
  */
 
 /* A loaded module. */

@@ -223,6 +223,49 @@ TEST_F(CopySteps, VolumeThatCannotTellRightsIsJudgedByTheModeAndOtherErrorsAreRe
     EXPECT_EQ(result, ioErr);
 }
 
+TEST_F(CopySteps, TenCandidatesAreLookedUpWhenNineDigitsAreTaken) {
+    WriteFile(folder / "to/file", "old");
+    for (char digit = '1'; digit <= '9'; ++digit)
+        WriteFile(folder / (std::string("to/file ") + digit), "old");
+    faults::Injection watch;
+    Copy(kDupeActionRename);
+    faults::Pause pause;
+    EXPECT_EQ(watch.calls("FSMakeFSRefUnicode"), 11u); // the name itself, then the candidates
+}
+
+TEST_F(CopySteps, CandidatesAreLookedUpOnlyUntilOneIsFree) {
+    WriteFile(folder / "to/file", "old");
+    WriteFile(folder / "to/file 1", "old");
+    faults::Injection watch;
+    OSErr result = Copy(kDupeActionRename);
+    faults::Pause pause;
+    ASSERT_EQ(result, noErr);
+    EXPECT_EQ(watch.calls("FSMakeFSRefUnicode"), 3u);
+    EXPECT_EQ(ReadFile(folder / "to/file 2"), "content");
+}
+
+TEST_F(CopySteps, LookUpOfACandidateThatFailsIsTheResult) {
+    WriteFile(folder / "to/file", "old");
+    faults::Injection fault({.call = 2, .code = ioErr, .operation = "FSMakeFSRefUnicode"});
+    OSErr result = Copy(kDupeActionRename);
+    faults::Pause pause;
+    EXPECT_EQ(result, ioErr);
+    EXPECT_EQ(fault.calls("FSCreateFileUnicode"), 0u);
+}
+
+TEST_F(CopySteps, NameWhoseTenCandidatesAllExistIsLeftAsItWas) {
+    HFSUniStr255 name = Name(u"file");
+    WriteFile(folder / "to/file", "old");
+    for (char digit = '1'; digit <= '9'; ++digit)
+        WriteFile(folder / (std::string("to/file ") + digit), "old");
+    // What the tenth look-up gives is what the host makes of its odd name; here it exists.
+    faults::Injection fault({.call = 10, .code = noErr, .operation = "FSMakeFSRefUnicode"});
+    OSErr result = GetUniqueName(&dest, &name);
+    faults::Pause pause;
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(std::u16string(name.unicode, name.unicode + name.length), u"file");
+}
+
 TEST(UniStrToPStr, PutsTheLengthInFrontOfTheMacRomanName) {
     HFSUniStr255 name = Name(u"\u00e9a");
     uint8_t text[64];

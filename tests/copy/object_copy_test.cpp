@@ -276,6 +276,60 @@ TEST_F(ObjectCopyTest, BadNewNamesFail) {
     EXPECT_TRUE(fs::is_empty(To("")));
 }
 
+TEST_F(ObjectCopyTest, NamesOfNoUnitsAndOfMoreThan255Fail) {
+    WriteFile(From("file"), "x");
+    FSRef source = Reference(From("file")), dest = Reference(To(""));
+    HFSUniStr255 name = Name(u"");
+    EXPECT_EQ(FSCopyObject(&source, &dest, 0, 0, 0, &name, false, false, nullptr, nullptr, nullptr, nullptr),
+              bdNamErr);
+    name.length = 256;
+    EXPECT_EQ(FSCopyObject(&source, &dest, 0, 0, 0, &name, false, false, nullptr, nullptr, nullptr, nullptr),
+              bdNamErr);
+    EXPECT_TRUE(fs::is_empty(To("")));
+}
+
+TEST_F(ObjectCopyTest, FileReplacesAFolderAndAFolderAFile) {
+    WriteFile(From("a"), "file");
+    fs::create_directories(From("b/sub"));
+    fs::create_directories(To("a/full/of"));
+    WriteFile(To("b"), "old");
+    ASSERT_EQ(Copy("a", kDupeActionReplace), noErr);
+    ASSERT_EQ(Copy("b", kDupeActionReplace), noErr);
+    EXPECT_EQ(ReadFile(To("a")), "file");
+    EXPECT_TRUE(fs::is_directory(To("b/sub")));
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, LockedObjectsAreReplacedWhole) {
+    WriteFile(From("file"), "new");
+    fs::create_directory(From("tree"));
+    WriteFile(To("file"), "old");
+    fs::create_directory(To("tree"));
+    WriteFile(To("tree/file"), "old");
+    for (const char* name : {"file", "tree", "tree/file"}) {
+        FSRef ref = Reference(To(name));
+        FSCatalogInfo info{};
+        info.nodeFlags = kFSNodeLockedMask;
+        ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info), noErr);
+    }
+    EXPECT_EQ(Copy("file", kDupeActionReplace), noErr);
+    EXPECT_EQ(Copy("tree", kDupeActionReplace), noErr);
+    EXPECT_EQ(ReadFile(To("file")), "new");
+    EXPECT_TRUE(fs::is_empty(To("tree")));
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+TEST_F(ObjectCopyTest, LockedObjectsStayWhenTheyAreNotToBeReplaced) {
+    WriteFile(From("file"), "new");
+    WriteFile(To("file"), "old");
+    FSRef ref = Reference(To("file"));
+    FSCatalogInfo info{};
+    info.nodeFlags = kFSNodeLockedMask;
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info), noErr);
+    EXPECT_EQ(Copy("file", kDupeActionStandard), dupFNErr);
+    EXPECT_EQ(ReadFile(To("file")), "old");
+}
+
 TEST_F(ObjectCopyTest, ModeAndModificationDateAreKept) {
     WriteFile(From("file"), "content");
     ASSERT_EQ(chmod(From("file").c_str(), 0440), 0);
@@ -432,6 +486,38 @@ TEST_F(ObjectCopyTest, TavCopyFileRefusesOrReplacesAnExistingName) {
     EXPECT_EQ(ReadFile(To("file")), "old");
     EXPECT_EQ(CopyPath(From("file"), To("file"), 0), 1);
     EXPECT_EQ(ReadFile(To("file")), "new");
+}
+
+TEST_F(ObjectCopyTest, TavCopyFileOntoItselfIsRefusedOrKeepsTheContent) {
+    WriteFile(From("file"), "content");
+    EXPECT_EQ(CopyPath(From("file"), From("file"), 1), 0);
+    EXPECT_EQ(CopyPath(From("file"), From("file"), 0), 1);
+    EXPECT_EQ(ReadFile(From("file")), "content");
+}
+
+TEST_F(ObjectCopyTest, TavCopyFileCopiesAFolder) {
+    fs::create_directory(From("tree"));
+    WriteFile(From("tree/file"), "content");
+    EXPECT_EQ(CopyPath(From("tree"), To("copy"), 1), 1);
+    EXPECT_EQ(ReadFile(To("copy/file")), "content");
+}
+
+TEST_F(ObjectCopyTest, TavCopyFileBelowAFileFails) {
+    WriteFile(From("file"), "x");
+    WriteFile(To("file"), "y");
+    EXPECT_EQ(CopyPath(From("file"), To("file/x"), 1), 0);
+    EXPECT_EQ(ReadFile(To("file")), "y");
+}
+
+// kept: the name is counted back from the end of the path and the folder only loses the slash, so a path that
+// ends in one means a folder to copy into and a name that lacks its first unit and has the slash.
+TEST_F(ObjectCopyTest, TavCopyFileToAPathThatEndsInASlashCopiesIntoThatFolder) {
+    WriteFile(From("file"), "content");
+    EXPECT_EQ(CopyPath(From("file"), To("name/"), 1), 0);
+    EXPECT_TRUE(fs::is_empty(To("")));
+    fs::create_directory(To("name"));
+    EXPECT_EQ(CopyPath(From("file"), To("name/"), 1), 1);
+    EXPECT_EQ(ReadFile(To("name/ame:")), "content");
 }
 
 // Bytes that are not UTF-8 are lone surrogates in paths, on the way and at the end.
