@@ -28,8 +28,12 @@ foreach(part tavport_logic tavport_provider)
 endforeach()
 # The types behind the exported functions, for debuggers and for the record of the binary interface.
 target_compile_options(tavport_logic PRIVATE -g)
-# 64-bit offsets and times on 32-bit hosts, and the system calls that only the GNU headers declare.
-target_compile_definitions(tavport_provider PRIVATE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+# The system calls that only the GNU headers declare, and 64-bit offsets and times on 32-bit hosts. The latter change the
+# layout of what the provider's headers pass about, so the tests that include these need them too.
+target_compile_definitions(tavport_provider PRIVATE _GNU_SOURCE)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(tavport_provider PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 target_link_libraries(tavport_provider PUBLIC PkgConfig::ICU PkgConfig::MOUNT PkgConfig::UDEV Threads::Threads
                                               ${CMAKE_DL_LIBS})
 
