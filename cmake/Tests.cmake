@@ -2,23 +2,13 @@
 # tavport_add_fault_tests(folder): the executable test_<folder>_faults from its *_faults.cpp, in which every platform
 #   operation and every allocation goes through tests/support/faults.
 # tavport_register_tests(target prefix): makes ctest entries of an executable's tests. Each runs in a process of its own
-# with its own time-out; under emulation, where a start costs more than most tests, they run in a few shards.
+# with its own time-out.
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(tavport_register_tests target prefix)
-  if(NOT TAVPORT_EMULATED)
-    gtest_discover_tests(${target} TEST_PREFIX ${prefix}/ PROPERTIES TIMEOUT 300 DISCOVERY_MODE PRE_TEST)
-    return()
-  endif()
-  set(shards 4)
-  foreach(shard RANGE 1 ${shards})
-    set(name ${prefix}/shard-${shard}-of-${shards})
-    math(EXPR index "${shard} - 1")
-    add_test(NAME ${name} COMMAND ${target} --gtest_brief=1)
-    set_tests_properties(${name} PROPERTIES TIMEOUT 1500
-                         ENVIRONMENT "GTEST_TOTAL_SHARDS=${shards};GTEST_SHARD_INDEX=${index}")
-  endforeach()
+  gtest_discover_tests(${target} TEST_PREFIX ${prefix}/ PROPERTIES TIMEOUT 300 DISCOVERY_MODE PRE_TEST
+                       DISCOVERY_TIMEOUT 60)
 endfunction()
 
 function(tavport_add_tests folder)

@@ -7,4 +7,3 @@ set(tavport_multiarch s390x-linux-gnu)
 include(${CMAKE_CURRENT_LIST_DIR}/sysroot.cmake)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-s390x-static -L ${CMAKE_SYSROOT})
-set(TAVPORT_EMULATED ON)
