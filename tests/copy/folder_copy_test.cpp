@@ -230,20 +230,18 @@ void UseTimeZone(const char* zone) {
     tzset();
 }
 
-// Whether a fresh process computes the date in one time zone and keeps it in another.
-bool IsComputedOnceInLocalTime() {
-    UTCDateTime first{1, 1, 1}, second;
-    UseTimeZone("EST5");
-    bool computed = GetMagicBusyCreateDate(&first) == noErr;
-    UseTimeZone("UTC0");
-    bool kept = GetMagicBusyCreateDate(&second) == noErr && second.lowSeconds == first.lowSeconds;
-    return computed && kept && first.highSeconds == 0 && first.fraction == 0 &&
-           first.lowSeconds == 1329266096u + 5 * 3600;
-}
-
 } // namespace
 
-TEST(GetMagicBusyCreateDateDeathTest, IsTheMorningOf14February1946InLocalTimeComputedOnce) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(_exit(IsComputedOnceInLocalTime() ? 0 : 1), testing::ExitedWithCode(0), "");
+// Right only while nothing else of this process has asked for the date.
+TEST(GetMagicBusyCreateDate, IsTheMorningOf14February1946InLocalTimeComputedOnce) {
+    UTCDateTime first{1, 1, 1};
+    UseTimeZone("EST5");
+    ASSERT_EQ(GetMagicBusyCreateDate(&first), noErr);
+    EXPECT_EQ(first.highSeconds, 0);
+    EXPECT_EQ(first.lowSeconds, 1329266096u + 5 * 3600);
+    EXPECT_EQ(first.fraction, 0);
+    UseTimeZone("UTC0");
+    UTCDateTime second{};
+    ASSERT_EQ(GetMagicBusyCreateDate(&second), noErr);
+    EXPECT_EQ(second.lowSeconds, first.lowSeconds);
 }
