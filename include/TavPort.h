@@ -133,7 +133,6 @@ TavChar* Tav0FSValRegister(const MyStr16* name, const TavChar* value);
  * Removes a named value and raises the modification counter by one; an unknown name changes nothing.
  *
  * @param name  the name; null is ignored.
- * @return nothing.
  * @owner   frees the registry's copy of the text.
  * @threads must not run beside any other use of named values.
  * @windows none
@@ -280,7 +279,6 @@ int32_t Tav0FSExpAppendVal(OpacTavFSExp* e, const char* name);
  * Frees an expression.
  *
  * @param e  the expression; null is ignored.
- * @return nothing.
  * @owner   takes back what the creating functions gave.
  * @threads one thread at a time for each expression.
  * @windows none
@@ -365,7 +363,6 @@ uint32_t Tav0FSRRetain(OpacTavFSRef* r);
  * Gives up a hold on a reference; the last one frees it.
  *
  * @param r  the reference; null is ignored.
- * @return nothing.
  * @owner   takes back one hold.
  * @threads any that holds the reference.
  * @windows none
@@ -508,7 +505,6 @@ char* Tav0UTF8FromUTF16(const TavChar* utf16);
  * Releases the result of a conversion.
  *
  * @param buffer  what Tav0UTF16FromUTF8 or Tav0UTF8FromUTF16 returned; null is ignored.
- * @return nothing.
  * @owner   the buffer is gone afterwards.
  * @threads any number at the same time, each on buffers of its own.
  * @windows none
@@ -1332,7 +1328,6 @@ int32_t TavCloseThreadRef(OpacTavThread* thread);
  * ends just the same, without a report.
  *
  * @param status  reported as the thread's result.
- * @return never.
  * @owner   what the thread owns stays as it is.
  * @threads any.
  * @windows ExitThread
@@ -1768,7 +1763,6 @@ int32_t TavPathRemoveFileSpec(TavChar* path);
  * start of a name begins no extension. When memory runs out the path stays as it was.
  *
  * @param path  zero-terminated path, not null.
- * @return nothing.
  * @owner   nothing to release.
  * @threads one at a time on the same buffer.
  * @windows PathRemoveExtension
