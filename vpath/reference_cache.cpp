@@ -8,7 +8,7 @@
 using References = Key1ToKey2<const TavChar*, OpacTavFSRef*>;
 
 bool References::LessThan::operator()(const TavChar* path, const OpacTavFSRef* element) const {
-    return SegCmp(path + skip, GetKey1(element) + skip) < 0;
+    return SegCmp(path, GetKey1(element)) < 0;
 }
 
 bool References::IsExistKey1(const TavChar* path, iterator& place) const {
@@ -16,14 +16,15 @@ bool References::IsExistKey1(const TavChar* path, iterator& place) const {
     place.settled_ = settled.place;
     place.recent_ = recent_.size();
     place.element_ = settled.place < settled_.size() ? settled_[settled.place] : nullptr;
-    if (place.element_ && !LessThan{settled.same}(path, place.element_)) return true;
+    if (settled.isEqual) return true;
 
     const ReferenceRun::Bound recent = recent_.LowerBound(path);
     place.recent_ = recent.place;
     if (recent.place == recent_.size()) return false;
     OpacTavFSRef* const element = recent_[recent.place];
-    if (!place.element_ || LessThan()(GetKey1(element), place.element_)) place.element_ = element;
-    return !LessThan{recent.same}(path, element);
+    if (recent.isEqual || !place.element_ || LessThan()(GetKey1(element), place.element_))
+        place.element_ = element;
+    return recent.isEqual;
 }
 
 void References::InsertKey2(OpacTavFSRef* object, const iterator& place) {

@@ -22,7 +22,6 @@ public:
     // The order: whether an element comes before a path, and the other way round.
     using Pr = ElementBeforePath;
     struct LessThan {
-        size_t skip = 0;
         bool operator()(const TavChar* path, const OpacTavFSRef* element) const;
     };
 

@@ -7,13 +7,32 @@
 
 namespace {
 
-// The units at `text` up to its end, at most eight, in a number that orders as they do. A unit that does not
-// fit in a byte ends it with the highest byte, so that different texts may have the same key.
+// The first eight of the `length` units at `text` in a number that orders as they do. A unit that does not fit
+// in a byte ends it with the highest byte, so that different texts may have the same key.
 struct Key {
     static constexpr unsigned kUnits = 8;
 
-    explicit Key(const TavChar* text) {
-        for (; covered < kUnits && text[covered]; ++covered) {
+    Key(const TavChar* text, size_t length) {
+        if (length >= kUnits) {
+            uint32_t above = 0; // more than a byte where a unit is 0xFF or more
+#pragma GCC unroll 8
+            for (unsigned i = 0; i < kUnits; ++i) {
+                above |= text[i] + 1u;
+                bits = bits << 8 | (text[i] & 0xFFu);
+            }
+            covered = kUnits;
+            if (above <= 0xFF) return;
+        }
+        TakeOneByOne(text, std::min<size_t>(length, kUnits));
+    }
+
+    uint64_t bits = 0;
+    unsigned covered = 0; // units that are the same in every text with this key
+
+private:
+    void TakeOneByOne(const TavChar* text, size_t length) {
+        bits = 0;
+        for (covered = 0; covered < length; ++covered) {
             const unsigned shift = 8 * (kUnits - 1 - covered);
             if (text[covered] >= 0xFF) {
                 bits |= uint64_t{0xFF} << shift;
@@ -22,9 +41,6 @@ struct Key {
             bits |= uint64_t{text[covered]} << shift;
         }
     }
-
-    uint64_t bits = 0;
-    unsigned covered = 0; // units that are the same in every text with this key
 };
 
 // Units that both texts begin with, at most `limit`.
@@ -32,12 +48,13 @@ uint32_t CommonUnits(const TavChar* a, const TavChar* b, uint32_t limit) {
     return static_cast<uint32_t>(scan::CommonLength<Fold::None>(a, b, limit));
 }
 
-// The first of `count` sorted keys that is not less than `key`. No branch depends on the keys.
+// The first of `count` sorted keys that is not less than `key`. No branch depends on the keys: half of them
+// would be foreseen wrongly.
 size_t LowerBoundOfKey(const uint64_t* keys, size_t count, uint64_t key) {
     const uint64_t* first = keys;
     while (count > 1) {
         const size_t half = count / 2;
-        first = first[half - 1] < key ? first + half : first;
+        first += half & -static_cast<size_t>(first[half - 1] < key);
         count -= half;
     }
     return static_cast<size_t>(first - keys) + (count == 1 && *first < key);
@@ -59,26 +76,33 @@ bool ElementBeforePath::operator()(const OpacTavFSRef* element, const TavChar* p
     return SegCmp(element->Path() + skip, path + skip) < 0;
 }
 
+// A path that does not begin as all in the run do is sought all the same; the one comparison with what was
+// found shows it.
 ReferenceRun::Bound ReferenceRun::LowerBoundAmong(size_t count, const TavChar* path) const {
-    if (count == 0) return {0, 0};
-    const TavChar* const sample = refs_[sample_]->Path();
-    const uint32_t same = CommonUnits(sample, path, common_);
-    if (same < common_ && path[same] > sample[same]) return {count, same};
-    if (same < common_) return {FirstElement(0, count), same};
+    if (count == 0) return {0, false};
+    const size_t length = SegLen(path);
+    const size_t place = length < common_ ? count : LowerBoundByKeys(count, path, length);
 
-    const Key key(path + common_);
+    const TavChar* const found = refs_[place < count ? place : sample_]->Path();
+    const size_t same = scan::CommonLength<Fold::None>(found, path, SIZE_MAX);
+    if (same < common_) return {path[same] > found[same] ? count : FirstElement(0, count), false};
+    return {place, place < count && same == length && !found[same]};
+}
+
+// The lower bound of a path of `length` units that begins as all in the run do; some element's place or the
+// end for any other that is as long.
+size_t ReferenceRun::LowerBoundByKeys(size_t count, const TavChar* path, size_t length) const {
+    const Key key(path + common_, length - common_);
     size_t shared = common_ + key.covered;
     size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
     size_t last = EndOfEqualKeys(keys_.data(), first, count, key.bits);
     if (last - first > 1 && key.covered == Key::kUnits) {
-        const Key next(path + shared);
+        const Key next(path + shared, length - shared);
         first += LowerBoundOfKey(&nextKeys_[first], last - first, next.bits);
         last = EndOfEqualKeys(nextKeys_.data(), first, last, next.bits);
         shared += next.covered;
     }
-    const size_t place =
-        FirstElement(LowerBoundOfEqualKeys(first, last, ElementBeforePath{shared}, path), count);
-    return {place, place < last ? shared : common_};
+    return FirstElement(LowerBoundOfEqualKeys(first, last, ElementBeforePath{shared}, path), count);
 }
 
 // The first place from `place` on that is not empty.
@@ -188,9 +212,10 @@ void ReferenceRun::SetCommon(uint32_t common) {
 
 void ReferenceRun::SetKeys(size_t place) {
     const TavChar* const text = refs_[place]->Path() + common_;
-    const Key key(text);
+    const size_t length = SegLen(text);
+    const Key key(text, length);
     keys_[place] = key.bits;
-    nextKeys_[place] = key.covered == Key::kUnits ? Key(text + Key::kUnits).bits : 0;
+    nextKeys_[place] = key.covered == Key::kUnits ? Key(text + Key::kUnits, length - Key::kUnits).bits : 0;
 }
 
 void ReferenceRun::Resize(size_t count) {

@@ -17,10 +17,10 @@ struct ElementBeforePath {
 class ReferenceRun {
 public:
     // The first place whose path is not less than `path`: never an empty one, size() when there is none.
-    // `same` units at the beginning are known to be those of `path`.
+    // `isEqual` says that the element there has this very path.
     struct Bound {
         size_t place;
-        size_t same;
+        bool isEqual;
     };
     Bound LowerBound(const TavChar* path) const { return LowerBoundAmong(refs_.size(), path); }
 
@@ -47,6 +47,7 @@ public:
 
 private:
     Bound LowerBoundAmong(size_t count, const TavChar* path) const;
+    size_t LowerBoundByKeys(size_t count, const TavChar* path, size_t length) const;
     size_t LowerBoundOfEqualKeys(size_t first, size_t last, ElementBeforePath before,
                                  const TavChar* path) const;
     size_t FirstElement(size_t place, size_t count) const;
