@@ -48,6 +48,11 @@ private:
 
 } // namespace
 
+// Whether a unit means something after an ordinary one; dots are ordinary there.
+static bool EndsOrdinaryText(TavChar unit) {
+    return unit == u'/' || unit == 0 || unit == u':';
+}
+
 int32_t MyPathCanonicalize(TavChar* path) {
     Separators separators;
     // kept: off at first, so that dots without a "/" before them are ordinary text.
@@ -77,6 +82,7 @@ int32_t MyPathCanonicalize(TavChar* path) {
         default:
             if (dots > 0) return 0;
             atSegmentStart = false;
+            while (!EndsOrdinaryText(path[i + 1])) ++i;
         }
     }
 }

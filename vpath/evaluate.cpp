@@ -124,7 +124,14 @@ int32_t NextSegment(const TavChar** p, const TavChar* end) {
 int32_t TryCopyAsNormalSeg(const TavChar** p, const TavChar* end, TavChar** w, const TavChar* start) {
     if (*p >= end || **p == u'%') return 0;
     PutSlash(w, start);
-    while (*p < end && !EndsSegment(**p) && !IsFull(*w, start)) Put(w, start, *(*p)++);
+    if (IsFull(*w, start)) return 1;
+    const auto units = static_cast<size_t>(std::find_if(*p, end, EndsSegment) - *p);
+    const auto room = static_cast<size_t>(start + kEvaluationUnits - 1 - *w);
+    const size_t copied = std::min(units, room);
+    std::memcpy(*w, *p, copied * sizeof(TavChar));
+    *w += copied;
+    *p += copied;
+    if (copied < units) Put(w, start, *(*p)++);
     return 1;
 }
 
