@@ -1,0 +1,100 @@
+// eval: from an expression to a path, step by step.
+#include "command.h"
+
+#include "host.h"
+#include "text.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+struct ReleaseExpression {
+    void operator()(OpacTavFSExp* expression) const { Tav0FSExpRelease(expression); }
+};
+using Expression = std::unique_ptr<OpacTavFSExp, ReleaseExpression>;
+
+void Step(const char* what, const std::string& outcome) {
+    std::printf("  %-12s %s\n", what, Shown(outcome).c_str());
+}
+
+// "NAME=TEXT" in two; false without "=".
+bool Split(const std::string& pair, std::string& name, std::string& text) {
+    const size_t equals = pair.find('=');
+    if (equals == std::string::npos) return false;
+    name = pair.substr(0, equals);
+    text = pair.substr(equals + 1);
+    return !name.empty();
+}
+
+const std::vector<std::string>& Values(const Options& options, char letter) {
+    static const std::vector<std::string> none;
+    const auto found = options.values.find(letter);
+    return found == options.values.end() ? none : found->second;
+}
+
+int RegisterKey(const std::string& pair) {
+    std::string name;
+    std::string folder;
+    if (!Split(pair, name, folder) || name.size() > sizeof(TavKey)) {
+        Complain(pair, "is not KEY=FOLDER with a key of one to four characters");
+        return kUsage;
+    }
+    TavKey key = 0;
+    std::memcpy(&key, name.data(), name.size());
+    folder = host::Absolute(folder);
+    FSRef found;
+    if (!Tav0FSRToAbs(At(folder).get(), &found, 0)) return Complain(folder, host::Reason(folder, false));
+    if (!Tav0TranPathRegister(&key, &found)) return Complain(pair, "cannot be registered");
+    Step(("key " + name).c_str(), folder);
+    return kDone;
+}
+
+int RegisterValue(const std::string& pair) {
+    std::string name;
+    std::string text;
+    MyStr16 field = {};
+    if (!Split(pair, name, text) || name.size() >= sizeof field.name) {
+        Complain(pair, "is not NAME=TEXT with a name of one to fifteen bytes");
+        return kUsage;
+    }
+    std::memcpy(field.name, name.data(), name.size());
+    if (!Tav0FSValRegister(&field, Units(text).c_str())) return Complain(pair, "cannot be registered");
+    Step(("value " + name).c_str(), text);
+    return kDone;
+}
+
+std::string PathOf(const Reference& reference) {
+    Text path(Tav0FSRToUTF16(reference.get(), nullptr, 0), 0);
+    Tav0FSRToUTF16(reference.get(), path.data(), static_cast<uint32_t>(path.size()));
+    return Bytes(path);
+}
+
+} // namespace
+
+int Evaluate(const Options& options) {
+    for (const std::string& pair : Values(options, 'k')) {
+        if (const int result = RegisterKey(pair); result != kDone) return result;
+    }
+    for (const std::string& pair : Values(options, 'v')) {
+        if (const int result = RegisterValue(pair); result != kDone) return result;
+    }
+    Reference base;
+    for (const std::string& folder : Values(options, 'b')) {
+        base = At(host::Absolute(folder));
+        Step("base", host::Absolute(folder));
+    }
+    const std::string& text = options.arguments[0];
+    const Expression expression(Tav0FSExpCreateExp(Units(text).c_str()));
+    Step("expression", text);
+    const Reference reference(Tav0FSExpCalculateFSRCreate(expression.get(), base.get()));
+    if (!reference) {
+        const bool needsBase = !base && Tav0FSExpIsRelPath(expression.get(), nullptr, nullptr);
+        return Complain(text, needsBase ? "needs a base; give one with -b" : "cannot be evaluated");
+    }
+    const std::string path = PathOf(reference);
+    Step("path", path);
+    const bool folder = TavPathIsDirectory(Units(path).c_str());
+    Step("there", !Tav0FSRIsExist(reference.get()) ? "nothing yet" : folder ? "a folder" : "a file");
+    return kDone;
+}

@@ -1,0 +1,324 @@
+#!/usr/bin/env python3
+"""The command-line client, command by command, with what a person may get wrong.
+
+usage: tav.py [EMULATOR ...] PROGRAM
+"""
+import contextlib
+import os
+import pathlib
+import pty
+import re
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+PROGRAM = sys.argv[1:]
+del sys.argv[1:]
+
+METADATA = (bytes.fromhex("00051607 00020000") + bytes(16) + bytes.fromhex("0002") +
+            bytes.fromhex("00000009 00000032 00000020") + bytes.fromhex("0000000a 00000052 00000004") +
+            b"TEXTttxt" + bytes.fromhex("4000") + bytes(22) + bytes.fromhex("00000001"))
+
+
+class Client(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="tavport-test-")
+        self.addCleanup(folder.cleanup)
+        self.top = pathlib.Path(folder.name).resolve()
+
+    def tav(self, *words, **options):
+        return subprocess.run([*PROGRAM, *map(str, words)], cwd=self.top, capture_output=True, timeout=100,
+                              errors="surrogateescape", text=True, check=False, **options)
+
+    def done(self, *words, **options):
+        result = self.tav(*words, **options)
+        self.assertEqual((result.returncode, result.stderr), (0, ""), words)
+        return result.stdout
+
+    def refused(self, status, pattern, *words, **options):
+        """Fails with one line that says why."""
+        result = self.tav(*words, **options)
+        self.assertEqual(result.returncode, status, f"{words}: {result.stderr}")
+        self.assertRegex(result.stderr, rf"\Atav[^\n]*{pattern}[^\n]*\n\Z")
+
+    def tree(self):
+        (self.top / "tree/sub").mkdir(parents=True)
+        (self.top / "tree/sub/Übung.txt").write_text("one", encoding="utf-8")
+        (self.top / "tree/b").write_bytes(bytes(5000))
+        (self.top / "tree/.hidden").touch()
+        (self.top / "tree/link").symlink_to("nowhere")
+        return self.top / "tree"
+
+    def names(self, folder="."):
+        return sorted(os.listdir(self.top / folder))
+
+
+class Looking(Client):
+    def test_ls_lists_a_folder_without_hidden_items(self):
+        self.tree()
+        lines = self.done("ls", "tree").splitlines()
+        self.assertEqual([line.split()[-1] for line in lines], ["name", "b", "link", "sub"])
+        self.assertRegex(lines[1], r"^ *file +[\d,]+  \d{4}-\d\d-\d\d \d\d:\d\d:\d\d  b$")
+
+    def test_ls_shows_hidden_items_on_request(self):
+        self.tree()
+        self.assertIn("file, hidden", self.done("ls", "-a", "tree"))
+
+    def test_ls_of_a_file_shows_the_file(self):
+        self.tree()
+        self.assertEqual(len(self.done("ls", "tree/b").splitlines()), 2)
+
+    def test_ls_of_several_names_each(self):
+        self.tree()
+        self.assertIn(f"{self.top}/tree/sub:\n", self.done("ls", "tree", "tree/sub"))
+
+    def test_names_that_are_no_text_are_shown_and_copied(self):
+        name = os.fsencode(self.top) + b"/odd\xff\x1b[31m"
+        with open(name, "wb") as file:
+            file.write(b"content")
+        self.assertIn("odd\\xff\\x1b[31m", self.done("ls"))
+        self.refused(1, "its name is no text", "cat", "odd\udcff\x1b[31m")
+        self.done("cp", "odd\udcff\x1b[31m", "even")
+        self.assertEqual(self.done("cat", "even"), "content")
+
+    def test_cat_prints_files_byte_by_byte(self):
+        (self.top / "a").write_bytes(bytes(range(256)) * 1000)
+        result = subprocess.run([*PROGRAM, "cat", "a", "a"], cwd=self.top, capture_output=True, check=True)
+        self.assertEqual(result.stdout, bytes(range(256)) * 2000)
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        (self.top / "a").write_bytes(bytes(100_000))
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([*PROGRAM, "cat", "a"], cwd=self.top, stdout=full, stderr=subprocess.PIPE, check=False)
+        self.assertEqual((result.returncode, result.stderr), (1, b"tav: output: cannot be written\n"))
+
+    def test_a_reader_that_goes_away_ends_it(self):
+        (self.top / "a").write_bytes(bytes(1_000_000))
+        with subprocess.Popen([*PROGRAM, "cat", "a"], cwd=self.top, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as process:
+            process.stdout.close()
+            process.wait(60)
+            self.assertNotEqual(process.returncode, 0)
+
+    def test_stat_tells_what_is_stored(self):
+        path = self.tree() / "b"
+        try:
+            os.setxattr(path, "user.org.netatalk.Metadata", METADATA)
+        except OSError as error:
+            self.skipTest(f"extended attributes: {error}")
+        path.chmod(0o640)
+        text = self.done("stat", "tree/b")
+        for line in (r"kind +file, hidden, locked", r"content +5,000 bytes, [\d,]+ on disk", r"owner, mode +\S+:\S+  rw-r-----",
+                     r'type, creator  "TEXT" "ttxt"', r"Finder flags +0x4000"):
+            self.assertRegex(text, line)
+
+    def test_stat_tells_where_a_link_leads(self):
+        self.tree()
+        self.assertRegex(self.done("stat", "tree/link"), r"kind +link to nowhere\n")
+
+    def test_stat_reads_the_size_of_a_resource_fork(self):
+        self.tree()
+        (self.top / "tree/._b").write_bytes(bytes.fromhex("00051607 00020000") + bytes(16) + bytes.fromhex("0001") +
+                                            bytes.fromhex("00000002 00000026 00000005") + b"forks")
+        self.assertRegex(self.done("stat", "tree/b"), r"resource fork +5 bytes\n")
+
+    def test_drives_begin_with_the_root(self):
+        self.assertRegex(self.done("drives"), r"\A *type  root\n *\w+  /\n")
+
+    def test_eval_shows_each_step(self):
+        self.tree()
+        text = self.done("eval", "-k", f"pref={self.top}", "-v", "what=tree", r"$pref\%what\sub\..\b")
+        self.assertEqual([line.split(maxsplit=1)[0] for line in text.splitlines()],
+                         ["key", "value", "expression", "path", "there"])
+        self.assertIn(f"{self.top}/tree/b\n", text)
+        self.assertIn("a file", text)
+
+    def test_eval_from_a_base(self):
+        self.assertIn(f"{self.top}/x\n", self.done("eval", "-b", ".", r"$$here\x"))
+        self.refused(1, "needs a base", "eval", r"$$here\x")
+
+
+class Changing(Client):
+    def test_cp_copies_a_tree_and_says_nothing(self):
+        self.tree()
+        self.assertEqual(self.done("cp", "tree", "copy"), "")
+        subprocess.run(["diff", "-r", "--no-dereference", "tree", "copy"], cwd=self.top, check=True)
+
+    def test_cp_into_a_folder_keeps_the_name(self):
+        self.tree()
+        (self.top / "into").mkdir()
+        self.done("cp", "tree/b", "into")
+        self.assertEqual(self.names("into"), ["b"])
+
+    def test_cp_refuses_what_is_there_and_replaces_on_request(self):
+        self.tree()
+        (self.top / "copy").write_text("old", encoding="ascii")
+        self.refused(1, "-f replaces it", "cp", "tree/b", "copy")
+        self.assertEqual((self.top / "copy").read_text(encoding="ascii"), "old")
+        self.done("cp", "-f", "tree/b", "copy")
+        self.assertEqual((self.top / "copy").stat().st_size, 5000)
+        self.assertEqual(self.names(), ["copy", "tree"])
+
+    def test_cp_names_what_it_leaves_out(self):
+        os.mkfifo(self.tree() / "pipe")
+        self.refused(1, r"tree/pipe: left out: it is a device, pipe or socket", "cp", "tree", "copy")
+        self.assertEqual(self.names("copy"), [".hidden", "b", "link", "sub"])
+
+    def test_cp_into_itself_is_refused(self):
+        self.tree()
+        self.refused(1, "lies in what is to be copied", "cp", "tree", "tree/sub")
+        self.refused(1, "is the destination itself", "cp", "-f", "tree", ".")
+        (self.top / "tree/sub/tree").mkdir()
+        self.refused(1, "holds what is to be copied", "cp", "-f", "tree/sub/tree", ".")
+
+    def test_cp_shows_how_far_it_is_on_a_terminal_only(self):
+        with open(self.top / "large", "wb") as file:
+            file.truncate(600_000_000)
+        self.done("cp", "large", "quiet")
+        reader, terminal = pty.openpty()
+        with subprocess.Popen([*PROGRAM, "cp", "large", "shown"], cwd=self.top, stderr=terminal) as process:
+            process.wait(100)
+        os.close(terminal)
+        with contextlib.suppress(OSError):
+            self.assertRegex(os.read(reader, 1 << 16).decode(), r"\[[#.]{40}\] +\d+ %.*of 600,000,000 bytes|\A\r\x1b\[K")
+        os.close(reader)
+
+    def test_mv_renames_and_moves(self):
+        self.tree()
+        self.done("mv", "tree/b", "tree/c")
+        self.done("mv", "tree/c", "tree/sub")
+        self.done("mv", "tree/sub/c", "d:e")
+        self.assertEqual(self.names(), ["d:e", "tree"])
+
+    def test_mv_replaces_nothing(self):
+        self.tree()
+        (self.top / "there").touch()
+        self.refused(1, "there already", "mv", "tree/b", "there")
+        self.refused(1, "lies in what is to be moved", "mv", "tree", "tree/sub")
+
+    def test_rm_deletes_files_and_links_themselves(self):
+        self.tree()
+        self.done("rm", "tree/b", "tree/link")
+        self.assertEqual(self.names("tree"), [".hidden", "sub"])
+
+    def test_rm_asks_for_a_word_before_it_deletes_a_folder(self):
+        self.tree()
+        self.refused(1, "-r deletes it", "rm", "tree")
+        self.done("rm", "-r", "tree")
+        self.assertEqual(self.names(), [])
+
+    def test_mkdir_makes_folders(self):
+        self.done("mkdir", "one", "one/two")
+        self.assertTrue((self.top / "one/two").is_dir())
+        self.refused(1, "there already", "mkdir", "one")
+        self.refused(1, "No such file", "mkdir", "missing/two")
+
+
+class Mistakes(Client):
+    def test_missing_odd_and_too_many_arguments(self):
+        for words in (["cp"], ["cp", "a"], ["cp", "a", "b", "c"], ["mv", "a"], ["rm"], ["cat"], ["stat"], ["mkdir"], ["eval"],
+                      ["drives", "x"], ["ls", "-z"], ["rm", "-rf", "x"], ["frob"], ["rm", ""], ["eval", "-k"],
+                      ["eval", "-k", "toolong=/", "x"], ["eval", "-v", "=x", "x"], ["eval", "-v", "none", "x"]):
+            with self.subTest(words=words):
+                self.refused(2, "", *words)
+
+    def test_nothing_at_all_prints_the_overview(self):
+        result = self.tav()
+        self.assertEqual((result.returncode, result.stdout), (2, ""))
+        self.assertIn("usage: tav COMMAND", result.stderr)
+
+    def test_help_for_all_and_for_each(self):
+        overview = self.done("--help")
+        commands = re.findall(r"^  (\w+) ", overview, re.MULTILINE)
+        self.assertEqual(commands, ["ls", "cat", "cp", "mv", "rm", "mkdir", "stat", "drives", "eval"])
+        for command in commands:
+            self.assertIn(f"usage: tav {command}", self.done(command, "--help"))
+
+    def test_what_is_missing_is_named(self):
+        for words in (["ls", "gone"], ["cat", "gone"], ["cp", "gone", "x"], ["mv", "gone", "x"], ["rm", "gone"],
+                      ["stat", "gone"]):
+            with self.subTest(words=words):
+                self.refused(1, "gone: No such file or directory", *words)
+
+    def test_a_folder_is_no_file(self):
+        self.tree()
+        self.refused(1, "it is a folder", "cat", "tree")
+
+    def test_what_may_not_be_read_is_said(self):
+        if os.geteuid() != 0 or PROGRAM[0] != PROGRAM[-1]:
+            self.skipTest("another user is needed: run as root, and not under an emulator")
+        self.tree()
+        self.top.chmod(0o755)
+        (self.top / "tree/b").chmod(0)
+        (self.top / "tree/sub").chmod(0)
+        other = {"user": 65534, "group": 65534, "extra_groups": []}
+        self.refused(1, "Permission denied", "cat", "tree/b", **other)
+        self.refused(1, "Permission denied", "ls", "tree/sub", **other)
+        self.refused(1, "Permission denied", "mkdir", "new", **other)
+        self.refused(1, "Permission denied", "cp", "tree/b", "/tmp/tav-copy", **other)
+        self.refused(1, "cannot be deleted whole", "rm", "-r", "tree", **other)
+
+
+@contextlib.contextmanager
+def small_volume(test, folder, size):
+    """A volume in memory, seen by this process and what it starts."""
+    if os.geteuid() != 0:
+        test.skipTest("mounting takes root")
+    folder.mkdir()
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", folder], check=False).returncode != 0:
+        test.skipTest("nothing can be mounted here")
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "-l", folder], check=True)
+
+
+class Stopped(Client):
+    def test_a_full_disk_leaves_nothing_half_made(self):
+        with small_volume(self, self.top / "small", "1m"):
+            (self.top / "large").write_bytes(bytes(2_000_000))
+            self.refused(1, "the disk is full; nothing was changed", "cp", "large", "small")
+            (self.top / "many").mkdir()
+            for number in range(4):
+                (self.top / f"many/{number}").write_bytes(bytes(400_000))
+            self.refused(1, "the disk is full; nothing was changed", "cp", "many", "small")
+            self.assertEqual(self.names("small"), [])
+
+    def interrupt(self, *words, when):
+        """Starts it, and presses Ctrl-C for the whole group as a terminal does, as soon as `when` says so."""
+        with subprocess.Popen([*PROGRAM, *words], cwd=self.top, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              start_new_session=True) as process:
+            while process.poll() is None and not when():
+                time.sleep(0.001)
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(process.pid, signal.SIGINT)
+            output = process.communicate(timeout=100)
+        return process.returncode, output[1]
+
+    def test_ctrl_c_in_cp_leaves_the_destination_as_it_was(self):
+        with open(self.top / "large", "wb") as file:
+            file.truncate(2_000_000_000)
+        (self.top / "copy").write_text("old", encoding="ascii")
+        status, said = self.interrupt("cp", "-f", "large", "copy", when=lambda: any(
+            name.startswith(".tav-new") for name in self.names()))
+        self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
+        self.assertEqual((self.top / "copy").read_text(encoding="ascii"), "old")
+        self.assertEqual(self.names(), ["copy", "large"])
+
+    def test_ctrl_c_in_rm_says_what_is_done(self):
+        folder = self.top / "many"
+        folder.mkdir()
+        for number in range(20_000):
+            (folder / str(number)).touch()
+        status, said = self.interrupt("rm", "-r", "many", when=lambda: len(os.listdir(folder)) < 19_900)
+        if status == 0:
+            self.skipTest("it was deleted before Ctrl-C came")
+        self.assertEqual((status, said), (1, f"tav: {folder}: interrupted; a part of it may be deleted\n"))
+        self.assertTrue(stat.S_ISDIR(folder.stat().st_mode))
+
+
+unittest.main()
