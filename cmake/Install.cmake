@@ -24,7 +24,6 @@ install(DIRECTORY ${framework} DESTINATION ${framework_folder} COMPONENT develop
         PATTERN Versions/A/TavPort EXCLUDE)
 
 install(TARGETS tav RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-install(FILES packaging/tav.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/TavPort)
 install(EXPORT TavPort NAMESPACE TavPort:: FILE TavPortTargets.cmake DESTINATION ${package_folder}

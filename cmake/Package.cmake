@@ -47,11 +47,14 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${control}/symbols ${control}/tri
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY =)
 
-# Each package says where it comes from and what changed.
+# Each package says where it comes from and what changed; the client has its manual page.
 find_program(TAVPORT_GZIP gzip REQUIRED)
-execute_process(COMMAND ${TAVPORT_GZIP} -9nc ${CMAKE_SOURCE_DIR}/packaging/changelog
-                OUTPUT_FILE ${control}/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/changelog)
+foreach(file changelog tav.1)
+  execute_process(COMMAND ${TAVPORT_GZIP} -9nc ${CMAKE_SOURCE_DIR}/packaging/${file}
+                  OUTPUT_FILE ${control}/${file}.gz COMMAND_ERROR_IS_FATAL ANY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/${file})
+endforeach()
+install(FILES ${control}/tav.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 foreach(pair runtime=${library_package} development=libtavport-dev tools=tavport-tools)
   string(REPLACE "=" ";" pair ${pair})
   list(GET pair 0 component)

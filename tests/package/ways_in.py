@@ -113,6 +113,7 @@ cmake -S /tmp/consumer -B /tmp/consumer/out >/dev/null
 cmake --build /tmp/consumer/out >/dev/null
 /tmp/consumer/out/hello
 /tmp/consumer/out/carrier.app/Contents/MacOS/carrier
+tav cat /tmp/hello.txt | grep -qx hello
 dpkg --purge tavport-tools libtavport-dev libtavport1 >/dev/null
 after=$(find /usr /etc /opt -xdev | sort)
 [ "$before" = "$after" ] || { echo "left behind or lost:"; diff <(echo "$before") <(echo "$after"); exit 1; }
