@@ -34,6 +34,13 @@ target_compile_definitions(tavport_provider PRIVATE _GNU_SOURCE)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_compile_definitions(tavport_provider PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
+# GCC would move constants from general registers into vectors in every round of these loops.
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-mtune-ctrl=^inter_unit_moves_to_vec TAVPORT_KEEPS_VECTOR_CONSTANTS)
+if(TAVPORT_KEEPS_VECTOR_CONSTANTS)
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/text/utf_blocks.cpp PROPERTIES COMPILE_OPTIONS
+                                                                      -mtune-ctrl=^inter_unit_moves_to_vec)
+endif()
 target_link_libraries(tavport_provider PUBLIC PkgConfig::ICU PkgConfig::MOUNT PkgConfig::UDEV Threads::Threads
                                               ${CMAKE_DL_LIBS})
 
