@@ -48,11 +48,22 @@ inline CFStringRef CFSTR(const CFConstantString& string) {
     return reinterpret_cast<CFStringRef>(&string);
 }
 
+// An allocator with room for one string, which borrows its units: texts that are looked at once need no heap.
+struct OpaqueCFAllocator {
+    mutable CFConstantString string;
+};
+
+// Whoever made the units keeps them.
+constexpr CFAllocatorRef kCFAllocatorNull = nullptr;
+
 extern "C" {
 
 // Creation gives null when memory runs out or bytes are not text in the encoding. The caller releases the
-// result. The allocator is always null.
+// result. The allocator is null but for strings without a copy: it then holds the string, and must live as
+// long as that, as must the units; `contentsDeallocator` is kCFAllocatorNull.
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars);
+CFStringRef CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars,
+                                               CFIndex numChars, CFAllocatorRef contentsDeallocator);
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr, CFStringEncoding encoding);
 CFMutableStringRef CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
 

@@ -228,8 +228,10 @@ int32_t ToSigned(const TavChar* s, TavChar** end, int32_t base) {
     return static_cast<int32_t>(parsed.negative ? 0 - magnitude : magnitude);
 }
 
-CFStringRef MakeString(const TavChar* s) {
-    return CFStringCreateWithCharacters(nullptr, s, static_cast<CFIndex>(s ? scan::Length(s) : 0));
+// A platform string that borrows a text.
+CFStringRef MakeString(OpaqueCFAllocator& room, const TavChar* s) {
+    const auto length = static_cast<CFIndex>(s ? scan::Length(s) : 0);
+    return CFStringCreateWithCharactersNoCopy(&room, s, length, kCFAllocatorNull);
 }
 
 } // namespace
@@ -273,7 +275,8 @@ int32_t tav_wtol16(const TavChar* s) {
 
 // kept: the platform's reading of the whole text, whose spaces, signs and limits are not the engine's.
 int32_t tav_wtoi16(const TavChar* s) {
-    CFStringRef text = MakeString(s);
+    OpaqueCFAllocator room;
+    CFStringRef text = MakeString(room, s);
     if (!text) return 0;
     const int32_t value = CFStringGetIntValue(text);
     CFRelease(text);
@@ -287,7 +290,8 @@ int32_t tav_wtoi(const TavChar* s) {
 double tav_wcstod(const TavChar* s, TavChar** end) {
     // kept: never the number's end.
     if (end) *end = nullptr;
-    CFStringRef text = MakeString(s);
+    OpaqueCFAllocator room;
+    CFStringRef text = MakeString(room, s);
     if (!text) return 0.0;
     const double value = CFStringGetDoubleValue(text);
     CFRelease(text);

@@ -18,8 +18,10 @@ int32_t CompareAndRelease(CFStringRef a, CFStringRef b) {
     return result;
 }
 
-CFStringRef MakeString(const TavChar* s) {
-    return CFStringCreateWithCharacters(nullptr, s, static_cast<CFIndex>(tav_wcslen(s)));
+// A platform string that borrows a text.
+CFStringRef MakeString(OpaqueCFAllocator& room, const TavChar* s) {
+    return CFStringCreateWithCharactersNoCopy(&room, s, static_cast<CFIndex>(tav_wcslen(s)),
+                                              kCFAllocatorNull);
 }
 
 CFStringRef MakeString(const char* s) {
@@ -55,7 +57,8 @@ char* Convert(char* s, CaseConversion conversion) {
 } // namespace
 
 int32_t tav_wcscmpi(const TavChar* a, const TavChar* b) {
-    return CompareAndRelease(MakeString(a), MakeString(b));
+    OpaqueCFAllocator roomA, roomB;
+    return CompareAndRelease(MakeString(roomA, a), MakeString(roomB, b));
 }
 
 int32_t tav_strcmpi(const char* a, const char* b) {

@@ -112,6 +112,13 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* chars, C
     return string;
 }
 
+CFStringRef CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars,
+                                               [[maybe_unused]] CFAllocatorRef contentsDeallocator) {
+    assert(allocator && numChars >= 0 && contentsDeallocator == kCFAllocatorNull);
+    allocator->string = {&__CFConstantStringClassReference, static_cast<size_t>(numChars), chars, false};
+    return CFSTR(allocator->string);
+}
+
 CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* cStr, CFStringEncoding encoding) {
     const size_t n = strlen(cStr);
     OpaqueCFString* string = strings::Allocate(n, false);

@@ -7,8 +7,10 @@
 #include "platform/linux/string_object.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace {
@@ -53,6 +55,7 @@ public:
     void AddDigit(char digit, bool fraction) {
         any_ = true;
         const bool leadingZero = count_ == 0 && digit == '0';
+        if (count_ < kExactDigits) whole_ = whole_ * 10 + static_cast<uint64_t>(digit - '0');
         if (leadingZero || count_ == kCapacity) {
             if (!leadingZero && digit != '0') digits_[kCapacity - 1] = '1';
         } else {
@@ -71,15 +74,35 @@ public:
 
 private:
     static constexpr size_t kCapacity = 800;
+    // As many digits are always a whole number that a double holds.
+    static constexpr size_t kExactDigits = std::numeric_limits<double>::digits10;
+
+    bool HasExactValue(double& value) const;
 
     char digits_[kCapacity + 32];
+    uint64_t whole_ = 0; // of the first digits
     size_t count_ = 0;
     int64_t exponent_ = 0;
     bool any_ = false;
 };
 
+// Short numbers take one step from two exact ones, which is rounded correctly where there is no wider
+// register to round it twice.
+bool Decimal::HasExactValue(double& value) const {
+    constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                  1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const int64_t scale = exponent_ - static_cast<int64_t>(count_);
+    const auto greatest = static_cast<int64_t>(std::size(kPowers)) - 1;
+    if (FLT_EVAL_METHOD != 0 || count_ > kExactDigits || scale < -greatest || scale > greatest) return false;
+    const auto whole = static_cast<double>(whole_);
+    value = scale < 0 ? whole / kPowers[-scale] : whole * kPowers[scale];
+    return true;
+}
+
 double Decimal::Value() const {
     if (count_ == 0) return 0.0;
+    double value = 0.0;
+    if (HasExactValue(value)) return value;
     // Beyond these no double is left, and the exponent fits what is written behind the digits.
     if (exponent_ > std::numeric_limits<double>::max_exponent10 + 1)
         return std::numeric_limits<double>::infinity();
@@ -89,7 +112,6 @@ double Decimal::Value() const {
     char* end = std::copy_n(digits_, count_, text);
     *end++ = 'e';
     end = std::to_chars(end, end + 24, exponent_ - static_cast<int64_t>(count_)).ptr;
-    double value = 0.0;
     const std::from_chars_result result = std::from_chars(text, end, value);
     if (result.ec == std::errc{}) return value;
     return exponent_ > 0 ? std::numeric_limits<double>::infinity() : 0.0;

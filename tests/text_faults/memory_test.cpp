@@ -26,7 +26,7 @@ struct Counter {
     }
 };
 
-Counter mallocs, reallocs, news, stringsFromUnits, stringsFromBytes, mutableStrings, pathLookups;
+Counter mallocs, reallocs, news, stringsFromUnits, stringsOnUnits, stringsFromBytes, mutableStrings, pathLookups;
 int frees = 0;
 
 } // namespace
@@ -38,6 +38,8 @@ void* __real_realloc(void* block, size_t size);
 void __real_free(void* block);
 CFStringRef __real_CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars,
                                                 CFIndex numChars);
+CFStringRef __real_CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars,
+                                                      CFIndex numChars, CFAllocatorRef contentsDeallocator);
 CFStringRef __real_CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr,
                                              CFStringEncoding encoding);
 CFMutableStringRef __real_CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength);
@@ -64,6 +66,12 @@ CFStringRef __wrap_CFStringCreateWithCharacters(CFAllocatorRef allocator, const 
                                                 CFIndex numChars) {
     if (stringsFromUnits.Refuses()) return nullptr;
     return __real_CFStringCreateWithCharacters(allocator, chars, numChars);
+}
+
+CFStringRef __wrap_CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars,
+                                                      CFIndex numChars, CFAllocatorRef contentsDeallocator) {
+    if (stringsOnUnits.Refuses()) return nullptr;
+    return __real_CFStringCreateWithCharactersNoCopy(allocator, chars, numChars, contentsDeallocator);
 }
 
 CFStringRef __wrap_CFStringCreateWithCString(CFAllocatorRef allocator, const char* cStr,
@@ -141,12 +149,12 @@ TEST(UTFConversion, MalformedTextFreesItsBlock) {
 
 TEST(Wcscmpi, AStringThatCannotBeMadeGivesLess) {
     for (int failing : {0, 1}) {
-        stringsFromUnits.failAt = stringsFromUnits.calls + failing;
+        stringsOnUnits.failAt = stringsOnUnits.calls + failing;
         const int allocated = mallocs.calls, freed = frees;
         EXPECT_EQ(tav_wcscmpi(u"b", u"a"), -1);
         EXPECT_EQ(mallocs.calls - allocated, frees - freed);
     }
-    stringsFromUnits.failAt = kNever;
+    stringsOnUnits.failAt = kNever;
     EXPECT_EQ(tav_wcscmpi(u"b", u"a"), 1);
 }
 
@@ -159,13 +167,12 @@ TEST(Strcmpi, AStringThatCannotBeMadeGivesLess) {
     }
 }
 
-TEST(Wcscmpi, TakesTwoBlocksAndGivesThemBack) {
-    const int allocated = mallocs.calls, freed = frees;
+TEST(Wcscmpi, TakesNoMemory) {
+    const int allocated = mallocs.calls;
     EXPECT_EQ(tav_wcscmpi(u"Strasse", u"STRA\x00DF"
                                       u"E"),
               0);
-    EXPECT_EQ(mallocs.calls - allocated, 2);
-    EXPECT_EQ(frees - freed, 2);
+    EXPECT_EQ(mallocs.calls, allocated);
 }
 
 TEST(Wcsupr, WithoutMemoryTheTextStays) {
@@ -246,21 +253,20 @@ TEST(CTavStringW, MakeFSRefOfAnEmptyStringAsksForNothing) {
 }
 
 TEST(Numbers, WithoutAPlatformStringTheyAreZero) {
-    stringsFromUnits.failAt = stringsFromUnits.calls;
+    stringsOnUnits.failAt = stringsOnUnits.calls;
     EXPECT_EQ(tav_wtoi(u"12"), 0);
-    stringsFromUnits.failAt = stringsFromUnits.calls;
+    stringsOnUnits.failAt = stringsOnUnits.calls;
     TavChar unit = 0;
     TavChar* end = &unit;
     EXPECT_EQ(tav_wcstod(u"1.5", &end), 0.0);
     EXPECT_EQ(end, nullptr);
 }
 
-TEST(Numbers, TakeOneBlockAndGiveItBack) {
-    const int allocated = mallocs.calls, freed = frees;
+TEST(Numbers, TakeNoMemory) {
+    const int allocated = mallocs.calls;
     EXPECT_EQ(tav_wtoi(u"12"), 12);
     EXPECT_EQ(tav_wcstod(u"1.5", nullptr), 1.5);
-    EXPECT_EQ(mallocs.calls - allocated, 2);
-    EXPECT_EQ(frees - freed, 2);
+    EXPECT_EQ(mallocs.calls, allocated);
 }
 
 TEST(Formatting, WithoutMemoryTheTextIsEmpty) {
