@@ -46,10 +46,14 @@ template size_t CommonLength<Fold::Ascii>(const TavChar*, const TavChar*, size_t
 } // namespace plain
 
 #if TAV_UNIT_BLOCKS
+
+// On every function that touches a register of 32 bytes.
+#define TAV_WIDE [[gnu::target("avx2")]]
+
 namespace {
 
-constexpr size_t kUnits = 8;   // in a block
-constexpr size_t kBytes = 16;  // in a block
+constexpr size_t kUnits = 16;  // in a block
+constexpr size_t kBytes = 32;  // in a block
 constexpr size_t kGroup = 4;   // blocks taken together in long texts
 constexpr size_t kPage = 4096; // every page size is a multiple of this
 
@@ -58,21 +62,25 @@ using ByteBlock = char __attribute__((vector_size(kBytes)));
 using LoadedBlock = uint16_t __attribute__((vector_size(kBytes), aligned(2), may_alias));
 using AlignedBlock = uint16_t __attribute__((vector_size(kBytes), may_alias));
 
-Block Load(const TavChar* p) {
+TAV_WIDE Block Load(const TavChar* p) {
     return *reinterpret_cast<const LoadedBlock*>(p);
 }
-Block LoadAligned(const TavChar* p) {
+TAV_WIDE Block LoadAligned(const TavChar* p) {
     return *reinterpret_cast<const AlignedBlock*>(p);
 }
 
-constexpr Block Filled(TavChar unit) {
+TAV_WIDE Block Filled(TavChar unit) {
     return Block{} + static_cast<uint16_t>(unit);
 }
 
-// Two bits for each unit of a comparison that holds, the first unit's lowest.
-template <typename Comparison>
-uint32_t Bits(Comparison comparison) {
-    return static_cast<uint32_t>(__builtin_ia32_pmovmskb128(reinterpret_cast<ByteBlock>(comparison)));
+TAV_WIDE Block Least(const Block& a, const Block& b) {
+    return a < b ? a : b;
+}
+
+// Two bits for each unit that is zero, the first unit's lowest.
+TAV_WIDE uint32_t Zeros(const Block& block) {
+    const auto zeros = reinterpret_cast<ByteBlock>(block == Block{});
+    return static_cast<uint32_t>(__builtin_ia32_pmovmskb256(zeros));
 }
 
 uint32_t FirstUnit(uint32_t bits) {
@@ -97,117 +105,70 @@ size_t LeftInPage(const TavChar* p) {
     return kPage - Address(p) % kPage;
 }
 
-struct EndTest {
-    Block operator()(Block block) const { return reinterpret_cast<Block>(block == Block{}); }
+// Searches turn what they look for into zeros: here the terminator alone,
+struct EndSearch {
+    TAV_WIDE Block operator()(const Block& block) const { return block; }
 };
 
-struct UnitOrEndTest {
+// and here a unit or the terminator.
+struct UnitOrEndSearch {
     Block wanted;
-    Block operator()(Block block) const {
-        return reinterpret_cast<Block>((block == Block{}) | (block == wanted));
-    }
+    TAV_WIDE Block operator()(const Block& block) const { return Least(block, block ^ wanted); }
 };
 
-// The first unit for which the test holds; one is known to come.
-template <typename Test>
-inline const TavChar* FindFirst(const TavChar* s, Test test) {
+// Whether a group has what is looked for.
+template <typename Search>
+[[gnu::always_inline]] TAV_WIDE inline bool IsInGroup(const TavChar* p, const Search& search) {
+    const Block front = Least(search(LoadAligned(p)), search(LoadAligned(p + kUnits)));
+    const Block back = Least(search(LoadAligned(p + 2 * kUnits)), search(LoadAligned(p + 3 * kUnits)));
+    return Zeros(Least(front, back)) != 0;
+}
+
+// The first unit that is looked for; one is known to come.
+template <typename Search>
+TAV_WIDE const TavChar* FindFirst(const TavChar* s, const Search& search) {
     const TavChar* p = BlockOf(s);
     const size_t skipped = static_cast<size_t>(s - p);
-    if (const uint32_t bits = Bits(test(LoadAligned(p))) >> (2 * skipped)) return s + FirstUnit(bits);
-    for (p += kUnits; !IsGroupAligned(p); p += kUnits) {
-        if (const uint32_t bits = Bits(test(LoadAligned(p)))) return p + FirstUnit(bits);
-    }
-    for (;; p += kGroup * kUnits) {
-        const Block first = test(LoadAligned(p)), second = test(LoadAligned(p + kUnits));
-        const Block third = test(LoadAligned(p + 2 * kUnits)), fourth = test(LoadAligned(p + 3 * kUnits));
-        if (!Bits((first | second) | (third | fourth))) continue;
-        if (const uint32_t bits = Bits(first) | Bits(second) << 16) return p + FirstUnit(bits);
-        return p + 2 * kUnits + FirstUnit(Bits(third) | Bits(fourth) << 16);
-    }
-}
-
-// Whether one of a group's units has a value.
-bool GroupHas(const TavChar* p, Block wanted) {
-    const auto first = (LoadAligned(p) == wanted) | (LoadAligned(p + kUnits) == wanted);
-    const auto second = (LoadAligned(p + 2 * kUnits) == wanted) | (LoadAligned(p + 3 * kUnits) == wanted);
-    return Bits(first | second) != 0;
-}
-
-// The last unit of a value in a group that has one.
-const TavChar* LastInGroup(const TavChar* group, Block wanted) {
-    for (const TavChar* p = group + (kGroup - 1) * kUnits;; p -= kUnits) {
-        if (const uint32_t found = Bits(LoadAligned(p) == wanted)) return p + LastUnit(found);
+    if (const uint32_t bits = Zeros(search(LoadAligned(p))) >> (2 * skipped)) return s + FirstUnit(bits);
+    for (p += kUnits;; p += kUnits) {
+        while (IsGroupAligned(p) && !IsInGroup(p, search)) p += kGroup * kUnits;
+        if (const uint32_t bits = Zeros(search(LoadAligned(p)))) return p + FirstUnit(bits);
     }
 }
 
 template <Fold fold>
-Block Folded(Block block) {
+TAV_WIDE Block Folded(const Block& block) {
     if constexpr (fold == Fold::None) return block;
     const Block fromA = block - Filled('A');
     const Block isCapital = reinterpret_cast<Block>(fromA < Filled(26));
     return block | (isCapital & Filled(0x20));
 }
 
-// The units that differ or end the first text.
+// Zeros where units differ or end the first text.
 template <Fold fold>
-Block Stops(const TavChar* a, const TavChar* b) {
+TAV_WIDE Block Continues(const TavChar* a, const TavChar* b) {
     const Block left = Load(a);
-    return reinterpret_cast<Block>((Folded<fold>(left) != Folded<fold>(Load(b))) | (left == Block{}));
+    return Least(left, reinterpret_cast<Block>(Folded<fold>(left) == Folded<fold>(Load(b))));
 }
 
 // Whether a group has no such unit.
 template <Fold fold>
-bool IsCommonGroup(const TavChar* a, const TavChar* b) {
-    const Block first = Stops<fold>(a, b) | Stops<fold>(a + kUnits, b + kUnits);
-    const Block second =
-        Stops<fold>(a + 2 * kUnits, b + 2 * kUnits) | Stops<fold>(a + 3 * kUnits, b + 3 * kUnits);
-    return Bits(first | second) == 0;
-}
-
-} // namespace
-
-namespace blocks {
-
-const TavChar* FindEnd(const TavChar* s) {
-    return FindFirst(s, EndTest{});
-}
-
-const TavChar* FindOrEnd(const TavChar* s, TavChar unit) {
-    return FindFirst(s, UnitOrEndTest{Filled(unit)});
-}
-
-const TavChar* FindLast(const TavChar* s, TavChar unit) {
-    const Block wanted = Filled(unit);
-    const TavChar* last = nullptr;
-    const TavChar* p = BlockOf(s);
-    uint32_t counted = 0xFFFFu << 2 * (s - p) & 0xFFFF;
-    for (;; p += kUnits, counted = 0xFFFF) {
-        // Groups without an end are passed over, but the last that holds the unit is looked at again.
-        if (counted == 0xFFFF && IsGroupAligned(p)) {
-            const TavChar* group = nullptr;
-            for (; !GroupHas(p, Block{}); p += kGroup * kUnits) {
-                if (GroupHas(p, wanted)) group = p;
-            }
-            if (group) last = LastInGroup(group, wanted);
-        }
-        const Block block = LoadAligned(p);
-        const uint32_t end = Bits(block == Block{}) & counted;
-        // Of the units that count, those in front of the terminator.
-        if (end) counted &= (end & (0u - end)) - 1;
-        if (const uint32_t found = Bits(block == wanted) & counted) last = p + LastUnit(found);
-        if (end) return last;
-    }
+TAV_WIDE bool IsCommonGroup(const TavChar* a, const TavChar* b) {
+    const Block front = Least(Continues<fold>(a, b), Continues<fold>(a + kUnits, b + kUnits));
+    const Block back = Least(Continues<fold>(a + 2 * kUnits, b + 2 * kUnits),
+                             Continues<fold>(a + 3 * kUnits, b + 3 * kUnits));
+    return Zeros(Least(front, back)) == 0;
 }
 
 template <Fold fold>
-size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
+TAV_WIDE size_t CommonByGroups(const TavChar* a, const TavChar* b, size_t limit) {
     size_t i = 0;
     while (i < limit) {
         const size_t safe = std::min(LeftInPage(a + i), LeftInPage(b + i)) / sizeof(TavChar);
         const size_t end = std::min(limit, i + safe);
         while (i + kGroup * kUnits <= end && IsCommonGroup<fold>(a + i, b + i)) i += kGroup * kUnits;
         for (; i + kUnits <= end; i += kUnits) {
-            if (const uint32_t bits = Bits(Stops<fold>(a + i, b + i))) return i + FirstUnit(bits);
+            if (const uint32_t bits = Zeros(Continues<fold>(a + i, b + i))) return i + FirstUnit(bits);
         }
         // The last few units before a page or the limit.
         const size_t rest = end - i;
@@ -216,6 +177,40 @@ size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
         if (common < rest) return i;
     }
     return limit;
+}
+
+} // namespace
+
+namespace blocks {
+
+TAV_WIDE const TavChar* FindEnd(const TavChar* s) {
+    return FindFirst(s, EndSearch{});
+}
+
+TAV_WIDE const TavChar* FindOrEnd(const TavChar* s, TavChar unit) {
+    return FindFirst(s, UnitOrEndSearch{Filled(unit)});
+}
+
+TAV_WIDE const TavChar* FindLast(const TavChar* s, TavChar unit) {
+    const UnitOrEndSearch search = {Filled(unit)};
+    const TavChar* last = nullptr;
+    const TavChar* p = BlockOf(s);
+    uint32_t counted = ~0u << 2 * (s - p);
+    for (;; p += kUnits, counted = ~0u) {
+        // Groups that hold neither are passed over.
+        while (counted == ~0u && IsGroupAligned(p) && !IsInGroup(p, search)) p += kGroup * kUnits;
+        const Block block = LoadAligned(p);
+        const uint32_t end = Zeros(block) & counted;
+        // Of the units that count, those in front of the terminator.
+        if (end) counted &= (end & (0u - end)) - 1;
+        if (const uint32_t found = Zeros(block ^ search.wanted) & counted) last = p + LastUnit(found);
+        if (end) return last;
+    }
+}
+
+template <Fold fold>
+size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
+    return CommonByGroups<fold>(a, b, limit);
 }
 
 template size_t CommonLength<Fold::None>(const TavChar*, const TavChar*, size_t);

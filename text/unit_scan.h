@@ -1,5 +1,5 @@
-// What the text functions search and compare with: each operation as a plain loop, and by blocks of eight
-// units where the machine has vector registers of 16 bytes. Both give the same results.
+// What the text functions search and compare with: each operation as a plain loop, and by blocks of 16 units
+// where the processor has registers of 32 bytes. Both give the same results.
 //
 // The block forms read beyond a text's end, but never into a page that the text does not touch. Sanitizers
 // would call that an error, so their builds use the plain loops.
@@ -18,7 +18,7 @@
 #define TAV_SANITIZED 1
 #endif
 
-#if defined(__SSE2__) && !defined(TAV_SANITIZED)
+#if defined(__x86_64__) && !defined(TAV_SANITIZED)
 #define TAV_UNIT_BLOCKS 1
 #else
 #define TAV_UNIT_BLOCKS 0
@@ -44,6 +44,11 @@ size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit);
 #if TAV_UNIT_BLOCKS
 namespace blocks {
 
+// Whether this processor can run the functions below.
+inline bool Available() {
+    return __builtin_cpu_supports("avx2");
+}
+
 const TavChar* FindOrEnd(const TavChar* s, TavChar unit);
 const TavChar* FindLast(const TavChar* s, TavChar unit);
 template <Fold fold>
@@ -55,25 +60,37 @@ const TavChar* FindEnd(const TavChar* s);
 } // namespace blocks
 #endif
 
+// The fastest form that this processor has.
 namespace scan {
 
+inline const TavChar* FindOrEnd(const TavChar* s, TavChar unit) {
 #if TAV_UNIT_BLOCKS
-using blocks::CommonLength;
-using blocks::FindLast;
-using blocks::FindOrEnd;
-#else
-using plain::CommonLength;
-using plain::FindLast;
-using plain::FindOrEnd;
+    if (blocks::Available()) return blocks::FindOrEnd(s, unit);
 #endif
+    return plain::FindOrEnd(s, unit);
+}
+
+inline const TavChar* FindLast(const TavChar* s, TavChar unit) {
+#if TAV_UNIT_BLOCKS
+    if (blocks::Available()) return blocks::FindLast(s, unit);
+#endif
+    return plain::FindLast(s, unit);
+}
+
+template <Fold fold>
+size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
+#if TAV_UNIT_BLOCKS
+    if (blocks::Available()) return blocks::CommonLength<fold>(a, b, limit);
+#endif
+    return plain::CommonLength<fold>(a, b, limit);
+}
 
 // Units before the terminator.
 inline size_t Length(const TavChar* s) {
 #if TAV_UNIT_BLOCKS
-    return static_cast<size_t>(blocks::FindEnd(s) - s);
-#else
-    return static_cast<size_t>(plain::FindOrEnd(s, 0) - s);
+    if (blocks::Available()) return static_cast<size_t>(blocks::FindEnd(s) - s);
 #endif
+    return static_cast<size_t>(plain::FindOrEnd(s, 0) - s);
 }
 
 } // namespace scan

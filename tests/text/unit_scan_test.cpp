@@ -33,6 +33,7 @@ struct Random {
 } // namespace
 
 TEST(UnitBlocks, FindWhatThePlainLoopsFind) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     Random random;
     for (int round = 0; round < 20000; ++round) {
         const Text text = random.NextText();
@@ -49,6 +50,7 @@ TEST(UnitBlocks, FindWhatThePlainLoopsFind) {
 }
 
 TEST(UnitBlocks, CompareAsThePlainLoopsDo) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     Random random;
     for (int round = 0; round < 20000; ++round) {
         Text left = random.NextText(), right = left;
@@ -69,6 +71,7 @@ TEST(UnitBlocks, CompareAsThePlainLoopsDo) {
 }
 
 TEST(UnitBlocks, CompareTextsThatCrossPages) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     const Text text(9000, u'a');
     Text other = text;
     for (size_t at : {0u, 2040u, 2047u, 2048u, 2049u, 4095u, 4096u, 8999u}) {
