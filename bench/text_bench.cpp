@@ -62,6 +62,7 @@ void Searching(size_t length) {
     Row(Name("wcschr", length, "memchr"), [=] { return memchr(s, 1, length * 2); });
     Row(Name("wcsrchr", length, "TavPort"), [=] { return tav_wcsrchr(s, u'!'); });
     Row(Name("wcsrchr", length, "ICU"), [=] { return u_strrchr(s, u'!'); });
+    Row(Name("wcsrchr", length, "memchr"), [=] { return memchr(s, 1, length * 2); });
 }
 
 void Comparing(size_t length) {
@@ -73,6 +74,7 @@ void Comparing(size_t length) {
     Row(Name("wcscmp", length, "memcmp"), [=] { return memcmp(a, b, length * 2); });
     Row(Name("wcsncmp", length, "TavPort"), [=] { return tav_wcsncmp(a, b, static_cast<uint32_t>(n)); });
     Row(Name("wcsncmp", length, "ICU"), [=] { return u_strncmp(a, b, n); });
+    Row(Name("wcsncmp", length, "memcmp"), [=] { return memcmp(a, b, length * 2); });
 }
 
 void Copying(size_t length) {
@@ -181,6 +183,10 @@ void SlowFinding() {
     Text periodic;
     while (periodic.size() < 1000) periodic += u"ababababac";
     Finding("wcsstr-periodic", periodic, u"abababababac");
+    Finding("wcsstr-middle", Text(1000, u'a'), Text(15, u'a') + u'b' + Text(15, u'a'));
+    Text path;
+    while (path.size() < 1000) path += u"/Users/someone/Documents/";
+    Finding("wcsstr-path", path, u"/Users/someone/Documentation");
 }
 
 Text Greek(size_t length, char16_t first) {

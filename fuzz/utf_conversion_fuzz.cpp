@@ -1,24 +1,61 @@
-// Both conversions: whatever converts comes back as it was.
+// Both conversions beside ICU's strict ones, and both ways of converting beside each other.
 #include "input.h"
 
-static void FromUTF8(const std::string& utf8) {
-    TavChar* wide = Tav0UTF16FromUTF8(utf8.c_str());
-    if (!wide) return;
-    char* again = Tav0UTF8FromUTF16(wide);
-    Expect(again && utf8 == again);
-    Tav0UTFRelease(again);
-    Tav0UTFRelease(wide);
+#include "text/utf_sequences.h"
+
+#include <unicode/ustring.h>
+
+#include <optional>
+
+using Wide = std::basic_string<TavChar>;
+
+static std::optional<Wide> IcuDecoded(const std::string& text) {
+    Wide wide(text.size() + 1, 0);
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8(wide.data(), static_cast<int32_t>(wide.size()), &length, text.data(),
+                  static_cast<int32_t>(text.size()), &status);
+    if (U_FAILURE(status)) return std::nullopt;
+    return wide.substr(0, static_cast<size_t>(length));
 }
 
-static void FromUTF16(const std::basic_string<TavChar>& utf16) {
-    char* narrow = Tav0UTF8FromUTF16(utf16.c_str());
-    if (!narrow) return;
-    // A high surrogate in the last place is the one thing that the way back refuses.
+static std::optional<std::string> IcuEncoded(const Wide& text) {
+    std::string narrow(text.size() * 3 + 1, 0);
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8(narrow.data(), static_cast<int32_t>(narrow.size()), &length, text.data(),
+                static_cast<int32_t>(text.size()), &status);
+    if (U_FAILURE(status)) return std::nullopt;
+    return narrow.substr(0, static_cast<size_t>(length));
+}
+
+static void FromUTF8(const std::string& utf8) {
+    const std::optional<Wide> expected = IcuDecoded(utf8);
+    TavChar* wide = Tav0UTF16FromUTF8(utf8.c_str());
+    Expect(!wide == !expected && (!wide || *expected == wide));
+    Tav0UTFRelease(wide);
+    Wide plain(utf8.size(), 0);
+    const auto* bytes = reinterpret_cast<const uint8_t*>(utf8.c_str());
+    const ptrdiff_t n = utf::Decode(bytes, utf8.size(), plain.data(), utf::Way::Plain);
+    Expect((n < 0) == !expected && (n < 0 || plain.substr(0, static_cast<size_t>(n)) == *expected));
+}
+
+static void FromUTF16(const Wide& utf16) {
+    // A high surrogate in the last place is the one thing that ICU refuses.
     const bool cut = !utf16.empty() && (utf16.back() & 0xFC00) == 0xD800;
-    TavChar* again = Tav0UTF16FromUTF8(narrow);
-    Expect(cut ? !again : again && utf16 == again);
-    Tav0UTFRelease(again);
+    std::optional<std::string> expected = IcuEncoded(utf16.substr(0, utf16.size() - cut));
+    if (cut && expected) {
+        const unsigned v = utf16.back();
+        *expected += {static_cast<char>(0xE0 | v >> 12), static_cast<char>(0x80 | (v >> 6 & 0x3F)),
+                      static_cast<char>(0x80 | (v & 0x3F))};
+    }
+    char* narrow = Tav0UTF8FromUTF16(utf16.c_str());
+    Expect(!narrow == !expected && (!narrow || *expected == narrow));
     Tav0UTFRelease(narrow);
+    std::string plain(utf16.size() * 3 + 1, 0);
+    auto* bytes = reinterpret_cast<uint8_t*>(plain.data());
+    const ptrdiff_t n = utf::Encode(utf16.c_str(), utf16.size(), bytes, utf::Way::Plain);
+    Expect((n < 0) == !expected && (n < 0 || plain.substr(0, static_cast<size_t>(n)) == *expected));
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,4 +1,4 @@
-// tav_wcsstr: candidates by their first unit, compared on the spot. A haystack that keeps producing
+// tav_wcsstr: candidates by their first units, compared on the spot. A haystack that keeps producing
 // candidates that fail late is handed over to a search that never looks back, so that the cost stays linear.
 #include "text/unit_scan.h"
 
@@ -52,17 +52,17 @@ private:
 
 TavChar* tav_wcsstr(const TavChar* hay, const TavChar* needle) {
     if (!*needle) return const_cast<TavChar*>(hay);
-    const size_t length = scan::Length(needle);
+    if (!needle[1]) return tav_wcschr(hay, *needle);
+    const size_t length = scan::Length(needle), prefix = std::min(length, kMostPrefix);
     const TavChar* start = hay;
     const auto matches = [=](const TavChar* p) {
         return scan::CommonLength<Fold::None>(needle, p, length) == length;
     };
     for (size_t compared = 0;; ++hay) {
-        hay = scan::FindOrEnd(hay, *needle);
-        if (!*hay) return nullptr;
-        // Most candidates fail at the second unit.
-        if (needle[1] && hay[1] != needle[1]) continue;
-        const size_t common = scan::CommonLength<Fold::None>(needle, hay, length);
+        hay = scan::FindPrefix(hay, needle, prefix);
+        if (!hay) return nullptr;
+        const size_t common =
+            prefix + scan::CommonLength<Fold::None>(needle + prefix, hay + prefix, length - prefix);
         if (common == length) return const_cast<TavChar*>(hay);
         compared += common;
         if (compared > kPatience + static_cast<size_t>(hay - start)) break;

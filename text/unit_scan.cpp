@@ -33,6 +33,13 @@ const TavChar* FindLast(const TavChar* s, TavChar unit) {
     return last;
 }
 
+const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
+    for (; *s; ++s) {
+        if (CommonLength<Fold::None>(needle, s, n) == n) return s;
+    }
+    return nullptr;
+}
+
 template <Fold fold>
 size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit) {
     size_t i = 0;
@@ -179,6 +186,27 @@ TAV_WIDE size_t CommonByGroups(const TavChar* a, const TavChar* b, size_t limit)
     return limit;
 }
 
+// The beginning of a needle, up to a block of it.
+class Prefix {
+public:
+    TAV_WIDE Prefix(const TavChar* needle, size_t n) : needle_(needle), n_(n), counted_(~0u >> (32 - 2 * n)) {
+        std::copy_n(needle, n, units_);
+    }
+
+    TAV_WIDE bool IsAt(const TavChar* p) const {
+        if (LeftInPage(p) < kBytes) return plain::CommonLength<Fold::None>(needle_, p, n_) == n_;
+        return (~Zeros(Load(p) ^ Load(units_)) & counted_) == 0;
+    }
+
+private:
+    const TavChar* needle_;
+    size_t n_;
+    uint32_t counted_;
+    TavChar units_[kMostPrefix] = {};
+};
+
+static_assert(kMostPrefix == kUnits);
+
 } // namespace
 
 namespace blocks {
@@ -205,6 +233,27 @@ TAV_WIDE const TavChar* FindLast(const TavChar* s, TavChar unit) {
         if (end) counted &= (end & (0u - end)) - 1;
         if (const uint32_t found = Zeros(block ^ search.wanted) & counted) last = p + LastUnit(found);
         if (end) return last;
+    }
+}
+
+TAV_WIDE const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
+    const Prefix prefix(needle, n);
+    const Block first = Filled(needle[0]), second = Filled(needle[1]);
+    const TavChar* p = BlockOf(s);
+    uint32_t counted = ~0u << 2 * (s - p), begun = 0;
+    for (;; p += kUnits, counted = ~0u) {
+        const Block block = LoadAligned(p);
+        const uint32_t firsts = Zeros(block ^ first) & counted;
+        const uint32_t ends = Zeros(block) & counted;
+        // Pairs are met at their second unit.
+        uint32_t pairs = (firsts << 2 | begun) & Zeros(block ^ second);
+        begun = firsts >> 30;
+        if (ends) pairs &= (ends & (0u - ends)) - 1;
+        for (; pairs; pairs &= pairs - 1, pairs &= pairs - 1) {
+            const TavChar* place = p + FirstUnit(pairs) - 1;
+            if (prefix.IsAt(place)) return place;
+        }
+        if (ends) return nullptr;
     }
 }
 

@@ -24,6 +24,9 @@
 #define TAV_UNIT_BLOCKS 0
 #endif
 
+// How much of a needle is looked for in one go.
+constexpr size_t kMostPrefix = 16;
+
 enum class Fold { None, Ascii };
 
 namespace plain {
@@ -33,6 +36,10 @@ const TavChar* FindOrEnd(const TavChar* s, TavChar unit);
 
 // The last unit before the terminator that equals `unit`, null if none.
 const TavChar* FindLast(const TavChar* s, TavChar unit);
+
+// The first place where the first `n` units of a needle stand, from two to kMostPrefix, none of them 0; null if
+// there is none.
+const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n);
 
 // How many units the texts have in common before they differ, end, or reach `limit`; with Fold::Ascii the
 // capitals A to Z count as small letters.
@@ -51,6 +58,7 @@ inline bool Available() {
 
 const TavChar* FindOrEnd(const TavChar* s, TavChar unit);
 const TavChar* FindLast(const TavChar* s, TavChar unit);
+const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n);
 template <Fold fold>
 size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit);
 
@@ -75,6 +83,13 @@ inline const TavChar* FindLast(const TavChar* s, TavChar unit) {
     if (blocks::Available()) return blocks::FindLast(s, unit);
 #endif
     return plain::FindLast(s, unit);
+}
+
+inline const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
+#if TAV_UNIT_BLOCKS
+    if (blocks::Available()) return blocks::FindPrefix(s, needle, n);
+#endif
+    return plain::FindPrefix(s, needle, n);
 }
 
 template <Fold fold>

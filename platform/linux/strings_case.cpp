@@ -48,9 +48,10 @@ class FoldTable {
 public:
     static constexpr UChar32 kSize = 0x590;
 
-    UniChar operator[](UChar32 c) {
+    // kSize units.
+    const UniChar* Units() {
         if (!made_.load(std::memory_order_acquire)) Make();
-        return folded_[static_cast<size_t>(c)];
+        return folded_.data();
     }
 
 private:
@@ -76,7 +77,7 @@ class FoldedText {
 public:
     // The text from unit `start` on.
     FoldedText(const OpaqueCFString* string, size_t start)
-        : next_(string->units + start), end_(string->units + string->length) {}
+        : folded_(foldTable.Units()), next_(string->units + start), end_(string->units + string->length) {}
 
     // The next code point; -1 at the end.
     UChar32 Next() {
@@ -84,7 +85,7 @@ public:
         if (next_ == end_) return -1;
         const UChar32 c = TakeCodePoint();
         if (c < FoldTable::kSize) {
-            if (const UniChar folded = foldTable[c]) return folded;
+            if (const UniChar folded = folded_[c]) return folded;
         }
         return KeepsCase(c) ? c : Fold(c);
     }
@@ -110,6 +111,7 @@ private:
     }
 
     UniChar pending_[kMaxFolded];
+    const UniChar* folded_;
     const UniChar* next_;
     const UniChar* end_;
     int32_t pendingAt_ = 0;
@@ -209,6 +211,7 @@ CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2,
                                    [[maybe_unused]] CFOptionFlags options) {
     assert(options == kCFCompareCaseInsensitive);
     const size_t common = CommonAscii(string1, string2);
+    if (common == string1->length && common == string2->length) return kCFCompareEqualTo;
     return CompareFolded(FoldedText(string1, common), FoldedText(string2, common));
 }
 

@@ -147,9 +147,9 @@ int32_t CFStringGetIntValue(CFStringRef string) {
     constexpr int64_t beyond = int64_t{std::numeric_limits<int32_t>::max()} + 1;
     int64_t magnitude = 0;
     for (; IsDigit(reader.Peek()); reader.Skip()) {
-        magnitude = std::min(magnitude * 10 + (reader.Peek() - '0'), beyond);
+        if (magnitude < beyond) magnitude = magnitude * 10 + (reader.Peek() - '0');
     }
-    return static_cast<int32_t>(negative ? -magnitude : std::min(magnitude, beyond - 1));
+    return static_cast<int32_t>(negative ? -std::min(magnitude, beyond) : std::min(magnitude, beyond - 1));
 }
 
 double CFStringGetDoubleValue(CFStringRef string) {

@@ -73,6 +73,21 @@ TEST(StringNumbers, FloatingValuesAreRoundedCorrectly) {
     }
 }
 
+TEST(StringNumbers, ShortNumbersWithPointsAndExponentsAreRoundedCorrectly) {
+    const unsigned seed = std::random_device{}();
+    std::cout << "seed " << seed << '\n';
+    std::mt19937 random(seed);
+    for (int round = 0; round < 100000; ++round) {
+        std::string text;
+        for (size_t n = 1 + random() % 17; n > 0; --n) text += static_cast<char>('0' + random() % 10);
+        if (random() % 2) text.insert(random() % (text.size() + 1), ".");
+        if (random() % 2) text += "e" + std::to_string(static_cast<int>(random() % 80) - 40);
+        ASSERT_EQ(std::bit_cast<uint64_t>(DoubleValue(Widened(text))),
+                  std::bit_cast<uint64_t>(strtod(text.c_str(), nullptr)))
+            << text;
+    }
+}
+
 TEST(StringNumbers, LongFractionsHalfwayBetweenTwoValuesAreDecidedByTheirLastDigit) {
     // 1 + 2^-53 exactly, which rounds to even; a digit far behind it tips it upwards.
     const std::string half = "1.00000000000000011102230246251565404236316680908203125";

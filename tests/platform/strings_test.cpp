@@ -68,6 +68,20 @@ TEST(StringService, CreationCopiesTheUnits) {
     EXPECT_EQ(CFStringGetLength(String(CFStringCreateWithCharacters(nullptr, nullptr, 0)).get()), 0);
 }
 
+TEST(StringService, CreationWithoutACopyLooksAtTheUnits) {
+    UniChar units[] = {u'a', u'b', u'c'};
+    const OpaqueCFAllocator room = {};
+    CFStringRef string = CFStringCreateWithCharactersNoCopy(&room, units, 3, kCFAllocatorNull);
+    EXPECT_EQ(string, CFSTR(room.string));
+    EXPECT_EQ(CFStringGetLength(string), 3);
+    units[1] = u'x';
+    UniChar copied[3] = {};
+    CFStringGetCharacters(string, {0, 3}, copied);
+    EXPECT_EQ(std::u16string(copied, 3), u"axc");
+    CFRelease(string);
+    EXPECT_EQ(units[0], u'a');
+}
+
 TEST(StringService, AnImpossibleLengthGivesNull) {
     const UniChar unit = u'a';
     EXPECT_EQ(CFStringCreateWithCharacters(nullptr, &unit, std::numeric_limits<CFIndex>::max()), nullptr);

@@ -49,6 +49,43 @@ TEST(UnitBlocks, FindWhatThePlainLoopsFind) {
     }
 }
 
+TEST(UnitBlocks, FindPrefixesWhereThePlainLoopDoes) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
+    Random random;
+    size_t found = 0;
+    for (int round = 0; round < 40000; ++round) {
+        const Text text = random.NextText();
+        if (text.size() < 2) continue;
+        const GuardedText<char16_t> guarded(text, round % 2 ? At::End : At::Start);
+        const TavChar* s = guarded.get() + random.engine() % (text.size() + 1);
+        const size_t n = 2 + random.engine() % (std::min(text.size(), kMostPrefix) - 1);
+        Text needle = text.substr(random.engine() % (text.size() - n + 1), n);
+        if (round % 4 == 0) needle.back() = u'q';
+        const TavChar* place = plain::FindPrefix(s, needle.c_str(), n);
+        found += place != nullptr;
+        ASSERT_EQ(blocks::FindPrefix(s, needle.c_str(), n), place);
+    }
+    EXPECT_GT(found, 1000u);
+}
+
+TEST(UnitBlocks, FindAPrefixAtEveryPlaceOfABlock) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
+    for (size_t before = 0; before < 80; ++before) {
+        const GuardedText<char16_t> text(Text(before, u'a') + u"b");
+        for (size_t start = 0; start <= before + 1; ++start) {
+            const TavChar* s = text.get() + start;
+            EXPECT_EQ(blocks::FindPrefix(s, u"ab", 2), start < before ? text.get() + before - 1 : nullptr);
+            EXPECT_EQ(blocks::FindPrefix(s, u"ba", 2), nullptr);
+        }
+    }
+}
+
+TEST(UnitBlocks, APairBehindTheTerminatorIsNotFound) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
+    alignas(32) const char16_t texts[32] = u"xxxx\0ab";
+    EXPECT_EQ(blocks::FindPrefix(texts, u"ab", 2), nullptr);
+}
+
 TEST(UnitBlocks, CompareAsThePlainLoopsDo) {
     if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     Random random;
