@@ -26,7 +26,8 @@ struct Counter {
     }
 };
 
-Counter mallocs, reallocs, news, stringsFromUnits, stringsOnUnits, stringsFromBytes, mutableStrings, pathLookups;
+Counter mallocs, reallocs, news, stringsFromUnits, stringsOnUnits, stringsFromBytes, mutableStrings,
+    pathLookups;
 int frees = 0;
 
 } // namespace
