@@ -112,7 +112,8 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* chars, C
     return string;
 }
 
-CFStringRef CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars,
+CFStringRef CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars,
+                                               CFIndex numChars,
                                                [[maybe_unused]] CFAllocatorRef contentsDeallocator) {
     assert(allocator && numChars >= 0 && contentsDeallocator == kCFAllocatorNull);
     allocator->string = {&__CFConstantStringClassReference, static_cast<size_t>(numChars), chars, false};
