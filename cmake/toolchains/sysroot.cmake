@@ -1,4 +1,5 @@
-# What the foreign toolchains share; the including file has set tavport_triplet and tavport_multiarch.
+# What the foreign toolchains share; the including file has set tavport_triplet, tavport_multiarch and
+# tavport_loader.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${tavport_triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${tavport_triplet}-g++)
@@ -16,12 +17,20 @@ endif()
 
 # The cross linker knows its own folders only: name the sysroot's, also for libraries that libraries need.
 set(tavport_libraries ${CMAKE_SYSROOT}/usr/lib/${tavport_multiarch} ${CMAKE_SYSROOT}/lib/${tavport_multiarch})
+set(tavport_link_flags "")
 foreach(folder IN LISTS tavport_libraries)
   string(APPEND tavport_link_flags " -L${folder} -Wl,-rpath-link,${folder}")
 endforeach()
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${tavport_link_flags}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${tavport_link_flags}")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "${tavport_link_flags}")
+
+# Programs name the sysroot's loader and libraries themselves, so that a test that starts itself again needs no wrapper.
+# The old form of run path reaches the libraries that libraries need.
+list(JOIN tavport_libraries ":" tavport_run_path)
+string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,--dynamic-linker=${CMAKE_SYSROOT}/lib/${tavport_loader}"
+              " -Wl,--disable-new-dtags -Wl,-rpath,${tavport_run_path}")
+
 set(CMAKE_C_FLAGS_INIT "-isystem ${CMAKE_SYSROOT}/usr/include/${tavport_multiarch}")
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${CMAKE_SYSROOT}/usr/include/${tavport_multiarch}")
 
