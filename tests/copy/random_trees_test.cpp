@@ -172,8 +172,10 @@ std::map<std::string, Attribute> Attributes(const std::string& root) {
 std::map<std::string, long long> Births(const std::string& root) {
     std::map<std::string, long long> all;
     std::istringstream lines(EachOf(root, "! -type l", "stat --printf '%W %n\\n'"));
-    for (std::string line; std::getline(lines, line);)
-        all[line.substr(line.find("./") + 2)] = std::stoll(line);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string path = line.substr(line.find(' ') + 1);
+        all[path.starts_with("./") ? path.substr(2) : path] = std::stoll(line);
+    }
     return all;
 }
 
