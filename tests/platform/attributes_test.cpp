@@ -14,7 +14,9 @@ std::atomic<bool> refusesEmptyPaths = false;
 
 // Stands before the C library's function for everything in the executable.
 extern "C" int utimensat(int folder, const char* path, const timespec* times, int flags) noexcept {
-    static auto real = reinterpret_cast<decltype(&utimensat)>(dlsym(RTLD_NEXT, "utimensat"));
+    // The header gives this function the name of the form with 64-bit times.
+    static constexpr const char* kName = sizeof(long) == 4 ? "__utimensat64" : "utimensat";
+    static auto real = reinterpret_cast<decltype(&utimensat)>(dlsym(RTLD_NEXT, kName));
     if (refusesEmptyPaths && (flags & AT_EMPTY_PATH)) {
         errno = EINVAL;
         return -1;

@@ -49,7 +49,9 @@ extern "C" int statx(int folder, const char* path, int flags, unsigned mask, str
 }
 
 extern "C" int openat(int folder, const char* path, int flags, ...) {
-    static auto real = reinterpret_cast<decltype(&openat)>(dlsym(RTLD_NEXT, "openat"));
+    // The header gives this function the name of the form with 64-bit offsets.
+    static constexpr const char* kName = sizeof(long) == 4 ? "openat64" : "openat";
+    static auto real = reinterpret_cast<decltype(&openat)>(dlsym(RTLD_NEXT, kName));
     ++opens;
     va_list arguments;
     va_start(arguments, flags);
