@@ -94,9 +94,10 @@ CFComparisonResult CFStringCompare(CFStringRef string1, CFStringRef string2, CFO
 int32_t CFStringGetIntValue(CFStringRef string);
 double CFStringGetDoubleValue(CFStringRef string);
 
-// The first occurrence of `toFind`, unit by unit; its location is kCFNotFound when there is none. `options`
-// is 0.
-CFRange CFStringFind(CFStringRef string, CFStringRef toFind, CFOptionFlags options);
+// The first occurrence of `toFind` that lies within `range`, unit by unit: gives 1 and sets `result`, or gives 0
+// and leaves it. `options` is 0.
+Boolean CFStringFindWithOptions(CFStringRef string, CFStringRef toFind, CFRange range, CFOptionFlags options,
+                                CFRange* result);
 
 // Puts `replacement` in the place of the units in `range`; no change when memory runs out.
 void CFStringReplace(CFMutableStringRef string, CFRange range, CFStringRef replacement);

@@ -19,12 +19,13 @@ const CFConstantString kNarrowUnit = {&__CFConstantStringClassReference, kPatter
                                       false};
 const CFConstantString kWideUnit = {&__CFConstantStringClassReference, kPatternLength, kWideUnitUnits, false};
 
+// Replaces each occurrence from the start on. No replacement makes a new one, so the search goes on behind it.
 void ReplaceAll(CFMutableStringRef text, CFStringRef pattern, CFStringRef replacement) {
-    for (;;) {
-        const CFRange found = CFStringFind(text, pattern, 0);
-        if (found.location == kCFNotFound) return;
+    const CFIndex length = CFStringGetLength(text);
+    CFRange found = {0, 0};
+    for (CFIndex at = 0; CFStringFindWithOptions(text, pattern, CFRangeMake(at, length - at), 0, &found);
+         at = found.location + found.length)
         CFStringReplace(text, found, replacement);
-    }
 }
 
 // The formatted text; null when memory runs out.
@@ -39,14 +40,14 @@ CFStringRef Format(const TavChar* format, va_list args) {
     return result;
 }
 
-uint32_t LengthOf(CFStringRef text) {
-    return text ? static_cast<uint32_t>(CFStringGetLength(text)) : 0;
+CFIndex LengthOf(CFStringRef text) {
+    return text ? CFStringGetLength(text) : 0;
 }
 
 // Copies the first `length` units out, terminates them and releases the text; no text is an empty one.
-void CopyOut(CFStringRef text, uint32_t length, TavChar* buffer) {
+void CopyOut(CFStringRef text, CFIndex length, TavChar* buffer) {
     if (text) {
-        CFStringGetCharacters(text, CFRangeMake(0, static_cast<CFIndex>(length)), buffer);
+        CFStringGetCharacters(text, CFRangeMake(0, length), buffer);
         CFRelease(text);
     }
     buffer[length] = 0;
@@ -64,7 +65,7 @@ int32_t tav_swprintf(TavChar* buffer, const TavChar* format, ...) {
 
 int32_t tav_vswprintf(TavChar* buffer, const TavChar* format, va_list args) {
     CFStringRef text = Format(format, args);
-    const uint32_t length = LengthOf(text);
+    const CFIndex length = LengthOf(text);
     CopyOut(text, length, buffer);
     return static_cast<int32_t>(length);
 }
@@ -74,10 +75,10 @@ int32_t tav_snwprintf(TavChar* buffer, uint32_t n, const TavChar* format, ...) {
     va_start(args, format);
     CFStringRef text = Format(format, args);
     va_end(args);
-    const uint32_t length = LengthOf(text);
-    const bool cut = length > n;
-    const uint32_t written = cut ? n : length;
+    const CFIndex length = LengthOf(text);
+    const bool cut = static_cast<uint64_t>(length) > n;
+    const uint32_t written = cut ? n : static_cast<uint32_t>(length);
     // kept: the terminator of a cut text lands behind n units.
-    CopyOut(text, written, buffer);
+    CopyOut(text, static_cast<CFIndex>(written), buffer);
     return cut ? -static_cast<int32_t>(written) : static_cast<int32_t>(written);
 }

@@ -186,12 +186,16 @@ void Formatter::AppendObject(CFTypeRef object) {
 
 } // namespace
 
-CFRange CFStringFind(CFStringRef string, CFStringRef toFind, [[maybe_unused]] CFOptionFlags options) {
-    assert(options == 0);
+Boolean CFStringFindWithOptions(CFStringRef string, CFStringRef toFind, CFRange range,
+                                [[maybe_unused]] CFOptionFlags options, CFRange* result) {
+    assert(options == 0 && range.location >= 0 && range.length >= 0);
+    const auto location = static_cast<size_t>(range.location), length = static_cast<size_t>(range.length);
+    assert(location + length <= string->length);
     const View sought = ViewOf(toFind);
-    const size_t at = ViewOf(string).find(sought);
-    if (at == View::npos) return {kCFNotFound, 0};
-    return {static_cast<CFIndex>(at), static_cast<CFIndex>(sought.size())};
+    const size_t at = ViewOf(string).substr(location, length).find(sought);
+    if (at == View::npos) return false;
+    *result = {static_cast<CFIndex>(location + at), static_cast<CFIndex>(sought.size())};
+    return true;
 }
 
 void CFStringReplace(CFMutableStringRef string, CFRange range, CFStringRef replacement) {
@@ -203,7 +207,8 @@ void CFStringReplace(CFMutableStringRef string, CFRange range, CFStringRef repla
     if (!strings::Reserve(string, length)) return;
     UniChar* place = string->units + location;
     const size_t behind = string->length - location - removed;
-    memmove(place + inserted.size(), place + removed, behind * sizeof(UniChar));
+    if (removed != inserted.size())
+        memmove(place + inserted.size(), place + removed, behind * sizeof(UniChar));
     memmove(place, inserted.data(), inserted.size() * sizeof(UniChar));
     string->length = length;
 }

@@ -1,12 +1,12 @@
 #include "platform/strings.h"
 
+#include "support/locales.h"
 #include "support/tables.h"
 
 #include <gtest/gtest.h>
 
 #include <cfloat>
 #include <climits>
-#include <clocale>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -239,27 +239,46 @@ TEST(StringFormat, LongFormatsAndTextsGrowTheResult) {
 }
 
 TEST(StringFormat, ThePointIsAPointInEveryLocale) {
-    if (!setlocale(LC_ALL, "de_DE.UTF-8") && !setlocale(LC_ALL, "fr_FR.UTF-8")) {
-        GTEST_SKIP() << "no locale with another decimal point is installed";
-    }
+    const LocaleWithComma locale;
+    if (!locale.exists()) GTEST_SKIP() << "no locale with another decimal point could be made";
+    char byTheLibrary[8];
+    snprintf(byTheLibrary, sizeof byTheLibrary, "%.1f", 1.5);
+    ASSERT_STREQ(byTheLibrary, "1,5");
     EXPECT_EQ(Format("%.1f %.1e %g %#g %.1Lf", 1.5, 1.5, 1.5, 1.5, 1.5L), "1.5 1.5e+00 1.5 1.50000 1.5");
+    snprintf(byTheLibrary, sizeof byTheLibrary, "%.1f", 1.5);
+    EXPECT_STREQ(byTheLibrary, "1,5");
 }
 
-TEST(StringFind, GivesTheFirstOccurrence) {
+TEST(StringFind, GivesTheFirstOccurrenceInTheRange) {
     const String text = Make(u"a%s%s"), pattern = Make(u"%s"), missing = Make(u"%S"), empty = Make(u"");
-    EXPECT_EQ(CFStringFind(text.get(), pattern.get(), 0).location, 1);
-    EXPECT_EQ(CFStringFind(text.get(), pattern.get(), 0).length, 2);
-    EXPECT_EQ(CFStringFind(text.get(), missing.get(), 0).location, kCFNotFound);
-    EXPECT_EQ(CFStringFind(empty.get(), pattern.get(), 0).location, kCFNotFound);
+    CFRange found = {0, 0};
+    EXPECT_TRUE(CFStringFindWithOptions(text.get(), pattern.get(), {0, 5}, 0, &found));
+    EXPECT_EQ(found.location, 1);
+    EXPECT_EQ(found.length, 2);
+    EXPECT_TRUE(CFStringFindWithOptions(text.get(), pattern.get(), {2, 3}, 0, &found));
+    EXPECT_EQ(found.location, 3);
+    EXPECT_FALSE(CFStringFindWithOptions(text.get(), missing.get(), {0, 5}, 0, &found));
+    EXPECT_FALSE(CFStringFindWithOptions(empty.get(), pattern.get(), {0, 0}, 0, &found));
+    EXPECT_EQ(found.location, 3);
 }
 
-TEST(StringReplace, TakesShorterAndLongerReplacements) {
+TEST(StringFind, LooksAtNothingOutsideTheRange) {
+    const String text = Make(u"a%s%s"), pattern = Make(u"%s");
+    CFRange found = {0, 0};
+    EXPECT_FALSE(CFStringFindWithOptions(text.get(), pattern.get(), {0, 2}, 0, &found));
+    EXPECT_FALSE(CFStringFindWithOptions(text.get(), pattern.get(), {2, 2}, 0, &found));
+    EXPECT_FALSE(CFStringFindWithOptions(text.get(), pattern.get(), {5, 0}, 0, &found));
+}
+
+TEST(StringReplace, TakesReplacementsOfAnyLength) {
     const CFMutableStringRef text = CFStringCreateMutable(nullptr, 0);
     CFStringAppendCharacters(text, u"abcdef", 6);
     CFStringReplace(text, {1, 2}, Make(u"X").get());
     EXPECT_EQ(Content(text), u"aXdef");
     CFStringReplace(text, {5, 0}, Make(std::u16string(500, u'z')).get());
     EXPECT_EQ(Content(text), std::u16string(u"aXdef").append(500, u'z'));
+    CFStringReplace(text, {0, 2}, Make(u"bY").get());
+    EXPECT_EQ(Content(text), std::u16string(u"bYdef").append(500, u'z'));
     CFStringReplace(text, {0, 505}, Make(u"").get());
     EXPECT_EQ(Content(text), u"");
     CFRelease(text);

@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -152,4 +153,18 @@ TEST(Formatting, ManyReplacements) {
                             'b'),
               36);
     EXPECT_EQ(buffer.text(), expected);
+}
+
+// A search from the start for each of them would take hours.
+TEST(Formatting, AMillionReplacementsAreMadeInOnePass) {
+    constexpr size_t kTimes = 1000000;
+    std::u16string format, expected;
+    for (size_t i = 0; i < kTimes; ++i) {
+        format += u"%%s";
+        expected += u"%S";
+    }
+    std::vector<TavChar> buffer(expected.size() + 1);
+    EXPECT_EQ(tav_snwprintf(buffer.data(), static_cast<uint32_t>(expected.size()), format.c_str()),
+              static_cast<int32_t>(expected.size()));
+    EXPECT_TRUE(expected == buffer.data());
 }

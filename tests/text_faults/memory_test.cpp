@@ -29,6 +29,8 @@ struct Counter {
 Counter mallocs, reallocs, news, stringsFromUnits, stringsOnUnits, stringsFromBytes, mutableStrings,
     pathLookups;
 int frees = 0;
+CFIndex invisibleUnits = 0; // that strings, but for the last mutable one, are said to have more
+CFMutableStringRef lastMutable = nullptr;
 
 } // namespace
 
@@ -81,7 +83,13 @@ CFStringRef __wrap_CFStringCreateWithCString(CFAllocatorRef allocator, const cha
 }
 
 CFMutableStringRef __wrap_CFStringCreateMutable(CFAllocatorRef allocator, CFIndex maxLength) {
-    return mutableStrings.Refuses() ? nullptr : __real_CFStringCreateMutable(allocator, maxLength);
+    lastMutable = mutableStrings.Refuses() ? nullptr : __real_CFStringCreateMutable(allocator, maxLength);
+    return lastMutable;
+}
+
+CFIndex __real_CFStringGetLength(CFStringRef string);
+CFIndex __wrap_CFStringGetLength(CFStringRef string) {
+    return __real_CFStringGetLength(string) + (string == lastMutable ? 0 : invisibleUnits);
 }
 
 OSStatus __wrap_FSPathMakeRef(const uint8_t*, FSRef*, Boolean*) {
@@ -279,6 +287,16 @@ TEST(Formatting, WithoutMemoryTheTextIsEmpty) {
     mallocs.failAt = mallocs.calls + 1;
     EXPECT_EQ(tav_snwprintf(buffer, 7, u"%d", 5), 0);
     EXPECT_EQ(buffer[0], 0);
+}
+
+// Such texts are made of a few numbers of 2^31 digits, for which no machine of the tests has the memory.
+TEST(Formatting, ATextThatIsFourBillionUnitsLongerIsCutToo) {
+    if (sizeof(CFIndex) == 4) GTEST_SKIP() << "no text is that long where addresses have 32 bits";
+    TavChar buffer[8];
+    invisibleUnits = static_cast<CFIndex>((int64_t{1} << 32) - 3);
+    EXPECT_EQ(tav_snwprintf(buffer, 5, u"abcdef%d", 1), -5);
+    invisibleUnits = 0;
+    EXPECT_EQ(std::u16string(buffer), u"abcde");
 }
 
 TEST(Formatting, TakesTwoBlocksForOrdinaryResults) {
