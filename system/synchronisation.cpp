@@ -1,5 +1,7 @@
 #include "system/synchronisation.h"
 
+#include "platform/process.h"
+
 #include <cstdlib>
 
 namespace {
@@ -103,12 +105,17 @@ uint32_t TavWaitEvent(OpacTavEvent* event, int32_t timeout) {
     }
     const OpacTavEvent given =
         *event; // the block may be gone when the wait ends because the event was closed
-    OSStatus status = MPWaitForEvent(given.event, nullptr, DurationFromTimeout(timeout));
+    if (given.manualReset == 0) {
+        return WaitResult(MPWaitForEvent(given.event, nullptr, DurationFromTimeout(timeout)));
+    }
     // kept: the wait has cleared the event, so it is set again for the next waiter. A reset in between is
-    // undone, and waiters wake one after the other.
-    if (status == noErr && given.manualReset != 0) {
+    // undone, and waiters wake one after the other. A thread that is terminated ends before or behind both.
+    PlatformHoldTermination();
+    OSStatus status = MPWaitForEvent(given.event, nullptr, DurationFromTimeout(timeout));
+    if (status == noErr) {
         (void)MPSetEvent(given.event, kSignalled);
     }
+    PlatformReleaseTermination();
     return WaitResult(status);
 }
 

@@ -54,23 +54,27 @@ TEST(CloseEvent, Refused_FailsButFreesTheBlock) {
     EXPECT_EQ(faults::Open(), before);
 }
 
+// Between the hold and its release the waiting thread is not terminated.
 TEST(WaitEvent, ManualReset_SetsTheEventAgainOnlyAfterSuccess) {
+    using Calls = std::vector<std::string>;
     OpacTavEvent* manual = TavCreateEvent(1, 1);
     OpacTavEvent* automatic = TavCreateEvent(0, 1);
     {
         faults::Injection watch;
         EXPECT_EQ(TavWaitEvent(manual, 0), TAV_WAIT_OBJECT_0);
-        EXPECT_EQ(watch.log(), (std::vector<std::string>{"MPWaitForEvent", "MPSetEvent"}));
+        EXPECT_EQ(watch.log(), (Calls{"PlatformHoldTermination", "MPWaitForEvent", "MPSetEvent",
+                                      "PlatformReleaseTermination"}));
     }
     {
         faults::Injection watch;
         EXPECT_EQ(TavWaitEvent(automatic, 0), TAV_WAIT_OBJECT_0);
-        EXPECT_EQ(watch.log(), (std::vector<std::string>{"MPWaitForEvent"}));
+        EXPECT_EQ(watch.log(), Calls{"MPWaitForEvent"});
     }
     {
         faults::Injection fault({.call = 1, .code = kRefused, .operation = "MPWaitForEvent"});
         EXPECT_EQ(TavWaitEvent(manual, 0), TAV_WAIT_ABANDONED);
-        EXPECT_EQ(fault.log(), (std::vector<std::string>{"MPWaitForEvent"}));
+        EXPECT_EQ(fault.log(),
+                  (Calls{"PlatformHoldTermination", "MPWaitForEvent", "PlatformReleaseTermination"}));
     }
     {
         // Not set again: the wait has succeeded all the same.

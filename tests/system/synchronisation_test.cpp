@@ -276,6 +276,23 @@ TEST(Event, ManualResetReleasesAllWhoWait) {
     EXPECT_EQ(TavCloseEvent(event), 1);
 }
 
+TEST(Event, OnlyTheLowestFlagIsEverSet) {
+    auto flagsOf = [](OpacTavEvent* event) {
+        MPEventFlags flags = 0;
+        EXPECT_EQ(MPWaitForEvent(event->event, &flags, 0), noErr);
+        return flags;
+    };
+    OpacTavEvent* event = TavCreateEvent(1, 1);
+    EXPECT_EQ(flagsOf(event), 1u);
+    EXPECT_EQ(TavSetEvent(event), 1);
+    EXPECT_EQ(TavSetEvent(event), 1);
+    EXPECT_EQ(flagsOf(event), 1u);
+    EXPECT_EQ(TavSetEvent(event), 1);
+    EXPECT_EQ(TavWaitEvent(event, 0), TAV_WAIT_OBJECT_0);
+    EXPECT_EQ(flagsOf(event), 1u);
+    EXPECT_EQ(TavCloseEvent(event), 1);
+}
+
 TEST(Event, TimedOutWaitForManualResetDoesNotSetIt) {
     OpacTavEvent* event = TavCreateEvent(1, 0);
     EXPECT_EQ(TavWaitEvent(event, 1), TAV_WAIT_TIMEOUT);
@@ -334,11 +351,13 @@ TEST(Event, TwoHundredThousandPingPongsLoseNoWakeUp) {
 // ---- Mutexes ----
 
 TEST(Mutex, CreatedOwnedIsTakenForOthers) {
-    MPSemaphoreID mutex = TavCreateMutex(1);
-    EXPECT_EQ(Elsewhere([&] { return TavWaitMutex(mutex, 0); }), TAV_WAIT_TIMEOUT);
-    EXPECT_EQ(TavReleaseMutex(mutex), 1);
-    EXPECT_EQ(Elsewhere([&] { return TavWaitMutex(mutex, 0); }), TAV_WAIT_OBJECT_0);
-    EXPECT_EQ(TavCloseMutex(mutex), 1);
+    for (int32_t owned : {1, 2, -1, INT32_MIN}) {
+        MPSemaphoreID mutex = TavCreateMutex(owned);
+        EXPECT_EQ(Elsewhere([&] { return TavWaitMutex(mutex, 0); }), TAV_WAIT_TIMEOUT) << owned;
+        EXPECT_EQ(TavReleaseMutex(mutex), 1);
+        EXPECT_EQ(Elsewhere([&] { return TavWaitMutex(mutex, 0); }), TAV_WAIT_OBJECT_0);
+        EXPECT_EQ(TavCloseMutex(mutex), 1);
+    }
 }
 
 TEST(Mutex, CreatedFreeIsReleasedInVain) {

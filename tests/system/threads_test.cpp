@@ -11,6 +11,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <pthread.h>
+#include <random>
 #include <thread>
 
 namespace {
@@ -22,6 +24,24 @@ using Clock = std::chrono::steady_clock;
 
 uint32_t CallFunction(void* parameter) {
     return (*static_cast<std::function<uint32_t()>*>(parameter))();
+}
+
+// The result or status that the message of a thread's end carries.
+int32_t ResultOf(OpacTavThread* thread) {
+    void* result = nullptr;
+    EXPECT_EQ(MPWaitOnQueue(GetTavThreadQueueID(thread), nullptr, nullptr, &result, 20'000), noErr);
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(result));
+}
+
+// How much stack the calling thread has.
+size_t StackSize() {
+    pthread_attr_t attributes;
+    void* lowest = nullptr;
+    size_t size = 0;
+    EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+    EXPECT_EQ(pthread_attr_getstack(&attributes, &lowest, &size), 0);
+    pthread_attr_destroy(&attributes);
+    return size;
 }
 
 // Two threads that begin something at the same moment.
@@ -94,6 +114,25 @@ TEST(Thread, RecordIsCompleteBeforeTheEntryRuns) {
         EXPECT_EQ(inside, thread->task);
         EXPECT_EQ(TavCloseThreadRef(thread), 1);
     }
+}
+
+TEST(Thread, HasAtLeastTheStackThatWasAskedForOrTheHostsOwn) {
+    auto stackOf = [](uint32_t asked) {
+        size_t size = 0;
+        std::function<uint32_t()> entry = [&] {
+            size = StackSize();
+            return 0u;
+        };
+        OpacTavThread* thread = TavCreateThread(CallFunction, &entry, asked, 0);
+        EXPECT_EQ(TavWaitThread(thread, -1), TAV_WAIT_OBJECT_0);
+        EXPECT_EQ(TavCloseThreadRef(thread), 1);
+        return size;
+    };
+    size_t own = 0;
+    std::thread([&] { own = StackSize(); }).join();
+    EXPECT_GE(stackOf(0), own);
+    const auto more = static_cast<uint32_t>(own + (16 << 20));
+    EXPECT_GE(stackOf(more), more);
 }
 
 TEST(Thread, NullEntryEndsAtOnceWithZero) {
@@ -310,17 +349,57 @@ TEST_F(ForcedEnd, TerminatedThreadReportsOnceAndCannotBeTerminatedAgain) {
         std::this_thread::yield();
     }
     EXPECT_EQ(TavTerminateThread(thread, 3), 1);
-    EXPECT_EQ(TavWaitThread(thread, 20'000), TAV_WAIT_OBJECT_0);
+    EXPECT_EQ(ResultOf(thread), 3);
     EXPECT_EQ(TavWaitThread(thread, 0), TAV_WAIT_TIMEOUT);
     EXPECT_EQ(TavTerminateThread(thread, 3), 0);
     EXPECT_EQ(TavCloseThreadRef(thread), 1);
     EXPECT_EQ(CountObjects(), kOwnObjects);
 }
 
+// A wait clears the event and sets it again.
+TEST_F(ForcedEnd, AtRandomMomentsLeavesAManualResetEventSet) {
+    OpacTavEvent* event = TavCreateEvent(1, 1);
+    unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (int i = 0; i < 500; i++) {
+        std::atomic<bool> begun = false;
+        std::function<uint32_t()> entry = [&]() -> uint32_t {
+            for (;;) {
+                TavWaitEvent(event, i % 2 - 1);
+                begun = true;
+            }
+        };
+        OpacTavThread* thread = TavCreateThread(CallFunction, &entry, 0, 0);
+        while (!begun) {
+            std::this_thread::yield();
+        }
+        std::atomic<unsigned> spin = random() % 1000;
+        while (spin-- > 0) {
+        }
+        ASSERT_EQ(TavTerminateThread(thread, 0), 1);
+        ASSERT_EQ(TavWaitThread(thread, 20'000), TAV_WAIT_OBJECT_0);
+        ASSERT_EQ(TavCloseThreadRef(thread), 1);
+        ASSERT_EQ(TavWaitEvent(event, 0), TAV_WAIT_OBJECT_0);
+    }
+    EXPECT_EQ(TavCloseEvent(event), 1);
+}
+
+TEST_F(ForcedEnd, ThatWaitsForAManualResetEventEndsAtOnce) {
+    OpacTavEvent* event = TavCreateEvent(1, 0);
+    std::function<uint32_t()> entry = [&] { return TavWaitEvent(event, -1); };
+    OpacTavThread* thread = TavCreateThread(CallFunction, &entry, 0, 0);
+    EXPECT_EQ(TavTerminateThread(thread, 4), 1);
+    EXPECT_EQ(ResultOf(thread), 4);
+    EXPECT_EQ(TavCloseThreadRef(thread), 1);
+    EXPECT_EQ(TavWaitEvent(event, 0), TAV_WAIT_TIMEOUT);
+    EXPECT_EQ(TavCloseEvent(event), 1);
+}
+
 TEST_F(ForcedEnd, SuspendedThreadCanBeTerminated) {
     OpacTavThread* thread = TavCreateThread(nullptr, nullptr, 0, TAV_THREAD_SUSPENDED);
-    EXPECT_EQ(TavTerminateThread(thread, 9), 1);
-    EXPECT_EQ(TavWaitThread(thread, 20'000), TAV_WAIT_OBJECT_0);
+    EXPECT_EQ(TavTerminateThread(thread, -9), 1);
+    EXPECT_EQ(ResultOf(thread), -9);
     EXPECT_EQ(TavCloseThreadRef(thread), 1);
     EXPECT_EQ(CountObjects(), kOwnObjects);
 }
@@ -331,9 +410,7 @@ TEST_F(ForcedEnd, ExitEndsTheCallingThreadWithItsStatus) {
         return 1;
     };
     OpacTavThread* thread = TavCreateThread(CallFunction, &entry, 0, 0);
-    void* result = nullptr;
-    ASSERT_EQ(MPWaitOnQueue(thread->queue, nullptr, nullptr, &result, 20'000), noErr);
-    EXPECT_EQ(static_cast<int32_t>(reinterpret_cast<intptr_t>(result)), -12);
+    EXPECT_EQ(ResultOf(thread), -12);
     EXPECT_EQ(TavCloseThreadRef(thread), 1);
 }
 
