@@ -902,8 +902,8 @@ int32_t tav_iswxdigit(uint32_t c);
 /* ---- Wide runtime: numbers ----------------------------------------------------------------------------- */
 
 /*
- * Numbers from text, by the platform's reading of the whole text: leading spaces of any script, one sign,
- * ASCII digits; what follows the number is not looked at.
+ * Numbers from text, by the platform's reading of the whole text: leading spaces (U+0001 to U+0020, U+007F to
+ * U+00A0, U+2000 to U+200B, U+3000), one sign, ASCII digits; what follows the number is not looked at.
  *
  *   int32_t columns = tav_wtoi(u"80");
  *   double ratio = tav_wcstod(u"1.5", NULL);
@@ -946,6 +946,9 @@ double tav_wcstod(const TavChar* s, TavChar** end);
  *   %S  the same as %s                   %C  the same as %c      (with flags, width or precision, too)
  *   %10s, %.3c ...  8-bit Mac Roman text and characters, because something stands between "%" and the letter
  *   %d %i %u %o %x %X, %e %f %g %a, %p  as in C, with h hh l ll q j z t L, *, and positions (%2$d)
+ *   %D %U %O  the same as %ld %lu %lo   %n  takes its pointer and stores nothing
+ *   %P  8-bit text behind a byte with its length
+ *   %@  an object of the library's own, of which applications have none; null prints "(null)"
  *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its
  *   "%"
  *
@@ -1645,7 +1648,12 @@ int32_t TavCloseMutex(MPSemaphoreID mutex);
  *     TavFreeLibrary(library);
  *
  * A module is a bundle (a folder with Contents/MacOS/Name), a framework, or a plain shared object file. A
- * folder in which no executable is found is no module: its name names nothing.
+ * folder with neither an executable nor a property list (Contents/Info.plist) is no module: its name names
+ * nothing.
+ *
+ * What an initialiser of a module throws is caught, and the module then has no functions for as long as the
+ * process lives; but the host's loader is left locked by the thread that it threw in, so that other threads
+ * which load or look up code after that wait for ever. Initialisers should not throw.
  */
 
 /* A loaded module. */
@@ -1662,15 +1670,15 @@ typedef void (*TavProc)(void);
  * @param name  zero-terminated path; null names nothing.
  * @return the module, or null when the name names none. A module whose code cannot be loaded is returned all
  *         the same; its functions are then null.
- * @owner   the caller, until TavFreeLibrary. Loading the same module again gives the same handle, to be freed
- *          once more.
+ * @owner   the caller, until TavFreeLibrary. Loading the same module again, however its path is spelled and
+ *          through links too, gives the same handle, to be freed once more.
  * @threads any, at any time.
  * @windows LoadLibraryW
  */
 OpacTavLibrary* TavLoadLibrary(const TavChar* name);
 
 /**
- * Finds a function of a module by its name.
+ * Finds a function of a module by its name. Libraries that the module depends on are not searched.
  *
  * @param library  a module; null has no functions.
  * @param symbol   zero-terminated Mac Roman name as the linker knows it; null names nothing.

@@ -1,6 +1,6 @@
 // Code bundles, on the dynamic loader. A bundle is a folder with Contents/MacOS/NAME, a framework, or a plain
-// shared object; NAME comes from Contents/Info.plist where it says so, else from the folder's name. Unlike on
-// the platform, a folder without an executable is no bundle, and code is unloaded with the last reference.
+// shared object; NAME comes from the property list where it says so, else from the folder's name. Unlike on
+// the platform, a folder with neither code nor a list is no bundle, and code is unloaded with the last reference.
 // Bundles in use stand in a list, so that loading one twice gives the same object; the loader runs outside
 // the list's lock, because the code that it starts may load bundles itself.
 //
@@ -20,17 +20,19 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
+#include <cxxabi.h>
+#include <link.h>
 #include <new>
 #include <string>
+#include <utility>
 
 struct OpaqueCFBundle : CFObject {
-    std::string path;
+    std::string path; // without links, so that a place has one; the main bundle's is looked up when asked for
     std::string executable;
     std::atomic<void*> code = nullptr;
+    std::atomic<bool> isBroken = false; // an initialiser of its code ended by an exception
     int owners = 1;
     OpaqueCFBundle* next = nullptr;
 };
@@ -59,6 +61,15 @@ std::string Absolute(const std::string& path) {
     return absolute;
 }
 
+// The path without links; empty when nothing is there.
+std::string WithoutLinks(const std::string& path) {
+    char* resolved = realpath(path.c_str(), nullptr);
+    if (!resolved) return "";
+    std::string result = resolved;
+    free(resolved);
+    return result;
+}
+
 // The path as it is on disk, where it may differ in letter case; empty when nothing is there.
 std::string OnDisk(const std::string& path) {
     FSRef ref;
@@ -75,19 +86,44 @@ std::string StemOf(const std::string& path) {
     return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
-// The executable of the bundle at `path`; empty when there is none.
-std::string ExecutableOf(const std::string& path) {
-    if (IsFile(path)) return path;
-    if (!IsFolder(path)) return "";
-    std::string contents = OnDisk(path + "/Contents");
-    std::string name =
-        contents.empty() ? "" : property_list::StringFor(contents + "/Info.plist", "CFBundleExecutable");
-    if (name.empty() || name.find('/') != std::string::npos) name = StemOf(path);
-    std::string candidates[] = {contents + "/MacOS/" + name, path + "/Versions/Current/" + name,
-                                path + "/" + name};
-    for (size_t i = contents.empty() ? 1 : 0; i < std::size(candidates); ++i)
-        if (IsFile(candidates[i])) return candidates[i];
-    return "";
+// Where a folder that is a bundle keeps its property list and its code.
+struct Layout {
+    const char* list;
+    const char* code;
+};
+constexpr Layout kLayouts[] = {
+    {"/Contents/Info.plist", "/Contents/MacOS/"},
+    {"/Versions/Current/Resources/Info.plist", "/Versions/Current/"},
+    {"/Resources/Info.plist", "/"},
+};
+
+// What there is at a place that may be a bundle.
+struct Finding {
+    bool isBundle = false;
+    std::string executable = {}; // empty when it has no code
+};
+
+// A folder laid out like that: a bundle when it has code or a list.
+Finding LookIn(const std::string& folder, const Layout& layout) {
+    const std::string list = OnDisk(folder + layout.list);
+    std::string name = list.empty() ? "" : property_list::StringFor(list, "CFBundleExecutable");
+    if (name.empty() || name.find('/') != std::string::npos) name = StemOf(folder);
+    std::string executable = OnDisk(folder + layout.code + name);
+    if (IsFile(executable)) return {true, std::move(executable)};
+    return {IsFile(list)};
+}
+
+// The first layout with code counts, and without any a property list makes a bundle all the same.
+Finding LookAt(const std::string& path) {
+    if (IsFile(path)) return {true, path};
+    Finding found;
+    if (!IsFolder(path)) return found;
+    for (const Layout& layout : kLayouts) {
+        Finding here = LookIn(path, layout);
+        if (!here.executable.empty()) return here;
+        found.isBundle |= here.isBundle;
+    }
+    return found;
 }
 
 // ---- The bundles in use
@@ -110,6 +146,7 @@ void ReleaseBundle(CFObject* object) {
 
 constexpr CFKind kBundleKind = {"bundle", ReleaseBundle};
 constexpr CFKind kMainBundleKind = {"main bundle", [](CFObject*) {}};
+OpaqueCFBundle mainBundle = {{&kMainBundleKind}, {}, {}, nullptr, false, 1, nullptr};
 
 // The bundle of this place, with one owner more; null when it is not in use.
 OpaqueCFBundle* FindInUse(const std::string& path) {
@@ -134,12 +171,16 @@ std::string PathOf(CFURLRef url) {
 OpaqueCFBundle* CreateBundle(CFURLRef url) {
     std::string path = PathOf(url);
     if (!path.empty()) path = OnDisk(Absolute(path));
-    std::string executable = path.empty() ? "" : ExecutableOf(path);
-    if (executable.empty()) return nullptr;
+    if (path.empty()) return nullptr;
+    const std::string given = std::exchange(path, WithoutLinks(path));
+    Finding found = LookAt(given);
+    if (found.executable.empty()) found = LookAt(path); // by the name that a linked folder really has
+    if (!found.isBundle || path.empty()) return nullptr;
 
     const HeldLock held(lock);
     if (OpaqueCFBundle* bundle = FindInUse(path)) return bundle;
-    inUse = new OpaqueCFBundle{{&kBundleKind}, std::move(path), std::move(executable), nullptr, 1, inUse};
+    inUse = new OpaqueCFBundle{
+        {&kBundleKind}, std::move(path), std::move(found.executable), nullptr, false, 1, inUse};
     return inUse;
 }
 
@@ -158,11 +199,34 @@ std::string MainBundlePath() {
     return folder.empty() ? "/" : folder;
 }
 
+// The loader's own call, whose declaration promises that nothing is thrown.
+extern "C" void* Open(const char* path, int mode) __asm__("dlopen");
+
+// Loads code; null when that fails. An initialiser that throws leaves its module loaded half made, and with it
+// the loader's lock to this thread; `isBroken` is set then. A thread may be ended by the C library inside.
+void* Load(const std::string& executable, std::atomic<bool>& isBroken) {
+    try {
+        return Open(executable.c_str(), RTLD_NOW | RTLD_LOCAL);
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        isBroken = true;
+        return nullptr;
+    }
+}
+
+// Keeps a broken bundle in use for good, like its code: loading that again would give it half made.
+void Keep(CFBundleRef bundle) {
+    const HeldLock held(lock);
+    ++bundle->owners;
+}
+
 // The code of a bundle, loaded now if it was not; null when it cannot be.
 void* CodeOf(CFBundleRef bundle) {
+    if (bundle->executable.empty() || bundle->isBroken) return nullptr;
     if (void* code = bundle->code) return code;
-    void* loaded =
-        bundle->executable.empty() ? nullptr : dlopen(bundle->executable.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* loaded = Load(bundle->executable, bundle->isBroken);
+    if (bundle->isBroken) Keep(bundle);
     if (!loaded) return nullptr;
     void* before = nullptr;
     if (bundle->code.compare_exchange_strong(before, loaded)) return loaded;
@@ -170,24 +234,34 @@ void* CodeOf(CFBundleRef bundle) {
     return before;
 }
 
+// Whether an address is in the code of this handle, not of a library that it depends on.
+bool IsIn(void* code, const void* address) {
+    link_map* module = nullptr;
+    link_map* owner = nullptr;
+    Dl_info facts;
+    return dlinfo(code, RTLD_DI_LINKMAP, &module) == 0 &&
+           dladdr1(address, &facts, reinterpret_cast<void**>(&owner), RTLD_DL_LINKMAP) != 0 &&
+           owner == module;
+}
+
 } // namespace
 
 // ---- The operations
 
-CFBundleRef CFBundleGetMainBundle() try {
-    static OpaqueCFBundle bundle{{&kMainBundleKind}, MainBundlePath(), "", nullptr, 1, nullptr};
-    return bundle.path.empty() ? nullptr : &bundle;
-} catch (const std::bad_alloc&) {
-    return nullptr;
+CFBundleRef CFBundleGetMainBundle() {
+    return &mainBundle;
 }
 
-CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
-    OpaqueCFString* path = strings::Allocate(bundle->path.size(), false);
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) try {
+    const std::string place = bundle == &mainBundle ? MainBundlePath() : bundle->path;
+    OpaqueCFString* path = place.empty() ? nullptr : strings::Allocate(place.size(), false);
     if (!path) return nullptr;
-    path->length = UnitsFromBytes(bundle->path.data(), bundle->path.size(), path->units, path->capacity);
+    path->length = UnitsFromBytes(place.data(), place.size(), path->units, path->capacity);
     CFURLRef url = CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, true);
     CFRelease(path);
     return url;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) try {
@@ -206,7 +280,9 @@ void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef function
     std::string name(static_cast<size_t>(CFStringGetLength(functionName)) + 1, '\0');
     bool isText = CFStringGetCString(functionName, name.data(), static_cast<CFIndex>(name.size()),
                                      kCFStringEncodingMacRoman);
-    return isText ? dlsym(code, name.c_str()) : nullptr;
+    // The loader looks into the libraries that the code depends on as well.
+    void* address = isText ? dlsym(code, name.c_str()) : nullptr;
+    return address && IsIn(code, address) ? address : nullptr;
 } catch (const std::bad_alloc&) {
     return nullptr;
 }

@@ -21,6 +21,18 @@ std::string ReadList(const std::string& path) {
     return text;
 }
 
+// The list without its comments; one that does not end takes the rest with it.
+std::string WithoutComments(const std::string& list) {
+    std::string rest;
+    for (size_t at = 0; at < list.size();) {
+        const size_t comment = list.find("<!--", at);
+        rest.append(list, at, comment - at);
+        const size_t end = comment == std::string::npos ? comment : list.find("-->", comment + 4);
+        at = end == std::string::npos ? list.size() : end + 3;
+    }
+    return rest;
+}
+
 // Text with the five predefined entities read.
 std::string Decoded(const std::string& text) {
     static const struct {
@@ -46,7 +58,11 @@ std::string Decoded(const std::string& text) {
 } // namespace
 
 std::string property_list::StringFor(const std::string& path, const std::string& key) {
-    const std::string list = ReadList(path);
+    return StringIn(ReadList(path), key);
+}
+
+std::string property_list::StringIn(const std::string& text, const std::string& key) {
+    const std::string list = WithoutComments(text);
     const std::string keyElement = "<key>" + key + "</key>", open = "<string>", close = "</string>";
     size_t at = list.find(keyElement);
     if (at == std::string::npos) return "";

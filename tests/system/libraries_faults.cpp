@@ -7,15 +7,18 @@
 
 #include <filesystem>
 
-// Every call of loading a module failing in turn: null or a module, never a crash, and nothing is left open.
-TEST(TavLoadLibrary, EachCallFails_GivesNullOrAModule) {
-    TemporaryFolder folder;
-    std::filesystem::copy_file(std::filesystem::path(TAVPORT_TEST_MODULES) / "good.so", folder / "plug.so");
-    const std::u16string path = Wide(folder / "plug.so");
+namespace {
+
+const std::filesystem::path kModule = std::filesystem::path(TAVPORT_TEST_MODULES) / "good.so";
+
+// Loads a module with each of those calls failing in turn: null or a module, never a crash, and nothing is left open.
+// How many failed.
+unsigned LoadWhileFailing(const std::string& calls, const std::string& place) {
+    const std::u16string path = Wide(place);
     OpacTavLibrary* library = nullptr;
     TavProc answer = nullptr;
-    unsigned runs = faults::FailEachCall({
-        .fault = {.operation = "seam"},
+    return faults::FailEachCall({
+        .fault = {.operation = calls},
         .scenario =
             [&] {
                 library = TavLoadLibrary(path.c_str());
@@ -32,5 +35,22 @@ TEST(TavLoadLibrary, EachCallFails_GivesNullOrAModule) {
                 TavFreeLibrary(library);
             },
     });
-    EXPECT_GT(runs, 5u);
+}
+
+} // namespace
+
+TEST(TavLoadLibrary, EachCallFails_GivesNullOrAModule) {
+    TemporaryFolder folder;
+    std::filesystem::copy_file(kModule, folder / "plug.so");
+    EXPECT_GT(LoadWhileFailing("seam", folder / "plug.so"), 5u);
+}
+
+TEST(TavLoadLibrary, EachBlockRefused_GivesNullOrAModule) {
+    TemporaryFolder folder;
+    const std::string contents = folder / "A bundle whose path no short string holds.bundle/Contents";
+    std::filesystem::create_directories(contents + "/MacOS");
+    std::filesystem::copy_file(kModule, contents + "/MacOS/Code & more, in a rather long name");
+    WriteFile(contents + "/Info.plist",
+              "<key>CFBundleExecutable</key><string>Code &amp; more, in a rather long name</string>");
+    EXPECT_GT(LoadWhileFailing("memory", std::filesystem::path(contents).parent_path()), 20u);
 }
