@@ -194,7 +194,19 @@ TEST(NumberEngine, ABadBaseOrWidthReadsNothing) {
         EXPECT_EQ(negative, 0);
         EXPECT_EQ(overflow, 0);
         EXPECT_EQ(recorder.next, 0u);
+        // Its one call gives back what was never read.
+        ASSERT_EQ(recorder.calls.size(), 1u);
+        EXPECT_EQ(recorder.calls[0].first, kReadBack);
     }
+}
+
+TEST(NumberEngine, AfterANumberAtTheEndTheReaderStandsOnTheTerminator) {
+    int32_t count = 0, negative = 0, overflow = 0;
+    const TavChar* text = u"17";
+    TavStringScan scan = {text, 0};
+    EXPECT_EQ(tav__wcstoul(10, 9, tav__wStringRead, &scan, &count, &negative, &overflow), 17u);
+    EXPECT_EQ(scan.next, text + 2);
+    EXPECT_EQ(scan.endSeen, 0);
 }
 
 TEST(NumberEngine, PutsBackTheCharacterBehindTheNumber) {
