@@ -207,9 +207,8 @@ extern "C" void* Open(const char* path, int mode) __asm__("dlopen");
 void* Load(const std::string& executable, std::atomic<bool>& isBroken) {
     try {
         return Open(executable.c_str(), RTLD_NOW | RTLD_LOCAL);
-    } catch (const abi::__forced_unwind&) {
-        throw;
     } catch (...) {
+        if (!abi::__cxa_current_exception_type()) throw; // no exception, but what ends a thread
         isBroken = true;
         return nullptr;
     }
