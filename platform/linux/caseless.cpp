@@ -9,10 +9,10 @@
 #include "platform/linux/folders.h"
 #include "platform/linux/names.h"
 #include "platform/linux/reference_state.h"
+#include "platform/linux/settled.h"
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 
@@ -132,16 +132,6 @@ ChangeTime ChangeTimeOf(const struct statx& facts) {
     return {facts.stx_ctime.tv_sec, facts.stx_ctime.tv_nsec};
 }
 
-// Whether a change made from now on is sure to show another time than this one.
-bool IsSettled(const ChangeTime& change, const DeviceTraits& traits) {
-    constexpr int64_t kFine = 50000000;     // several clock ticks
-    constexpr int64_t kCoarse = 2500000000; // FAT counts in steps of two seconds
-    timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    int64_t age = (now.tv_sec - change.seconds) * 1000000000 + now.tv_nsec - change.nanoseconds;
-    return age > (traits.fineTimes ? kFine : kCoarse);
-}
-
 struct Reading {
     std::vector<uint32_t> hashes;
     std::string actual;
@@ -185,7 +175,7 @@ OSErr FindCaseless(FolderID folder, const char* name, char (&actual)[256]) {
     auto answer = StateLock()->caseless.Find(folder, change, folded, found);
     if (answer != CaselessNames::Answer::kUnknown) return Take(found, actual);
 
-    bool settled = IsSettled(change, TraitsOf(folder, ".", before));
+    bool settled = IsSettled(before.stx_ctime, TraitsOf(folder, ".", before).fineTimes);
     Reading reading;
     if (ReadFolder(handle, folded, reading) != noErr) return fnfErr;
     if (reading.matches != 1) reading.actual.clear();

@@ -6,9 +6,9 @@
 #include "platform/linux/sighting.h"
 
 #include "platform/linux/metadata.h"
+#include "platform/linux/settled.h"
 
 #include <cstring>
-#include <ctime>
 
 namespace {
 struct Sighting {
@@ -22,19 +22,8 @@ struct Sighting {
 
 static constinit thread_local Sighting last{};
 
-// Longer than a tick of the slowest kernel clock.
-static constexpr int64_t kClearlyPast = 20'000'000;
-
-static bool IsClearlyPast(const struct statx_timestamp& time) {
-    timespec now;
-    if (clock_gettime(CLOCK_REALTIME_COARSE, &now) != 0) return false;
-    const int64_t seconds = now.tv_sec - time.tv_sec;
-    if (seconds > 1) return true;
-    return seconds >= 0 && seconds * 1'000'000'000 + now.tv_nsec - time.tv_nsec >= kClearlyPast;
-}
-
 void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade) {
-    last.isSet = (place.facts.stx_mask & STATX_CTIME) && IsClearlyPast(place.facts.stx_ctime);
+    last.isSet = (place.facts.stx_mask & STATX_CTIME) && IsSettled(place.facts.stx_ctime, true);
     if (last.isSet) last = {ref, place.facts.stx_ctime, sidecarsMade, isLocked, true};
 }
 
