@@ -7,13 +7,16 @@
 // replaced only when something is stored. Sections: loading, storing.
 #include "platform/linux/object_facts.h"
 
+#include "platform/linux/bare_objects.h"
 #include "platform/linux/dates.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/folders.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/sidecar.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <new>
 #include <sys/xattr.h>
@@ -52,10 +55,15 @@ static Found Explain() {
     }
 }
 
-// Reads the attribute through `get`, which takes a buffer and its size.
+// Reads the attribute through `get`, which takes a buffer and its size. Asking for the size alone is cheaper
+// where there is no attribute, and costs a second call where there is one; objects asked about in a row are
+// mostly alike.
 template <typename Get>
 static Found ReadRecord(Get get, Record& record) {
-    ssize_t size = get(record.usual, Record::kUsualSize);
+    static std::atomic<bool> lastHadOne = true;
+    const bool expectsOne = lastHadOne.load(std::memory_order_relaxed);
+    ssize_t size = expectsOne ? 0 : get(nullptr, 0);
+    if (size >= 0) size = get(record.usual, Record::kUsualSize);
     if (size < 0 && LastErrorNumber() == ERANGE) {
         record.large.reset(new (std::nothrow) uint8_t[Record::kMostSize]);
         if (!record.large) {
@@ -64,6 +72,7 @@ static Found ReadRecord(Get get, Record& record) {
         }
         size = get(record.large.get(), Record::kMostSize);
     }
+    if ((size >= 0) != expectsOne) lastHadOne.store(!expectsOne, std::memory_order_relaxed);
     if (size < 0) return Explain();
     record.size = static_cast<size_t>(size);
     return Found::kRecord;
@@ -108,11 +117,16 @@ OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
     facts = {};
     if (!CanHaveFacts(place)) return noErr;
     Record record;
-    const Found found = ReadRecord(
-        [&place](void* bytes, size_t size) {
-            return GetAttributeAt(place.folder.descriptor(), place.name, kMetadataAttribute, bytes, size);
-        },
-        record);
+    Found found = Found::kNone;
+    if (!IsKnownBare(place.facts)) {
+        found = ReadRecord(
+            [&place](void* bytes, size_t size) {
+                return GetAttributeAt(place.folder.descriptor(), place.name, kMetadataAttribute, bytes, size);
+            },
+            record);
+        if (found == Found::kNone)
+            RememberBare(place.facts, TraitsOf(place.folderID, place.name, place.facts).fineTimes);
+    }
     return Interpret(found, record, place, look, facts);
 }
 
