@@ -5,7 +5,8 @@
 
 int32_t TavPathIsDirectory(const TavChar* path) {
     FSRef ref;
-    if (MakePathRef(path, &ref) != noErr) return 0;
+    Boolean isDirectory;
+    if (MakePathRef(path, &ref, &isDirectory) != noErr || !isDirectory) return 0;
     FSCatalogInfo info;
     if (FSGetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr) != noErr) return 0;
     return IsPlainFolder(ref, info.nodeFlags);

@@ -312,12 +312,25 @@ OSErr RefOfLink(const Request& request, const Parts& parts, const char* path, co
     return Answer(request, folder, parts.name, facts, !failed && S_ISDIR(target.stx_mode));
 }
 
-OSErr RefByPath(const Request& request) {
+// Whether the path leads somewhere as it stands; the only question that a request without a reference asks.
+bool Exists(const Request& request) {
+    if (!request.isDirectory)
+        return Retry([&] { return faccessat(AT_FDCWD, request.path, F_OK, AT_EACCESS); }) == 0;
     struct statx facts;
-    if (!request.ref && !request.mayDangle && FactsAt(AT_FDCWD, request.path, 0, facts) == 0)
-        return Answer(request, kNoFolder, "", facts, S_ISDIR(facts.stx_mode));
+    if (FactsAt(AT_FDCWD, request.path, 0, facts) < 0) return false;
+    *request.isDirectory = S_ISDIR(facts.stx_mode);
+    return true;
+}
+
+OSErr RefByPath(const Request& request) {
+    const bool mayExist = !request.ref && !request.mayDangle;
+    if (mayExist && Exists(request)) return noErr;
+    const bool isMissing = mayExist && LastErrorNumber() == ENOENT;
     Parts parts = Split(request.path, request.length);
     if (!parts.HasName() || request.length >= PATH_MAX) return RefByWalking(request);
+    // A link that leads nowhere is missing, too: the name is found, but not what it stands for.
+    if (isMissing) return RefByCaselessName(request, parts);
+    struct statx facts;
     char path[PATH_MAX];
     size_t length = static_cast<size_t>(parts.name - request.path) + parts.nameLength;
     std::memcpy(path, request.path, length);
