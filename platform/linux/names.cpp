@@ -123,6 +123,10 @@ size_t UnitsFromBytes(const char* bytes, size_t length, UniChar* units, size_t c
         ++written;
     };
     for (size_t i = 0; i < length;) {
+        if (source[i] < 0x80) {
+            put(source[i++]);
+            continue;
+        }
         Sequence sequence = DecodeSequence(source + i, length - i);
         if (sequence.bytes == 0) {
             put(kEscapeBase + source[i]);
