@@ -5,6 +5,7 @@
 #include "platform/linux/descriptor_cache.h"
 
 #include "platform/linux/identity.h"
+#include "platform/linux/one_thread.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@
 #include <utility>
 
 FolderHandle::FolderHandle(const FolderHandle& other) : shared_(other.shared_) {
-    if (shared_) shared_->holders.fetch_add(1, std::memory_order_relaxed);
+    if (shared_) AddTo(shared_->holders, 1u, std::memory_order_relaxed);
 }
 
 FolderHandle::FolderHandle(FolderHandle&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
@@ -26,7 +27,7 @@ FolderHandle& FolderHandle::operator=(FolderHandle other) noexcept {
 }
 
 FolderHandle::~FolderHandle() {
-    if (!shared_ || shared_->holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    if (!shared_ || AddTo(shared_->holders, -1u, std::memory_order_acq_rel) != 1) return;
     Close(shared_->descriptor);
     delete shared_;
 }

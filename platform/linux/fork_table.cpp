@@ -17,16 +17,6 @@
 // ---- Slots
 
 namespace {
-constexpr uint32_t kOpen = 0x80000000;
-constexpr uint32_t kClosing = 0x40000000; // closed, and not yet let go of by all
-constexpr uint16_t kLastNumber = 32767;
-
-struct Slot {
-    std::atomic<uint32_t> state; // kOpen or kClosing or neither, and the number of holders
-    uint16_t nextFree;           // in the queue; 0 for the last
-    std::atomic<OpenFork*> fork;
-};
-
 struct Numbers {
     uint16_t neverUsed = 1;
     uint16_t firstFree = 0;
@@ -34,7 +24,7 @@ struct Numbers {
 };
 } // namespace
 
-static constinit Slot slots[kLastNumber + 1] = {};
+constinit ForkSlot forkSlots[kLastForkNumber + 1] = {};
 static constinit Numbers numbers;
 static constinit ChildSafeMutex tableLock;
 
@@ -93,22 +83,22 @@ void CutResourceForks(const ObjectKey& key, uint64_t length) {
 // ---- Numbers
 
 static uint16_t TakeNumber() {
-    if (numbers.neverUsed <= kLastNumber) return numbers.neverUsed++;
+    if (numbers.neverUsed <= kLastForkNumber) return numbers.neverUsed++;
     const uint16_t number = numbers.firstFree;
-    if (number) numbers.firstFree = slots[number].nextFree;
+    if (number) numbers.firstFree = forkSlots[number].nextFree;
     return number;
 }
 
 static void ReturnNumber(uint16_t number) {
-    slots[number].nextFree = 0;
-    (numbers.firstFree ? slots[numbers.lastFree].nextFree : numbers.firstFree) = number;
+    forkSlots[number].nextFree = 0;
+    (numbers.firstFree ? forkSlots[numbers.lastFree].nextFree : numbers.firstFree) = number;
     numbers.lastFree = number;
 }
 
 // In a child the threads that held forks are no more.
 static void LetGoInChild() {
     for (uint16_t number = 1; number < numbers.neverUsed; ++number) {
-        slots[number].state.fetch_and(kOpen | kClosing, std::memory_order_relaxed);
+        forkSlots[number].state.fetch_and(kForkOpen | kForkClosing, std::memory_order_relaxed);
     }
 }
 
@@ -119,8 +109,8 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
     const uint16_t number = TakeNumber();
     if (!number) return 0;
     Enlist(*fork);
-    slots[number].fork.store(fork.release(), std::memory_order_relaxed);
-    slots[number].state.fetch_or(kOpen, std::memory_order_release);
+    forkSlots[number].fork.store(fork.release(), std::memory_order_relaxed);
+    forkSlots[number].state.fetch_or(kForkOpen, std::memory_order_release);
     return static_cast<FSForkRefNum>(number);
 }
 
@@ -128,7 +118,7 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
 
 // Ends the fork of a closed slot and frees its number.
 static OSErr Finish(uint16_t number) {
-    const std::unique_ptr<OpenFork> fork(slots[number].fork.exchange(nullptr, std::memory_order_relaxed));
+    const std::unique_ptr<OpenFork> fork(forkSlots[number].fork.exchange(nullptr, std::memory_order_relaxed));
     const OSErr result = FinishFork(*fork);
     HeldLock guard(tableLock);
     Delist(*fork);
@@ -136,36 +126,22 @@ static OSErr Finish(uint16_t number) {
     return result;
 }
 
-static OSErr LetGo(uint16_t number) {
-    std::atomic<uint32_t>& state = slots[number].state;
-    if (state.fetch_sub(1, std::memory_order_acq_rel) - 1 != kClosing) return noErr;
+OSErr EndClosedFork(uint16_t number) {
     // Somebody may try a closed number in this moment, and then two come here; one of them ends the fork.
-    uint32_t expected = kClosing;
-    if (!state.compare_exchange_strong(expected, 0, std::memory_order_acq_rel)) return noErr;
+    uint32_t expected = kForkClosing;
+    if (!forkSlots[number].state.compare_exchange_strong(expected, 0, std::memory_order_acq_rel))
+        return noErr;
     return Finish(number);
 }
 
 OSErr CloseFork(FSForkRefNum number) {
     if (number <= 0) return rfNumErr;
     const TerminationHold hold;
-    std::atomic<uint32_t>& state = slots[number].state;
+    std::atomic<uint32_t>& state = forkSlots[number].state;
     uint32_t old = state.load(std::memory_order_relaxed);
     do {
-        if (!(old & kOpen)) return rfNumErr;
-    } while (!state.compare_exchange_weak(old, old - kOpen + kClosing + 1, std::memory_order_acq_rel));
-    return LetGo(static_cast<uint16_t>(number));
-}
-
-HeldFork::HeldFork(FSForkRefNum number) : number_(static_cast<uint16_t>(number)) {
-    if (number <= 0) return;
-    const uint32_t old = slots[number_].state.fetch_add(1, std::memory_order_acquire);
-    if (old & kOpen) {
-        fork_ = slots[number_].fork.load(std::memory_order_relaxed);
-    } else {
-        LetGo(number_);
-    }
-}
-
-HeldFork::~HeldFork() {
-    if (fork_) LetGo(number_);
+        if (!(old & kForkOpen)) return rfNumErr;
+    } while (
+        !state.compare_exchange_weak(old, old - kForkOpen + kForkClosing + 1, std::memory_order_acq_rel));
+    return LetGoOfFork(static_cast<uint16_t>(number));
 }

@@ -3,6 +3,7 @@
 
 #include "platform/forks.h"
 #include "platform/linux/current_task.h"
+#include "platform/linux/one_thread.h"
 
 #include <atomic>
 #include <cstdint>
@@ -55,13 +56,45 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork);
 // when it is not open, else what closing gave, if that happened here.
 OSErr CloseFork(FSForkRefNum number);
 
-// Holds an open fork, so that its descriptor cannot be closed and given to something else meanwhile.
+// A place of the table. The state is kForkOpen or kForkClosing (closed, and not yet let go of by all) or
+// neither, and the number of holders.
+struct ForkSlot {
+    std::atomic<uint32_t> state;
+    uint16_t nextFree; // in the queue; 0 for the last
+    std::atomic<OpenFork*> fork;
+};
+constexpr uint32_t kForkOpen = 0x80000000;
+constexpr uint32_t kForkClosing = 0x40000000;
+constexpr uint16_t kLastForkNumber = 32767;
+extern constinit ForkSlot forkSlots[kLastForkNumber + 1];
+
+// Ends the fork of a closed slot that all have let go of.
+OSErr EndClosedFork(uint16_t number);
+
+// One holder less.
+inline OSErr LetGoOfFork(uint16_t number) {
+    const uint32_t before = AddTo(forkSlots[number].state, -1u, std::memory_order_acq_rel);
+    return before - 1 == kForkClosing ? EndClosedFork(number) : OSErr{noErr};
+}
+
+// Holds an open fork, so that its descriptor cannot be closed and given to something else meanwhile. In place,
+// because every read and write begins and ends with it.
 class HeldFork {
 public:
-    explicit HeldFork(FSForkRefNum number);
+    explicit HeldFork(FSForkRefNum number) : number_(static_cast<uint16_t>(number)) {
+        if (number <= 0) return;
+        const uint32_t before = AddTo(forkSlots[number_].state, 1u, std::memory_order_acquire);
+        if (before & kForkOpen) {
+            fork_ = forkSlots[number_].fork.load(std::memory_order_relaxed);
+        } else {
+            LetGoOfFork(number_);
+        }
+    }
     HeldFork(const HeldFork&) = delete;
     HeldFork& operator=(const HeldFork&) = delete;
-    ~HeldFork();
+    ~HeldFork() {
+        if (fork_) LetGoOfFork(number_);
+    }
 
     explicit operator bool() const { return fork_; }
     OpenFork* operator->() const { return fork_; }
