@@ -104,12 +104,13 @@ BENCHMARK(StatOpenClose);
 void ReferenceOpenClose(benchmark::State& state) {
     FSRef ref;
     Place place;
+    Identity identity;
     struct statx facts;
     for (auto _ : state) {
         FSPathMakeRef(Bytes(TheTree().file), &ref, nullptr);
-        if (Guess(ref, place) != noErr) state.SkipWithError("no place");
+        if (Guess(ref, place, identity) != noErr) state.SkipWithError("no place");
         int file = OpenName(place.folder.descriptor(), place.name, O_RDONLY);
-        if (FactsAt(file, "", AT_EMPTY_PATH, facts) < 0 || !IsObject(ref, facts))
+        if (FactsAt(file, "", AT_EMPTY_PATH, facts) < 0 || !Matches(identity, facts))
             state.SkipWithError("no object");
         close(file);
     }

@@ -175,11 +175,12 @@ static OSErr OpenAsWished(const Wish& wish, Open open) {
 // Tries where the object was last seen, which saves a look at it.
 static OSErr OpenDataByGuess(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
     Place place;
-    const OSErr result = Guess(ref, place);
+    Identity identity;
+    const OSErr result = Guess(ref, place, identity);
     if (result != noErr || !S_ISREG(place.facts.stx_mode)) return fnfErr;
     return OpenAsWished(wish, [&](const Wish& each) {
         return OpenData(
-            place, each, [&ref](const struct statx& facts) { return IsObject(ref, facts); }, fork);
+            place, each, [&identity](const struct statx& facts) { return Matches(identity, facts); }, fork);
     });
 }
 

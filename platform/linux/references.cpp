@@ -204,10 +204,9 @@ OSErr LocateTarget(const FSRef& ref, Place& place) {
     return FollowLink(link, place);
 }
 
-OSErr Guess(const FSRef& ref, Place& place) {
+OSErr Guess(const FSRef& ref, Place& place, Identity& identity) {
     ReferenceRecord record;
     Spot spot;
-    Identity identity;
     if (!LastSeen(ref, record, identity, spot) || S_ISLNK(record.type) || !spot.name[0]) return fnfErr;
     OSErr result = OpenSpot(spot.folder, place.folder);
     if (result != noErr) return result;

@@ -6,6 +6,7 @@
 // table.
 #pragma once
 
+#include "platform/linux/identity.h"
 #include "platform/types.h"
 
 #include <sys/stat.h>
@@ -52,9 +53,9 @@ OSErr Locate(const FSRef& ref, Place& place);
 OSErr LocateTarget(const FSRef& ref, Place& place);
 
 // Where the object was when last seen, for a caller that opens it at once: saves the look that Locate takes.
-// `facts` holds only the type; the caller checks what it opened with IsObject, and goes through Locate when
-// it is not. Gives -43 for links and whatever else needs the longer way.
-OSErr Guess(const FSRef& ref, Place& place);
+// `facts` holds only the type; the caller checks with Matches whether what it opened has the identity, and
+// goes through Locate when it has not. Gives -43 for links and whatever else needs the longer way.
+OSErr Guess(const FSRef& ref, Place& place, Identity& identity);
 
 // Whether facts (of kFactsMask) are those of the object that the reference was made for.
 bool IsObject(const FSRef& ref, const struct statx& facts);

@@ -808,22 +808,26 @@ TEST_F(References, Guess_GivesThePlaceWithoutALook) {
     WriteFile(folder / "f", "");
     FSRef ref = RefTo(folder / "f");
     Place place;
-    ASSERT_EQ(Guess(ref, place), noErr);
+    Identity identity;
+    ASSERT_EQ(Guess(ref, place, identity), noErr);
     EXPECT_STREQ(place.name, "f");
     EXPECT_TRUE(S_ISREG(place.facts.stx_mode));
     struct statx facts;
     ASSERT_EQ(statx(place.folder.descriptor(), "f", AT_SYMLINK_NOFOLLOW, kFactsMask, &facts), 0);
     EXPECT_TRUE(IsObject(ref, facts));
+    EXPECT_TRUE(Matches(identity, facts));
     WriteFile(folder / "g", "");
     ASSERT_EQ(statx(place.folder.descriptor(), "g", AT_SYMLINK_NOFOLLOW, kFactsMask, &facts), 0);
     EXPECT_FALSE(IsObject(ref, facts));
+    EXPECT_FALSE(Matches(identity, facts));
 }
 
 TEST_F(References, Guess_LeavesLinksToTheLongWay) {
     WriteFile(folder / "f", "");
     fs::create_symlink("f", folder / "link");
     Place place;
-    EXPECT_EQ(Guess(RefTo(folder / "link"), place), fnfErr);
+    Identity identity;
+    EXPECT_EQ(Guess(RefTo(folder / "link"), place, identity), fnfErr);
 }
 
 TEST_F(References, OpenFolder_OfAFile_IsNotAFolder) {
