@@ -1,5 +1,6 @@
 // Listing folders and looking for names in them, beside loops of system calls that learn the same.
 #include "TavPort.h"
+#include "peak_memory.h"
 
 #include <benchmark/benchmark.h>
 
@@ -82,6 +83,18 @@ size_t ReadWithSystemCalls(const std::string& folder, bool attributes) {
     return count - 2; // "." and ".."
 }
 
+// Name, type, size and times of each entry, as the standard library gives them.
+size_t ReadWithStandardLibrary(const std::string& folder) {
+    size_t count = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        benchmark::DoNotOptimize(entry.is_directory());
+        benchmark::DoNotOptimize(entry.file_size());
+        benchmark::DoNotOptimize(entry.last_write_time());
+        ++count;
+    }
+    return count;
+}
+
 size_t ReadWithSearch(const std::u16string& folder) {
     TavFindDataW data;
     TavFindSearch* search = TavFindFirstFile(folder.c_str(), &data);
@@ -102,7 +115,32 @@ void Report(benchmark::State& state, size_t count) {
 static void ListTav(benchmark::State& state) {
     std::u16string folder = Wide(folders.WithFiles(static_cast<size_t>(state.range(0))));
     size_t count = 0;
+    ForgetPeakMemory();
+    const double before = PeakMemory();
     for (auto _ : state) count = ReadWithSearch(folder);
+    Report(state, count);
+    state.counters["peak_grown_KiB"] = (PeakMemory() - before) / 1024;
+}
+
+// The same with files that have changed since they were last listed, so that nothing is known of them.
+static void ListTavChanged(benchmark::State& state) {
+    const std::string& folder = folders.WithFiles(static_cast<size_t>(state.range(0)));
+    const std::u16string wide = Wide(folder);
+    size_t count = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (int64_t i = 0; i < state.range(0); ++i)
+            chmod((folder + "/file-" + std::to_string(i) + ".dat").c_str(), 0600);
+        state.ResumeTiming();
+        count = ReadWithSearch(wide);
+    }
+    Report(state, count);
+}
+
+static void ListStandardLibrary(benchmark::State& state) {
+    const std::string& folder = folders.WithFiles(static_cast<size_t>(state.range(0)));
+    size_t count = 0;
+    for (auto _ : state) count = ReadWithStandardLibrary(folder);
     Report(state, count);
 }
 
@@ -125,6 +163,8 @@ static void ListStatxAndAttribute(benchmark::State& state) {
 
 #define SIZES Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)
 BENCHMARK(ListTav)->SIZES;
+BENCHMARK(ListTavChanged)->SIZES;
+BENCHMARK(ListStandardLibrary)->SIZES;
 BENCHMARK(ListStatx)->SIZES;
 BENCHMARK(ListStatxAndAttribute)->SIZES;
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <malloc.h>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -115,6 +116,32 @@ BENCHMARK(MakeAndRelease_HashMap)
     ->ArgNames({"references", "sorted"})
     ->ArgsProduct({{10000, 100000, 1000000}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
+
+// Bytes that a live reference takes, its share of the cache included.
+void Memory_Reference(benchmark::State& state) {
+    const auto paths = Paths(static_cast<int>(state.range(0)));
+    std::vector<OpacTavFSRef*> live(paths.size());
+    for (auto _ : state) {
+        const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+        for (size_t i = 0; i < paths.size(); ++i) live[i] = Tav0FSRCreateWithPath(paths[i].c_str());
+        const size_t taken = mallinfo2().uordblks + mallinfo2().hblkhd - before;
+        for (OpacTavFSRef* r : live) Tav0FSRRelease(r);
+        state.counters["bytes_each"] = static_cast<double>(taken) / static_cast<double>(paths.size());
+    }
+}
+BENCHMARK(Memory_Reference)->Arg(1000)->Arg(100000)->Iterations(1);
+
+void Memory_HashMap(benchmark::State& state) {
+    const auto paths = Paths(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+        CountedMap map;
+        for (const auto& path : paths) map.Get(path);
+        const size_t taken = mallinfo2().uordblks + mallinfo2().hblkhd - before;
+        state.counters["bytes_each"] = static_cast<double>(taken) / static_cast<double>(paths.size());
+    }
+}
+BENCHMARK(Memory_HashMap)->Arg(1000)->Arg(100000)->Iterations(1);
 
 void Evaluated_Cached(benchmark::State& state) {
     OpacTavFSExp* e = Tav0FSExpCreateExp(u"M\\/Users/ann\\Documents\\letter.txt");
