@@ -42,16 +42,35 @@ uint64_t MonotonicNow() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-MountView CurrentMountView(uint64_t now) {
-    static thread_local MountView view = 0;
-    static thread_local uint64_t looked = 0;
+namespace {
+struct MountLook {
+    MountView view;
+    uint64_t when; // 0 before the first
+};
+} // namespace
+
+static constinit thread_local MountLook lastLook = {};
+
+bool IsMountViewRecent(uint64_t now) {
     constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
-    if (looked && now - looked < kTrusted) return view;
+    return lastLook.when && now - lastLook.when < kTrusted;
+}
+
+MountView CurrentMountView(uint64_t now) {
+    if (IsMountViewRecent(now)) return lastLook.view;
     struct statx root;
     if (FactsAt(AT_FDCWD, "/", 0, root) == 0)
-        view = static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
-    looked = now;
-    return view;
+        lastLook.view = static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
+    lastLook.when = now;
+    return lastLook.view;
+}
+
+MountView LastMountView() {
+    return lastLook.view;
+}
+
+void MountViewHolds(uint64_t now) {
+    if (lastLook.when) lastLook.when = now;
 }
 
 FolderHandle DescriptorCache::Get(MountView view, FolderID id) {

@@ -18,6 +18,14 @@ uint64_t MonotonicNow();
 using MountView = uint64_t;
 MountView CurrentMountView(uint64_t now);
 
+// The view at the calling thread's last look, and whether that is recent enough to be relied on.
+MountView LastMountView();
+bool IsMountViewRecent(uint64_t now);
+
+// To be called when a path has just led the calling thread to a folder on the very mount on which it was seen
+// in the last view: a mount belongs to one view only, so that is the thread's still.
+void MountViewHolds(uint64_t now);
+
 // Not locked; see reference_state.h.
 class DescriptorCache {
 public:

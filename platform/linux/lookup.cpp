@@ -106,20 +106,20 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
         id = kRootFolder;
         return noErr;
     }
-    uint64_t now = MonotonicNow();
-    MountView view = CurrentMountView(now);
-    if (Recall(view, path, length, now, id)) return noErr;
+    const uint64_t now = MonotonicNow();
+    if (IsMountViewRecent(now) && Recall(LastMountView(), path, length, now, id)) return noErr;
     std::string text(path, length);
     struct statx facts;
     if (FactsAt(AT_FDCWD, text.c_str(), AT_SYMLINK_NOFOLLOW, facts) < 0) return LastError();
-    if (S_ISLNK(facts.stx_mode)) {
-        struct statx target;
-        if (FactsAt(AT_FDCWD, text.c_str(), 0, target) < 0) return LastError();
-        if (Confirm(view, path, length, now, target, id)) return noErr;
-    } else {
-        if (!S_ISDIR(facts.stx_mode)) return errFSNotAFolder;
-        if (Confirm(view, path, length, now, facts, id)) return noErr;
+    struct statx target = facts;
+    if (S_ISLNK(facts.stx_mode) && FactsAt(AT_FDCWD, text.c_str(), 0, target) < 0) return LastError();
+    if (!S_ISDIR(target.stx_mode)) return errFSNotAFolder;
+    if (Confirm(LastMountView(), path, length, now, target, id)) {
+        MountViewHolds(now);
+        return noErr;
     }
+    const MountView view = CurrentMountView(now);
+    if (Confirm(view, path, length, now, target, id)) return noErr;
     OSErr result = EnterByPath(text, facts, id);
     if (result == noErr) Keep(view, path, length, now, id);
     return result;

@@ -1,15 +1,14 @@
 #include "platform/linux/bare_objects.h"
 
 #include "platform/catalog.h"
-#include "platform/linux/attributes.h"
-#include "platform/linux/object_facts.h"
 #include "platform/references.h"
 #include "support/files.h"
 
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <sys/xattr.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 // An object whose last change is long past.
 static struct statx OldObject(uint64_t inode) {

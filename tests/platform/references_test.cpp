@@ -703,6 +703,32 @@ TEST_F(References, ThreadInOtherMounts_DoesNotSeeThroughThem) {
     EXPECT_EQ(status, 0);
 }
 
+TEST_F(References, ThreadThatChangesItsMounts_FindsWhatItSeesNow) {
+    fs::create_directory(folder / "d");
+    WriteFile(folder / "d/f", "");
+    std::string path = folder / "d";
+    int status = 0;
+    auto body = [&] {
+        int result = 0;
+        std::thread changing([&] {
+            FSRef before = RefTo(path + "/f"), same, covering;
+            if (Find(before) != noErr) result = 1;
+            if (unshare(CLONE_NEWNS)) result = 2;
+            if (PathToRef(path + "/f", same) != noErr || Find(same) != noErr) result = 3;
+            if (mount("none", path.c_str(), "tmpfs", 0, nullptr)) result = 4;
+            if (PathToRef(path + "/f", covering) != fnfErr) result = 5;
+            WriteFile(path + "/f", "another");
+            if (PathToRef(path + "/f", covering) != noErr || Find(covering) != noErr) result = 6;
+            if (FSCompareFSRefs(&covering, &covering) != noErr) result = 7;
+            if (PathOf(covering) != path + "/f" || Find(before) != fnfErr) result = 8;
+        });
+        changing.join();
+        return result;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(References, MountOverAFolder_ParentWalkGoesOnAndTheCoveredObjectIsGone) {
     fs::create_directories(folder / "outer/point");
     WriteFile(folder / "outer/point/covered", "");
