@@ -1,6 +1,6 @@
 // The string service's creation, release and copying out. Strings hold UTF-16 as it comes, lone surrogates
-// included; nothing is composed or decomposed. UTF-8 is strict, but that units U+DC80 to U+DCFF become the
-// bytes that they stand for in names; Mac Roman has a table of its own (mac_roman.cpp); letter case is in
+// included; nothing is composed or decomposed. UTF-8 is strict, but that bytes which are no text become units
+// U+DC80 to U+DCFF and back, as in names, so that every path of the host is a text; Mac Roman has a table of its own (mac_roman.cpp); letter case is in
 // strings_case.cpp. Where a text does not fit or cannot be encoded, the bytes behind the empty result are
 // left as the platform leaves them: an ASCII text is not begun at all, any other is written as far as it
 // went. Order: objects, creation, appending, copying out.
@@ -43,7 +43,7 @@ ptrdiff_t Decode(const char* bytes, size_t n, CFStringEncoding encoding, UniChar
     UErrorCode status = U_ZERO_ERROR;
     int32_t length = 0;
     u_strFromUTF8(units, static_cast<int32_t>(n), &length, bytes, static_cast<int32_t>(n), &status);
-    return U_SUCCESS(status) ? length : -1;
+    return U_SUCCESS(status) ? length : static_cast<ptrdiff_t>(UnitsFromBytes(bytes, n, units, n));
 }
 
 // How many units from a position on stand for bytes that are no text, counted up to the longest sequence of

@@ -19,7 +19,10 @@ static constexpr TavChar kGuard = 0x5A5A;
 static std::string Root(const std::string& path) {
     TavChar out[1025];
     std::fill(std::begin(out), std::end(out), kGuard);
-    return TavPathGetRoot(Wide(path).c_str(), out) ? Narrow(out) : "none";
+    if (!TavPathGetRoot(Wide(path).c_str(), out)) return "none";
+    EXPECT_TRUE(std::all_of(out + tav_wcslen(out) + 1, std::end(out), [](TavChar u) { return u == kGuard; }))
+        << path;
+    return Narrow(out);
 }
 
 static int32_t SameRoot(const std::string& path1, const std::string& path2) {
@@ -179,6 +182,23 @@ TEST_F(DrivesTest, AwkwardRoots_AreFound) {
                    "berma\xC3\x9F/x"),
               "/")
         << "only ASCII letters match in the other case";
+}
+
+// A volume may be mounted on a name that is no text; its odd bytes are lone surrogates, as in all names.
+TEST_F(DrivesTest, RootThatIsNotText_IsListedAndFound) {
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/bad\xFF"));
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/good"));
+    const std::u16string root = u"/Volumes/bad\xDCFF/";
+    Units buffer(200, 0);
+    EXPECT_EQ(TavGetLogicalDriveStrings(200, buffer.data()), 2 + (root.size() + 1) + 15);
+    EXPECT_EQ(std::u16string(buffer.data() + 2), root);
+    EXPECT_EQ(Narrow(buffer.data() + 2 + root.size() + 1), "/Volumes/good/");
+
+    TavChar out[1025] = {};
+    EXPECT_EQ(TavGetPathDriver(u"/Volumes/BAD\xDCFF/x", out), 1);
+    EXPECT_EQ(std::u16string(out), root);
+    EXPECT_EQ(TavPathIsSameRoot(u"/Volumes/bad\xDCFF/x", u"/Volumes/bad\xDCFF"), 1);
+    EXPECT_EQ(TavPathIsSameRoot(u"/Volumes/bad\xDCFF/x", u"/Volumes/bad\xDCFE/x"), 0);
 }
 
 TEST_F(DrivesTest, RootlessPath_LeavesTheBufferAlone) {

@@ -93,9 +93,22 @@ TEST(StringService, GetCharactersCopiesTheRangeOnly) {
     EXPECT_EQ(std::u16string(buffer, 4), std::u16string({u'c', u'd', u'e', 9}));
 }
 
-TEST(StringService, BytesThatAreNotUTF8MakeNoString) {
-    EXPECT_EQ(CFStringCreateWithCString(nullptr, "a\x80", kCFStringEncodingUTF8), nullptr);
-    EXPECT_EQ(CFStringCreateWithCString(nullptr, "\xED\xA0\x80", kCFStringEncodingUTF8), nullptr);
+TEST(StringService, BytesThatAreNotUTF8BecomeTheUnitsThatStandForThemAndBytesAgain) {
+    const struct {
+        const char* bytes;
+        std::u16string units;
+    } rows[] = {
+        {"a\x80", u"a\xDC80"},
+        {"\xED\xA0\x80", u"\xDCED\xDCA0\xDC80"},
+        {"\xC3\xA9\xFF\xF0\x9F\x98\x80\xC3", u"\x00E9\xDCFF\xD83D\xDE00\xDCC3"},
+    };
+    for (const auto& row : rows) {
+        const String string(CFStringCreateWithCString(nullptr, row.bytes, kCFStringEncodingUTF8));
+        EXPECT_EQ(Content(string.get()), row.units);
+        char back[16];
+        EXPECT_TRUE(CFStringGetCString(string.get(), back, sizeof back, kCFStringEncodingUTF8));
+        EXPECT_STREQ(back, row.bytes);
+    }
     const String good(CFStringCreateWithCString(nullptr, "a\xC3\xA9\xF0\x9F\x98\x80", kCFStringEncodingUTF8));
     EXPECT_EQ(Content(good.get()), u"a\x00E9\xD83D\xDE00");
 }
@@ -112,10 +125,10 @@ TEST(StringService, MutableStringsGrow) {
     EXPECT_EQ(Content(string.get()), expected);
 }
 
-TEST(StringService, AppendingBytesThatAreNotUTF8ChangesNothing) {
+TEST(StringService, BytesThatAreNotUTF8AreAppendedAsUnits) {
     const MutableString string = MakeMutable(u"ab");
     CFStringAppendCString(string.get(), "c\xFF", kCFStringEncodingUTF8);
-    EXPECT_EQ(Content(string.get()), u"ab");
+    EXPECT_EQ(Content(string.get()), u"abc\xDCFF");
 }
 
 TEST(StringCompare, AgreesWithTheMeasuredPairsBothWays) {
