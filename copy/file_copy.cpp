@@ -7,6 +7,7 @@
 #include "platform/references.h"
 #include "platform/strings.h"
 
+#include <algorithm>
 #include <cstring>
 
 OSErr AskFilter(const FilterParams* filter, Boolean isFolder, ItemCount level, OSErr result,
@@ -46,13 +47,26 @@ OSErr CopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef
     return DoCopyFile(source, &info, destDir, newName, params, newRef, newSpec);
 }
 
+// Whether Mac Roman text reads back as the very same units. Composing what the name holds apart would make it
+// the name of another object.
+static bool ReadsBackAs(const char* text, const HFSUniStr255& name) {
+    CFStringRef string = CFStringCreateWithCString(nullptr, text, kCFStringEncodingMacRoman);
+    if (!string) return false;
+    HFSUniStr255 back;
+    CFIndex length = CFStringGetLength(string);
+    bool isSame = length == name.length;
+    if (isSame) CFStringGetCharacters(string, {0, length}, back.unicode);
+    CFRelease(string);
+    return isSame && std::equal(name.unicode, name.unicode + name.length, back.unicode);
+}
+
 OSErr UniStrToPStr(const HFSUniStr255* uniName, TextEncoding, uint8_t name[64]) {
     CFStringRef string = CFStringCreateWithCharacters(nullptr, uniName->unicode, uniName->length);
     if (!string) return memFullErr;
     char* text = reinterpret_cast<char*>(name) + 1;
     Boolean fits = CFStringGetCString(string, text, 63, kCFStringEncodingMacRoman);
     CFRelease(string);
-    if (!fits) return bdNamErr;
+    if (!fits || !ReadsBackAs(text, *uniName)) return bdNamErr;
     name[0] = static_cast<uint8_t>(std::strlen(text));
     return name[0] ? noErr : bdNamErr;
 }
@@ -61,6 +75,21 @@ OSErr FSMakeFSRef(FSVolumeRefNum volume, int32_t dirID, const uint8_t* name, FSR
     FSSpec spec;
     OSErr result = FSMakeFSSpec(volume, dirID, name, &spec);
     return result == noErr ? FSpMakeFSRef(&spec, ref) : result;
+}
+
+// Deletes what the server has made and nobody can name through it. The copy by hand, which comes next, would
+// meet it as an object that has the name already.
+static void DeleteServersCopy(const FSRef* source, const FSRef* destDir, const HFSUniStr255* newName) {
+    HFSUniStr255 name;
+    OSErr result = noErr;
+    if (newName)
+        name = *newName;
+    else
+        result = GetObjectName(source, &name);
+    FSRef copy;
+    if (result == noErr)
+        result = FSMakeFSRefUnicode(destDir, name.length, name.unicode, kTextEncodingUnknown, &copy);
+    if (result == noErr) FSDeleteObjects(&copy);
 }
 
 OSErr FSUsePBHCopyFile(const FSRef* source, const FSRef* destDir, TextEncoding encodingHint,
@@ -83,12 +112,13 @@ OSErr FSUsePBHCopyFile(const FSRef* source, const FSRef* destDir, TextEncoding e
     block.ioNewDirID = static_cast<int32_t>(destInfo.nodeID);
     block.ioCopyName = newName ? copyName : nullptr;
     result = PBHCopyFileSync(&block);
+    if (result != noErr) return result;
 
     const uint8_t* nameThere = newName ? copyName : sourceSpec.name;
-    if (result == noErr && newSpec)
-        result = FSMakeFSSpec(block.ioDstVRefNum, block.ioNewDirID, nameThere, newSpec);
+    if (newSpec) result = FSMakeFSSpec(block.ioDstVRefNum, block.ioNewDirID, nameThere, newSpec);
     if (result == noErr && newRef)
         result = FSMakeFSRef(block.ioDstVRefNum, block.ioNewDirID, nameThere, newRef);
+    if (result != noErr) DeleteServersCopy(source, destDir, newName);
     return result;
 }
 

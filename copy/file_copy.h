@@ -14,7 +14,7 @@ OSErr FSCopyFile(const FSRef* source, const FSRef* destDir, const FSCatalogInfo*
 OSErr CopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef* destDir,
                const HFSUniStr255* newName, CopyParams* params, FSRef* newRef, FSSpec* newSpec);
 
-// Has the server copy the file.
+// Has the server copy the file; a copy whose FSSpec or reference is wanted and cannot be had is removed.
 OSErr FSUsePBHCopyFile(const FSRef* source, const FSRef* destDir, TextEncoding encodingHint,
                        const HFSUniStr255* newName, FSRef* newRef, FSSpec* newSpec);
 
@@ -25,7 +25,8 @@ OSErr DoCopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSR
 // The reference of the object named by volume, folder and length-prefixed Mac Roman name.
 OSErr FSMakeFSRef(FSVolumeRefNum volume, int32_t dirID, const uint8_t* name, FSRef* ref);
 
-// A Unicode name as Mac Roman with its length in front, at most 62 bytes; -37 where it cannot be said so.
+// A Unicode name as Mac Roman with its length in front, at most 62 bytes; -37 where it cannot be said so
+// or would read back as other units.
 OSErr UniStrToPStr(const HFSUniStr255* uniName, TextEncoding encodingHint, uint8_t name[64]);
 
 // Fetches what the filter wants to know beyond the settable facts and asks it; 0 changes nothing without a

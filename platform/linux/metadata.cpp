@@ -172,14 +172,17 @@ OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatal
     return result;
 }
 
-// The name in Mac Roman with its length in front; empty when it has no such name or a longer one.
+// The name in Mac Roman with its length in front; empty when it has no such name or a longer one. A name whose
+// characters Mac Roman only has in another form has none: read back, it would mean another object.
 static void FillRomanName(const char* bytes, uint8_t (&roman)[64]) {
     HFSUniStr255 name;
     NameFromBytes(bytes, name);
     size_t length = 0;
     for (size_t at = 0; at < name.length;) {
+        const UniChar unit = name.unicode[at];
         const int character = mac_roman::Encode(name.unicode, name.length, at);
-        if (character < 0 || length == sizeof(roman) - 1) {
+        const bool isTheUnit = character >= 0 && mac_roman::Decode(static_cast<uint8_t>(character)) == unit;
+        if (!isTheUnit || length == sizeof(roman) - 1) {
             length = 0;
             break;
         }

@@ -39,6 +39,7 @@ struct Server {
     OSErr accessResult = paramErr;
     uint32_t access = 0;
     OSErr copyResult = noErr;
+    OSErr namingResult = noErr;
     std::string destFolder; // where the server puts its copies
     std::vector<Request> rightsAsked, copies;
 };
@@ -56,6 +57,13 @@ Request Noted(const HParamBlockRec& block) {
 } // namespace
 
 extern "C" {
+
+OSErr __real_FSMakeFSSpec(FSVolumeRefNum, int32_t, const uint8_t*, FSSpec*);
+
+OSErr __wrap_FSMakeFSSpec(FSVolumeRefNum volume, int32_t folder, const uint8_t* name, FSSpec* spec) {
+    return server.namingResult != noErr ? server.namingResult
+                                        : __real_FSMakeFSSpec(volume, folder, name, spec);
+}
 
 OSErr __wrap_PBHGetVolParmsSync(HParamBlockRec* block) {
     const VolumeFacts& facts = block->ioVRefNum == server.sourceVolume ? server.source : server.dest;
@@ -289,6 +297,42 @@ TEST_F(ServedVolumes, CopyThatTheServerFailsToMakeIsMadeByHand) {
         fs::remove(To("file"));
     }
     EXPECT_EQ(server.copies.size(), 5u);
+}
+
+// It would stand in the way of the copy by hand.
+TEST_F(ServedVolumes, CopyThatTheServerMadeAndNobodyCanNameIsMadeByHand) {
+    WriteFile(From("file"), "content");
+    ServeBoth();
+    server.namingResult = ioErr;
+    FSRef copy;
+    EXPECT_EQ(Copy("file", u"", &copy), noErr);
+    EXPECT_EQ(server.copies.size(), 1u);
+    EXPECT_EQ(ReadFile(To("file")), "content");
+    EXPECT_EQ(PathOf(copy), To("file"));
+}
+
+TEST_F(ServedVolumes, CopyThatKeepsTheSourcesNameAndCannotBeNamedIsRemoved) {
+    WriteFile(From("file"), "content");
+    server.namingResult = ioErr;
+    FSRef object = Reference(From("file")), copy;
+    FSSpec spec;
+    EXPECT_EQ(FSUsePBHCopyFile(&object, &dest, kTextEncodingUnknown, nullptr, &copy, nullptr), ioErr);
+    EXPECT_FALSE(fs::exists(To("file")));
+    EXPECT_EQ(FSUsePBHCopyFile(&object, &dest, kTextEncodingUnknown, nullptr, nullptr, &spec), ioErr);
+    EXPECT_FALSE(fs::exists(To("file")));
+    EXPECT_EQ(ReadFile(From("file")), "content");
+}
+
+// Mac Roman would put the letter and its accent together: the name of another file.
+TEST_F(ServedVolumes, FileWhoseNameWouldReadBackAsAnotherIsCopiedByHand) {
+    const std::string apart = "e\xCC\x81", composed = "\xC3\xA9";
+    WriteFile(From(apart), "apart");
+    WriteFile(From(composed), "composed");
+    ServeBoth();
+    ASSERT_EQ(Copy(apart), noErr);
+    EXPECT_EQ(server.copies.size(), 0u);
+    EXPECT_EQ(ReadFile(To(apart)), "apart");
+    EXPECT_FALSE(fs::exists(To(composed)));
 }
 
 TEST_F(ServedVolumes, FileWhoseNameTheServerCannotBeToldIsCopiedByHand) {

@@ -267,6 +267,8 @@ TEST_F(Metadata, SpecOfANameThatDoesNotFit_HasNoName) {
         {std::string(64, 'n'), std::string(1, '\0')},
         {"caf\xC3\xA9", "\4caf\x8E"},
         {"\xE6\x97\xA5", std::string(1, '\0')},
+        {"e\xCC\x81", std::string(1, '\0')},    // would read back as one letter
+        {"\xE2\x84\xA6", std::string(1, '\0')}, // the ohm sign would read back as Omega
         {"a:b", "\3a/b"},
     };
     for (const auto& each : cases) {
