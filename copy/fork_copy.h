@@ -4,11 +4,14 @@
 #include "copy/object_copy.h"
 
 // A destination fork that stays open: a file in a drop box cannot be opened again once it is closed.
+#pragma pack(push, 4)
 struct ForkTrackerRec {
     HFSUniStr255 forkName;
     uint64_t forkSize;
     FSForkRefNum forkDestRefNum; // 0 when not open
 };
+#pragma pack(pop)
+static_assert(sizeof(ForkTrackerRec) == 524);
 
 // Copies every fork of `source` into the existing file `dest`.
 OSErr CopyForks(const FSRef* source, const FSRef* dest, CopyParams* params);

@@ -1901,7 +1901,8 @@ int32_t TavPathCommonPrefix(const TavChar* path1, const TavChar* path2, TavChar*
  * the first half of it is zeroed here.
  *
  * @param length  size of the buffer in units.
- * @param buffer  receives the list; null only where no volume fits in length.
+ * @param buffer  receives the list, never null: a length of 0 does not ask for the size, as volumes behind one
+ *                that does not fit are written at their places all the same.
  * @return the units that the list needs without its last zero, whether or not it was written.
  * @owner   nothing to release.
  * @threads any number at the same time, each on a buffer of its own.
@@ -2045,17 +2046,22 @@ int32_t TavFindClose(TavFindSearch* hFindFile);
  *
  * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete;
  * when the copy fails it comes back under the last component of the existing path. Items inside a folder that
- * cannot be copied (unreadable files, pipes, sockets, devices) are skipped. Links inside a folder are copied
- * as links; a link as the existing path is followed.
+ * cannot be copied (unreadable files, pipes, files without room) are skipped, and a copy that lacks them
+ * replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no file
+ * can be written: a file fails, a folder is copied without its files. Links inside a folder are copied as
+ * links; a link as the existing path is followed.
  *
  * @param existingFileName  path of the file or folder, not null.
  * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255
  *                          units.
  * @param failIfExists      1 to fail when the new path exists, 0 to replace what is there.
- * @return 1 when the copy is complete; 0 when it failed: nothing of it is left under the new path, except
- *         that a folder copied without replacing keeps what was copied. A folder is never copied into itself.
+ * @return 1 when the copy is made; 0 when it failed: nothing of it is left under the new path, except that a
+ *         folder copied without replacing keeps what was copied, and that the copy stays where only the old
+ *         object, still ".DeleteMe", could not be deleted. A folder is never copied into itself, nor does it
+ *         replace a folder that it is in.
  * @owner   nothing to release.
- * @threads any; two calls must not write to the same new path.
+ * @threads any; while a call replaces an object, no other may replace one in the same folder, whatever its
+ *          name; two calls must not write to the same new path.
  * @windows CopyFileW
  */
 int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName, int32_t failIfExists);

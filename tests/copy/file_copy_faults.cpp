@@ -266,6 +266,57 @@ TEST_F(CopySteps, NameWhoseTenCandidatesAllExistIsLeftAsItWas) {
     EXPECT_EQ(std::u16string(name.unicode, name.unicode + name.length), u"file");
 }
 
+TEST_F(CopySteps, LookUpOfTheNameThatFailsIsTheResultAndNothingIsSetAside) {
+    WriteFile(folder / "to/file", "old");
+    for (DupeAction action : {kDupeActionStandard, kDupeActionReplace, kDupeActionRename}) {
+        faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSMakeFSRefUnicode"});
+        OSErr result = Copy(action);
+        faults::Pause pause;
+        EXPECT_EQ(result, ioErr);
+        EXPECT_EQ(fault.calls("FSMakeFSRefUnicode"), 1u);
+        EXPECT_EQ(fault.calls("FSRenameUnicode"), 0u);
+        EXPECT_EQ(fault.calls("FSCreateFileUnicode"), 0u);
+    }
+    EXPECT_EQ(ReadFile(folder / "to/file"), "old");
+}
+
+TEST_F(CopySteps, NameIsLeftAsItWasWhenTheLookUpOfACandidateFails) {
+    HFSUniStr255 name = Name(u"file");
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSMakeFSRefUnicode"});
+    OSErr result = GetUniqueName(&dest, &name);
+    faults::Pause pause;
+    EXPECT_EQ(result, ioErr);
+    EXPECT_EQ(std::u16string(name.unicode, name.unicode + name.length), u"file");
+}
+
+TEST_F(CopySteps, FactsThatTheFilterWantsAndCannotHaveAreTheResultItIsTold) {
+    OSErr told = noErr;
+    auto record = [](Boolean, ItemCount, OSErr result, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                     const HFSUniStr255*, const FSRef*, void* data) -> OSErr {
+        *static_cast<OSErr*>(data) = result;
+        return -128;
+    };
+    // The preflight asks for catalog information five times; the filter's facts come next.
+    faults::Injection fault({.call = 6, .code = ioErr, .operation = "FSGetCatalogInfo"});
+    OSErr result = FSCopyObject(&source, &dest, 0, kFSCatInfoDataSizes, kDupeActionStandard, nullptr, false,
+                                false, record, &told, nullptr, nullptr);
+    faults::Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(told, ioErr);
+    EXPECT_EQ(result, -128);
+}
+
+TEST_F(CopySteps, SettableFactsAreNotFetchedAgainForTheFilter) {
+    auto accept = [](Boolean, ItemCount, OSErr result, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                     const HFSUniStr255*, const FSRef*, void*) -> OSErr { return result; };
+    faults::Injection watch;
+    OSErr result = FSCopyObject(&source, &dest, 0, kFSCatInfoSettableInfo, kDupeActionStandard, nullptr,
+                                false, false, accept, nullptr, nullptr, nullptr);
+    faults::Pause pause;
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(watch.calls("FSGetCatalogInfo"), 5u);
+}
+
 TEST(UniStrToPStr, PutsTheLengthInFrontOfTheMacRomanName) {
     HFSUniStr255 name = Name(u"\u00e9a");
     uint8_t text[64];
@@ -281,4 +332,11 @@ TEST(UniStrToPStr, RefusesNamesThatCannotBeSaid) {
     EXPECT_EQ(UniStrToPStr(&other, kTextEncodingUnknown, text), bdNamErr);
     EXPECT_EQ(UniStrToPStr(&longName, kTextEncodingUnknown, text), bdNamErr);
     EXPECT_EQ(UniStrToPStr(&empty, kTextEncodingUnknown, text), bdNamErr);
+}
+
+TEST(UniStrToPStr, RefusesNamesThatWouldReadBackAsOthers) {
+    uint8_t text[64];
+    HFSUniStr255 apart = Name(u"e\u0301"), ohm = Name(u"\u2126");
+    EXPECT_EQ(UniStrToPStr(&apart, kTextEncodingUnknown, text), bdNamErr);
+    EXPECT_EQ(UniStrToPStr(&ohm, kTextEncodingUnknown, text), bdNamErr);
 }

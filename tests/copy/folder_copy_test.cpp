@@ -2,6 +2,7 @@
 
 #include "platform/catalog.h"
 #include "platform/references.h"
+#include "platform/volumes.h"
 #include "support/files.h"
 #include "support/references.h"
 
@@ -164,6 +165,37 @@ TEST_F(FolderCopyTest, FilterSeesEachItemWithLevelAndName) {
     };
     ASSERT_EQ(CopyTree(0, kDupeActionStandard, record, &seen), noErr);
     EXPECT_EQ(seen, (Paths{"tree/0", "a/1", "b/2", "file2"}));
+}
+
+TEST_F(FolderCopyTest, FilterIsGivenTheFurtherFactsTheSpecAndTheFolderOfEachItem) {
+    fs::create_directories(From("tree/a"));
+    WriteFile(From("tree/a/file"), "content");
+    WriteFile(From("tree/empty"), "");
+    Paths seen;
+    auto record = [](Boolean isFolder, ItemCount, OSErr result, const FSCatalogInfo* info, const FSRef* ref,
+                     const FSSpec* spec, const HFSUniStr255* name, const FSRef* dest, void* data) -> OSErr {
+        EXPECT_EQ(result, noErr);
+        EXPECT_EQ(name, nullptr);
+        FSRef fromSpec;
+        EXPECT_TRUE(spec && FSpMakeFSRef(spec, &fromSpec) == noErr && PathOf(fromSpec) == PathOf(*ref));
+        const fs::path path = PathOf(*ref);
+        EXPECT_EQ(path.parent_path().string(), PathOf(*dest));
+        static_cast<Paths*>(data)->insert(path.filename().string() +
+                                          (isFolder ? "/" : std::to_string(info->dataLogicalSize)));
+        return noErr;
+    };
+    FSRef source = Reference(From("tree")), dest = Reference(folder / "to");
+    ASSERT_EQ(FSCopyObject(&source, &dest, 0, kFSCatInfoDataSizes, kDupeActionStandard, nullptr, true, false,
+                           record, &seen, nullptr, nullptr),
+              noErr);
+    EXPECT_EQ(seen, (Paths{"tree/", "a/", "file7", "empty0"}));
+}
+
+TEST_F(FolderCopyTest, SourceReachedThroughALinkIsNotCopiedIntoItself) {
+    fs::create_directories(From("tree/a"));
+    fs::create_directory_symlink(From("tree"), folder / "link");
+    EXPECT_EQ(TavCopyFile(Wide(folder / "link").c_str(), Wide(From("tree/a/copy")).c_str(), 1), 0);
+    EXPECT_EQ(Entries(From("tree")), (Paths{"a"}));
 }
 
 TEST_F(FolderCopyTest, SubFoldersAreVisitedBeforeLaterSiblings) {

@@ -1,5 +1,7 @@
 #include "copy/object_copy.h"
 
+#include "copy/file_copy.h"
+#include "copy/folder_copy.h"
 #include "platform/references.h"
 #include "support/files.h"
 #include "support/references.h"
@@ -547,4 +549,115 @@ TEST_F(ObjectCopyTest, TavCopyFileRefusesBadArguments) {
     EXPECT_EQ(CopyPath(From("file"), "/" + std::string(1023, 'n'), 1), 0);
     EXPECT_TRUE(fs::is_empty(To("")));
     EXPECT_EQ(CopyPath(From("file"), To(std::string(255, 'n')), 1), 1);
+}
+
+// ---- Arguments and results of the steps
+
+TEST_F(ObjectCopyTest, PreflightNeedsEveryPointer) {
+    WriteFile(From("file"), "x");
+    FSRef source = Reference(From("file")), dest = Reference(To("")), setAside;
+    CopyParams params;
+    HFSUniStr255 name = Name(u"file");
+    FSCatalogInfo info;
+    Boolean isFolder, isReplacing;
+    for (int missing = 0; missing < 8; ++missing) {
+        OSErr result = FSCopyObjectPreflight(
+            missing == 0 ? nullptr : &source, missing == 1 ? nullptr : &dest, kDupeActionStandard,
+            missing == 2 ? nullptr : &params, missing == 3 ? nullptr : &name, missing == 4 ? nullptr : &info,
+            missing == 5 ? nullptr : &isFolder, missing == 6 ? nullptr : &setAside,
+            missing == 7 ? nullptr : &isReplacing);
+        EXPECT_EQ(result, paramErr) << missing;
+    }
+}
+
+TEST_F(ObjectCopyTest, StepsNeedEveryPointerButTheResults) {
+    WriteFile(From("file"), "x");
+    FSRef source = Reference(From("file")), dest = Reference(To(""));
+    HFSUniStr255 name = Name(u"file");
+    FSCatalogInfo info{};
+    char buffer[1024];
+    CopyParams params{buffer, sizeof buffer, false, true, false, kDupeActionStandard};
+    FilterParams filter{};
+    for (int missing = 0; missing < 6; ++missing) {
+        const FSRef* from = missing == 0 ? nullptr : &source;
+        const FSRef* to = missing == 1 ? nullptr : &dest;
+        const FSCatalogInfo* facts = missing == 2 ? nullptr : &info;
+        const HFSUniStr255* newName = missing == 3 ? nullptr : &name;
+        CopyParams* shared = missing == 4 ? nullptr : &params;
+        FilterParams* asked = missing == 5 ? nullptr : &filter;
+        EXPECT_EQ(FSCopyFile(from, to, facts, newName, shared, asked, nullptr, nullptr), paramErr) << missing;
+        EXPECT_EQ(FSCopyFolder(from, to, facts, newName, shared, asked, 0, nullptr, nullptr), paramErr)
+            << missing;
+        if (missing < 5) {
+            EXPECT_EQ(CopyFile(from, facts, to, newName, shared, nullptr, nullptr), paramErr) << missing;
+        }
+    }
+    EXPECT_TRUE(fs::is_empty(To("")));
+}
+
+TEST_F(ObjectCopyTest, ReferenceAndSpecOfTheCopyAreGivenForFilesAndFolders) {
+    WriteFile(From("file"), "x");
+    fs::create_directory(From("tree"));
+    for (const char* object : {"file", "tree"}) {
+        FSRef source = Reference(From(object)), dest = Reference(To("")), copy, fromSpec;
+        HFSUniStr255 name = Name(Wide(std::string("new ") + object));
+        FSSpec spec;
+        ASSERT_EQ(FSCopyObject(&source, &dest, 0, 0, 0, &name, false, false, nullptr, nullptr, &copy, &spec),
+                  noErr);
+        EXPECT_EQ(PathOf(copy), To(std::string("new ") + object));
+        ASSERT_EQ(FSpMakeFSRef(&spec, &fromSpec), noErr);
+        EXPECT_EQ(PathOf(fromSpec), To(std::string("new ") + object));
+    }
+}
+
+TEST_F(ObjectCopyTest, ReferenceIsLeftAloneWhenTheCopyFails) {
+    WriteFile(From("file"), "new");
+    fs::create_directory(From("tree"));
+    WriteFile(To("file"), "old");
+    fs::create_directory(To("tree"));
+    for (const char* object : {"file", "tree"}) {
+        FSRef copy = Reference(From("file"));
+        EXPECT_EQ(Copy(object, kDupeActionStandard, u"", &copy), dupFNErr);
+        EXPECT_EQ(PathOf(copy), From("file")) << object;
+    }
+}
+
+// ---- Drop boxes: folders that others may write and search, but not read
+
+// kept: what a drop box receives is made from the forks that the new file has, which are empty and not open.
+TEST_F(ObjectCopyTest, FileIntoADropBoxFailsAndLeavesNothing) {
+    WriteFile(From("file"), "content");
+    WriteFile(From("empty"), "");
+    ASSERT_EQ(chmod(To("").c_str(), 0733), 0);
+    EXPECT_EQ(CopyPath(From("file"), To("file"), 1), 0);
+    EXPECT_EQ(CopyPath(From("empty"), To("empty"), 1), 0);
+    EXPECT_TRUE(fs::is_empty(To("")));
+    EXPECT_EQ(ReadFile(From("file")), "content");
+}
+
+TEST_F(ObjectCopyTest, FailedReplaceInADropBoxBringsTheOldFileBack) {
+    WriteFile(From("file"), "content");
+    WriteFile(To("file"), "old");
+    ASSERT_EQ(chmod(To("").c_str(), 0733), 0);
+    EXPECT_EQ(CopyPath(From("file"), To("file"), 0), 0);
+    EXPECT_EQ(ReadFile(To("file")), "old");
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+}
+
+// kept: a file that fails is skipped, so the tree counts as copied; what it replaces is then deleted.
+TEST_F(ObjectCopyTest, FolderIntoADropBoxIsCopiedWithoutFilesAndReplacesTheOldOne) {
+    fs::create_directories(From("tree/sub"));
+    WriteFile(From("tree/file"), "content");
+    WriteFile(From("tree/sub/empty"), "");
+    fs::create_directory(To("tree"));
+    WriteFile(To("tree/old"), "old");
+    ASSERT_EQ(chmod(To("").c_str(), 0733), 0);
+    EXPECT_EQ(CopyPath(From("tree"), To("new"), 1), 1);
+    EXPECT_EQ(CopyPath(From("tree"), To("tree"), 0), 1);
+    for (const char* copy : {"new", "tree"}) {
+        EXPECT_TRUE(fs::is_empty(To(std::string(copy) + "/sub"))) << copy;
+        EXPECT_EQ(std::distance(fs::directory_iterator(To(copy)), {}), 1) << copy;
+    }
+    EXPECT_FALSE(Exists(To(".DeleteMe")));
+    EXPECT_EQ(ReadFile(From("tree/file")), "content");
 }
