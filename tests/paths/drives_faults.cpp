@@ -2,6 +2,7 @@
 // documented one.
 #include "paths/drives.h"
 #include "support/faults.h"
+#include "support/private_mounts.h"
 
 #include <gtest/gtest.h>
 
@@ -73,6 +74,50 @@ TEST(Drives, ListWithAFailingVolume_EndsThere) {
     faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSGetVolumeInfo"});
     EXPECT_EQ(TavGetLogicalDriveStrings(4096, buffer), 0u);
     EXPECT_EQ(buffer[0], 0);
+}
+
+// ---- One of several volumes fails
+
+class SeveralDrives : public testing::Test {
+protected:
+    void SetUp() override {
+        SKIP_IF_MISSING(mounts.Missing());
+        SKIP_IF_MISSING(mounts.MountTmpfs("/Aa"));
+        SKIP_IF_MISSING(mounts.MountTmpfs("/Bb"));
+    }
+    PrivateMounts mounts;
+};
+
+TEST_F(SeveralDrives, VolumeThatCannotBeAsked_DoesNotEndTheSearchForAType) {
+    for (const char* operation : {"FSGetVolumeInfo", "FSRefMakePath"}) {
+        faults::Injection fault({.call = 2, .code = ioErr, .operation = operation});
+        TavGetDriveType(u"/Bb/");
+        faults::Pause pause;
+        EXPECT_EQ(fault.fired(), 1u) << operation;
+        EXPECT_EQ(fault.calls("IOMasterPort"), 1u) << operation << ": the volume behind it was not found";
+    }
+}
+
+TEST_F(SeveralDrives, RootWithoutText_IsLeftOutOfTheList) {
+    for (const char* operation : {"FSRefMakePath", "CFStringCreateWithCString"}) {
+        TavChar buffer[100] = {};
+        faults::Injection fault({.call = 2, .code = ioErr, .operation = operation});
+        const uint32_t needed = TavGetLogicalDriveStrings(100, buffer);
+        faults::Pause pause;
+        EXPECT_EQ(fault.fired(), 1u) << operation;
+        EXPECT_EQ(needed, 2u + 5u) << operation;
+        EXPECT_EQ(std::u16string(buffer, 7), std::u16string(u"/\0/Bb/\0", 7)) << operation;
+    }
+}
+
+TEST_F(SeveralDrives, RootWithoutText_DoesNotEndTheSearchForARoot) {
+    TavChar root[1025] = {};
+    faults::Injection fault({.call = 2, .code = ioErr, .operation = "FSRefMakePath"});
+    const int32_t found = TavPathGetRoot(u"/bb/x", root);
+    faults::Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(std::u16string(root), u"/Bb/");
 }
 
 TEST(Drives, EachCallFailsInTurn_RootIsTheStartupVolumes) {

@@ -4,7 +4,9 @@
 #include "support/files.h"
 #include "support/private_mounts.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -166,4 +168,32 @@ TEST_F(DriveTypeTest, InternalDisk_IsFixed) {
 
 TEST_F(DriveTypeTest, UnpluggedDevice_IsUnknown) {
     EXPECT_EQ(TavGetDriveType(u"/Volumes/CD/"), TAV_DRIVE_UNKNOWN);
+}
+
+// ---- The start-up volume
+
+// A root folder of its own, on the loop device.
+class StartupDriveTest : public DriveTypeTest {
+protected:
+    void SetUp() override {
+        DriveTypeTest::SetUp();
+        if (IsSkipped()) return;
+        for (const std::string name : {"/proc", "/sys", "/tmp"}) {
+            std::filesystem::create_directory(kRoot + name);
+            ASSERT_EQ(mount(name.c_str(), (kRoot + name).c_str(), nullptr, MS_BIND | MS_REC, nullptr), 0);
+        }
+        ASSERT_EQ(chroot(kRoot), 0);
+        ASSERT_EQ(chdir("/tmp"), 0);
+    }
+};
+
+TEST_F(StartupDriveTest, RootPath_IsComparedWithItsSlash) {
+    std::string disk = "/devices/pci0000:00/usb2/block/sdb";
+    tree.Add({disk, "disk", 8, 16, {{"size", "30031872"}, {"removable", "1"}, {"ro", "0"}}});
+    Pretend(disk + "/sdb1", "partition", {{"size", "16384"}, {"ro", "0"}});
+    EXPECT_EQ(TavGetDriveType(u"/"), TAV_DRIVE_REMOVABLE);
+    EXPECT_EQ(TavGetDriveType(u""), TAV_DRIVE_UNKNOWN);
+    EXPECT_EQ(TavGetDriveType(u"/tmp/nothing"), TAV_DRIVE_UNKNOWN);
+    // kept: one slash is taken off a path of more than one unit.
+    EXPECT_EQ(TavGetDriveType(u"//"), TAV_DRIVE_REMOVABLE);
 }

@@ -42,8 +42,14 @@ std::u16string Appended(const std::u16string& path, const std::u16string& more) 
     return buffer.text();
 }
 
+// Only the parents of "." and ".." are longer than the paths, by up to three units.
+size_t Growth(const std::u16string& path) {
+    const std::u16string last = path.substr(path.rfind(u'/') + 1);
+    return last == u"." || last == u".." ? 3 : 0;
+}
+
 Change FileSpecRemoved(const std::u16string& path) {
-    Buffer buffer(path, path.size() + 4);
+    Buffer buffer(path, path.size() + 1 + Growth(path));
     int32_t result = TavPathRemoveFileSpec(buffer.data());
     EXPECT_TRUE(buffer.intact());
     return {path, buffer.text(), result};

@@ -165,12 +165,14 @@ TEST_F(VolumesTest, ParametersBuffer_IsFilledOnlyAsFarAsAskedFor) {
 
 // A walk ends at the first error, so a volume that went bad must not end it for those behind it.
 TEST_F(VolumesTest, VolumeThatCannotBeReached_DoesNotHideTheNext) {
-    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Gone"));
-    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Stays"));
+    SKIP_IF_MISSING(mounts.MountTmpfs("/A/Gone"));
+    SKIP_IF_MISSING(mounts.MountTmpfs("/B/Stays"));
     ASSERT_EQ(CurrentVolumes()->listed, 3u);
     // The folder above goes without the mount table changing.
-    ASSERT_EQ(rename("/Volumes", "/Elsewhere"), 0);
+    ASSERT_EQ(rename("/A", "/Elsewhere"), 0);
     FSRef root;
-    EXPECT_EQ(FSGetVolumeInfo(0, 2, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), nsvErr);
-    ASSERT_EQ(rename("/Elsewhere", "/Volumes"), 0);
+    EXPECT_EQ(FSGetVolumeInfo(0, 2, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), noErr);
+    EXPECT_EQ(PathOf(root), "/B/Stays");
+    EXPECT_EQ(FSGetVolumeInfo(0, 3, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), nsvErr);
+    ASSERT_EQ(rename("/Elsewhere", "/A"), 0);
 }
