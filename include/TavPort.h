@@ -1901,8 +1901,8 @@ int32_t TavPathCommonPrefix(const TavChar* path1, const TavChar* path2, TavChar*
  * the first half of it is zeroed here.
  *
  * @param length  size of the buffer in units.
- * @param buffer  receives the list, never null: a length of 0 does not ask for the size, as volumes behind one
- *                that does not fit are written at their places all the same.
+ * @param buffer  receives the list, never null: a length of 0 does not ask for the size, as volumes behind
+ *                one that does not fit are written at their places all the same.
  * @return the units that the list needs without its last zero, whether or not it was written.
  * @owner   nothing to release.
  * @threads any number at the same time, each on a buffer of its own.
@@ -2047,9 +2047,9 @@ int32_t TavFindClose(TavFindSearch* hFindFile);
  * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete;
  * when the copy fails it comes back under the last component of the existing path. Items inside a folder that
  * cannot be copied (unreadable files, pipes, files without room) are skipped, and a copy that lacks them
- * replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no file
- * can be written: a file fails, a folder is copied without its files. Links inside a folder are copied as
- * links; a link as the existing path is followed.
+ * replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no
+ * file can be written: a file fails, a folder is copied without its files. Links inside a folder are copied
+ * as links; a link as the existing path is followed.
  *
  * @param existingFileName  path of the file or folder, not null.
  * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255

@@ -58,10 +58,10 @@ constexpr CFAllocatorRef kCFAllocatorNull = nullptr;
 
 extern "C" {
 
-// Creation gives null when memory runs out or the encoding is unknown. In UTF-8, bytes that are no text become
-// units U+DC80 to U+DCFF, as in names, and those units become bytes again. The caller releases the result. The
-// allocator is null but for strings without a copy: it then holds the string, and must live as long as that, as
-// must the units; `contentsDeallocator` is kCFAllocatorNull.
+// Creation gives null when memory runs out or the encoding is unknown. In UTF-8, bytes that are no text
+// become units U+DC80 to U+DCFF, as in names, and those units become bytes again. The caller releases the
+// result. The allocator is null but for strings without a copy: it then holds the string, and must live as
+// long as that, as must the units; `contentsDeallocator` is kCFAllocatorNull.
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* chars, CFIndex numChars);
 CFStringRef CFStringCreateWithCharactersNoCopy(CFAllocatorRef allocator, const UniChar* chars,
                                                CFIndex numChars, CFAllocatorRef contentsDeallocator);

@@ -17,8 +17,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <libudev.h>
 #include <map>
 #include <mutex>
@@ -78,19 +78,24 @@ static bool IsPartition(udev_device* device) {
     return type && std::string_view(type) == "partition";
 }
 
+// The names in a folder of the tree. The standard library's iterator would end the process when memory runs
+// out.
+static std::vector<std::string> NamesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+    while (const dirent* entry = entries ? readdir(entries.get()) : nullptr)
+        if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+    return names;
+}
+
 // The library has no call for what a mapped or RAID volume stands on; the tree has a folder.
 static std::vector<std::string> Foundations(udev_device* device) {
-    std::vector<std::string> names;
     if (IsPartition(device)) {
         std::string disk = NameOf(udev_device_get_parent_with_subsystem_devtype(device, "block", "disk"));
-        if (!disk.empty()) names.push_back(disk);
-        return names;
+        if (disk.empty()) return {};
+        return {disk};
     }
-    std::error_code error;
-    std::filesystem::path folder = std::filesystem::path(udev_device_get_syspath(device)) / "slaves";
-    std::filesystem::directory_iterator entry(folder, error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
-        names.push_back(entry->path().filename().string());
+    std::vector<std::string> names = NamesIn(udev_device_get_syspath(device) + std::string("/slaves"));
     std::sort(names.begin(), names.end());
     return names;
 }

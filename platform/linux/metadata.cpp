@@ -172,8 +172,8 @@ OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatal
     return result;
 }
 
-// The name in Mac Roman with its length in front; empty when it has no such name or a longer one. A name whose
-// characters Mac Roman only has in another form has none: read back, it would mean another object.
+// The name in Mac Roman with its length in front; empty when it has no such name or a longer one. A name
+// whose characters Mac Roman only has in another form has none: read back, it would mean another object.
 static void FillRomanName(const char* bytes, uint8_t (&roman)[64]) {
     HFSUniStr255 name;
     NameFromBytes(bytes, name);

@@ -1,9 +1,9 @@
 // The string service's creation, release and copying out. Strings hold UTF-16 as it comes, lone surrogates
 // included; nothing is composed or decomposed. UTF-8 is strict, but that bytes which are no text become units
-// U+DC80 to U+DCFF and back, as in names, so that every path of the host is a text; Mac Roman has a table of its own (mac_roman.cpp); letter case is in
-// strings_case.cpp. Where a text does not fit or cannot be encoded, the bytes behind the empty result are
-// left as the platform leaves them: an ASCII text is not begun at all, any other is written as far as it
-// went. Order: objects, creation, appending, copying out.
+// U+DC80 to U+DCFF and back, as in names, so that every path of the host is a text; Mac Roman has a table of
+// its own (mac_roman.cpp); letter case is in strings_case.cpp. Where a text does not fit or cannot be
+// encoded, the bytes behind the empty result are left as the platform leaves them: an ASCII text is not begun
+// at all, any other is written as far as it went. Order: objects, creation, appending, copying out.
 #include "platform/strings.h"
 
 #include "platform/linux/ascii.h"

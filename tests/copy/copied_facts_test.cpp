@@ -1,5 +1,5 @@
-// What of an object's facts its copy has: owners, locks, Finder information and dates, of files and folders, at
-// the top and below.
+// What of an object's facts its copy has: owners, locks, Finder information and dates, of files and folders,
+// at the top and below.
 #include "copy/finder_info.h"
 #include "platform/catalog.h"
 #include "platform/references.h"

@@ -1,6 +1,6 @@
 // What copying leaves behind when any one of its calls fails: the source is never touched, an old target or a
-// new one can always be reached, and nothing half-made bears the final name. A new file is complete. kept: a new
-// tree may lack items that failed, and replaces the old one all the same.
+// new one can always be reached, and nothing half-made bears the final name. A new file is complete. kept: a
+// new tree may lack items that failed, and replaces the old one all the same.
 #include "copy/file_copy.h"
 #include "copy/folder_copy.h"
 #include "copy/object_copy.h"

@@ -1,5 +1,5 @@
-// The calls that copying a fork makes, with what it tells them. The linker puts a recorder in front of the fork
-// operations; one of them can be made to fail.
+// The calls that copying a fork makes, with what it tells them. The linker puts a recorder in front of the
+// fork operations; one of them can be made to fail.
 #include "copy/fork_copy.h"
 #include "platform/references.h"
 #include "support/files.h"
@@ -118,8 +118,8 @@ protected:
 
 } // namespace
 
-// Read permission is 1, write permission 2; flag 4 allocates without rounding up; mode 1 counts from the start,
-// mode 32 goes on from the mark past the cache.
+// Read permission is 1, write permission 2; flag 4 allocates without rounding up; mode 1 counts from the
+// start, mode 32 goes on from the mark past the cache.
 TEST_F(ForkCopyCalls, LocalForkIsAllocatedWholeWrittenInWholeBlocksAndCutBack) {
     ASSERT_EQ(Copy(1500, true), noErr);
     EXPECT_EQ(recorder.calls, (Calls{"open to 2", "open from 1", "allocate to 4 1 0 1500",
