@@ -2,8 +2,9 @@
 //
 // The kernel's calls for attributes and modes want a path or a descriptor opened for reading, which the mode
 // may deny. An O_PATH descriptor needs no right and has no effect on pipes and devices; /proc/self/fd leads
-// from it to the object without a name in between. Where /proc is not mounted the object is opened for
-// reading after all. Attributes are read by name with getxattrat (Linux 6.13), else through /proc.
+// from it to the object without a name in between. That takes a walk through /proc for each call, so a regular
+// file that may be read is opened for reading instead, and so is anything where /proc is not mounted.
+// Attributes are read by name with getxattrat (Linux 6.13), else through /proc.
 //
 // Sections: reading by name, the held object, descriptors.
 #include "platform/linux/attributes.h"
@@ -81,19 +82,53 @@ bool SameObject(const struct statx& a, const struct statx& b) {
 }
 
 HeldObject::~HeldObject() {
-    Close(descriptor_);
+    if (isOwn_) Close(descriptor_);
+}
+
+// Without waiting: someone's lease on the file is no obstacle to the other way.
+OSErr HeldObject::Open(const Place& place) {
+    const int folder = place.folder.descriptor();
+    place_ = &place;
+    if (S_ISREG(place.facts.stx_mode)) {
+        descriptor_ = OpenName(folder, place.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        isFile_ = descriptor_ >= 0;
+    }
+    if (descriptor_ < 0) descriptor_ = OpenName(folder, place.name, O_PATH);
+    return descriptor_ < 0 ? LastError() : Look(facts_);
 }
 
 OSErr HeldObject::Hold(const Place& place) {
-    place_ = &place;
-    descriptor_ = OpenName(place.folder.descriptor(), place.name, O_PATH);
-    if (descriptor_ < 0 || FactsAt(descriptor_, "", AT_EMPTY_PATH, facts_) < 0) return LastError();
+    const OSErr result = Open(place);
+    if (result != noErr) return result;
     return SameObject(place.facts, facts_) ? noErr : fnfErr;
 }
 
-// Acts through /proc, or on a descriptor opened for reading where there is no /proc.
+OSErr HeldObject::Hold(const Place& place, int file) {
+    place_ = &place;
+    descriptor_ = file;
+    isOwn_ = false;
+    isFile_ = true;
+    facts_ = place.facts;
+    return noErr;
+}
+
+OSErr HeldObject::HoldGuessed(const FSRef& ref, Place& place) {
+    OSErr result = Guess(ref, place);
+    if (result != noErr || !S_ISREG(place.facts.stx_mode)) return fnfErr;
+    result = Open(place);
+    if (result != noErr) return result == tmfoErr ? result : fnfErr;
+    place.facts = facts_;
+    return IsObject(ref, facts_) ? noErr : fnfErr;
+}
+
+OSErr HeldObject::Look(struct statx& facts) const {
+    return FactsAt(descriptor_, "", AT_EMPTY_PATH, facts) < 0 ? LastError() : noErr;
+}
+
+// Acts on the open file, else through /proc, or on a descriptor opened for reading where there is no /proc.
 template <typename ByPath, typename ByDescriptor>
 auto HeldObject::Through(ByPath byPath, ByDescriptor byDescriptor) const {
+    if (isFile_) return byDescriptor(descriptor_);
     auto result = byPath(ProcPath(descriptor_).text);
     if (result >= 0 || (LastErrorNumber() != ENOENT && LastErrorNumber() != ENOTDIR)) return result;
     Descriptor readable(
@@ -126,10 +161,12 @@ int HeldObject::SetMode(mode_t mode) const {
 }
 
 int HeldObject::SetOwner(uid_t user, gid_t group) const {
+    if (isFile_) return fchown(descriptor_, user, group);
     return fchownat(descriptor_, "", user, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
 }
 
 int HeldObject::SetTimes(const timespec (&times)[2]) const {
+    if (isFile_) return futimens(descriptor_, times);
     const int result = utimensat(descriptor_, "", times, AT_EMPTY_PATH);
     if (result == 0 || (LastErrorNumber() != EINVAL && LastErrorNumber() != ENOENT)) return result;
     // Before Linux 5.8 only a name will do; it was this object's a moment ago.

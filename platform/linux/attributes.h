@@ -29,6 +29,13 @@ public:
     // -43 when the name stands for another object by now. `place` must outlive this.
     OSErr Hold(const Place& place);
 
+    // Holds what `file`, which stays the caller's, is open on; `place` and the file must outlive this.
+    OSErr Hold(const Place& place, int file);
+
+    // Holds the regular file that a reference stands for where it was last seen, which saves a look at it, and
+    // fills `place`. -43 when the longer way has to be taken.
+    OSErr HoldGuessed(const FSRef& ref, Place& place);
+
     ssize_t GetAttribute(const char* attribute, void* value, size_t size) const;
     int SetAttribute(const char* attribute, const void* value, size_t size) const;
     int RemoveAttribute(const char* attribute) const;
@@ -36,14 +43,21 @@ public:
     int SetOwner(uid_t user, gid_t group) const;
     int SetTimes(const timespec (&times)[2]) const;
 
+    // The facts as they are now.
+    OSErr Look(struct statx& facts) const;
+
+    // The facts as they were when the object was held.
     const struct statx& facts() const { return facts_; }
 
 private:
+    OSErr Open(const Place& place);
     template <typename ByPath, typename ByDescriptor>
     auto Through(ByPath byPath, ByDescriptor byDescriptor) const;
 
     const Place* place_ = nullptr;
     int descriptor_ = -1;
+    bool isOwn_ = true;   // to be closed at the end
+    bool isFile_ = false; // open as a file, so that the calls for descriptors take it
     struct statx facts_ = {};
 };
 

@@ -58,9 +58,8 @@ OSErr FSSetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, const FS
     const TerminationHold hold;
     return WithDescriptors([&] {
         Place place;
-        const OSErr result = Locate(*ref, place);
-        if (result != noErr || whichInfo == kFSCatInfoNone) return result;
-        return ApplyCatalogInfo(place, whichInfo, *catalogInfo);
+        if (whichInfo == kFSCatInfoNone) return Locate(*ref, place);
+        return ApplyCatalogInfo(*ref, whichInfo, *catalogInfo);
     });
 }
 

@@ -55,11 +55,9 @@ static bool HasSameClock(const struct statx& facts) {
     return age >= 0 && age < kSecond;
 }
 
-void KeepContentDate(const Place& place) {
+void KeepContentDate(const HeldObject& object) {
     struct statx facts;
-    if (!S_ISREG(place.facts.stx_mode)) return;
-    if (FactsAt(place.folder.descriptor(), place.name, AT_SYMLINK_NOFOLLOW, facts) < 0) return;
-    if (!SameObject(place.facts, facts)) return;
+    if (!S_ISREG(object.facts().stx_mode) || object.Look(facts) != noErr) return;
     const KeptDate kept = {ObjectKey(facts), facts.stx_mtime, HasSameClock(facts), true, false, 0};
     HeldLock guard(ringLock);
     KeptDate* old = Find(kept.key);

@@ -2,11 +2,12 @@
 // first written.
 #pragma once
 
+#include "platform/linux/attributes.h"
 #include "platform/linux/fork_table.h"
 #include "platform/linux/references.h"
 
-// Remembers the date that the new file at `place` has now.
-void KeepContentDate(const Place& place);
+// Remembers the date that the new file has now.
+void KeepContentDate(const HeldObject& object);
 
 // Forgets it, because another date was set.
 void ForgetContentDate(const struct statx& facts);

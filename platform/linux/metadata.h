@@ -16,11 +16,13 @@ OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatal
 // Stores the settable facts that `whichInfo` selects (-50 for others). On an object that is a link nothing
 // but dates and owner is stored; what the volume cannot keep is dropped.
 OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info);
+OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info);
 
-// Completes an object that has just been made at `place`: an orphan "._name" that was there before stays an
+// Completes an object that has just been made at `place` and is open as `file` (-1: not open): an orphan "._name" that was there before stays an
 // ordinary entry for good instead of becoming its sidecar, and the facts are stored (`info` may be null when
 // `whichInfo` selects none). A content-modification date among them holds while its forks are first written.
-OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info);
+OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info,
+                       int file = -1);
 
 // 0 when the object is not locked, `refusal` when it is, else why that cannot be told. Needs no more of
 // `place.facts` than the type.

@@ -240,3 +240,17 @@ OSErr StoreFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitm
     const OSErr second = TryToStore(change);
     return object.SetMode(mode) < 0 && second == noErr ? LastError() : second;
 }
+
+OSErr StoreFirstFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
+                      const FSCatalogInfo& info) {
+    if (!CanHaveFacts(place)) return noErr;
+    Facts facts;
+    Apply({place, object, whichInfo, info}, facts);
+    if (facts == Facts{}) return noErr;
+    Attribute fresh;
+    MakeAttribute(fresh);
+    WriteFacts(*ParseHeader(fresh, sizeof(fresh)), fresh, facts);
+    if (object.SetAttribute(kMetadataAttribute, fresh, sizeof(fresh)) == 0) return noErr;
+    // No attributes here, or none yet that this user may set.
+    return StoreFacts(place, object, whichInfo, info);
+}

@@ -20,3 +20,7 @@ OSErr CheckUnlocked(const Place& place, int file, OSErr refusal);
 // mode denies it. What turns out as the default leaves nothing behind.
 OSErr StoreFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
                  const FSCatalogInfo& info);
+
+// The same for an object that has just been made and has neither attribute nor sidecar.
+OSErr StoreFirstFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
+                      const FSCatalogInfo& info);

@@ -6,6 +6,7 @@
 // moving and renaming.
 #include "platform/objects.h"
 
+#include "platform/linux/attributes.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
@@ -42,19 +43,19 @@ static OSErr Unlink(const Place& place) {
 
 // ---- Creating
 
-// Makes the empty file or folder that `made` names and looks at it. Where permissions are to follow, nobody
-// else gets in before they are set.
-static OSErr MakeFile(Place& made, bool isPrivate) {
-    const int descriptor =
-        OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, isPrivate ? 0600 : 0666);
-    if (descriptor < 0) return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
-    const OSErr result = FactsAt(descriptor, "", AT_EMPTY_PATH, made.facts) == 0 ? noErr : LastError();
-    Close(descriptor);
-    if (result != noErr) unlinkat(made.folder.descriptor(), made.name, 0);
+// Makes the empty file or folder that `made` names and looks at it; a file stays open. Where permissions are
+// to follow, nobody else gets in before they are set.
+static OSErr MakeFile(Place& made, bool isPrivate, Descriptor& file) {
+    file.Reset(
+        OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, isPrivate ? 0600 : 0666));
+    if (!file) return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
+    if (FactsAt(file.number(), "", AT_EMPTY_PATH, made.facts) == 0) return noErr;
+    const OSErr result = LastError();
+    unlinkat(made.folder.descriptor(), made.name, 0);
     return result;
 }
 
-static OSErr MakeFolder(Place& made, bool isPrivate) {
+static OSErr MakeFolder(Place& made, bool isPrivate, Descriptor&) {
     const int folder = made.folder.descriptor();
     if (Retry([&] { return mkdirat(folder, made.name, isPrivate ? 0700 : 0777); }) != 0)
         return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
@@ -83,10 +84,10 @@ struct Creation {
 } // namespace
 
 // Gives the new object its facts and tells the caller of it.
-static OSErr Furnish(const Place& made, const Creation& creation) {
+static OSErr Furnish(const Place& made, const Descriptor& file, const Creation& creation) {
     FSRef ref;
-    OSErr result =
-        WithDescriptors([&] { return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo); });
+    OSErr result = WithDescriptors(
+        [&] { return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file.number()); });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
@@ -95,17 +96,19 @@ static OSErr Furnish(const Place& made, const Creation& creation) {
 }
 
 static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
-                    const Creation& creation, OSErr (*make)(Place&, bool)) {
+                    const Creation& creation, OSErr (*make)(Place&, bool, Descriptor&)) {
     if (!parentRef || !name || (creation.whichInfo != kFSCatInfoNone && !creation.catalogInfo))
         return paramErr;
     Place made{};
     OSErr result = BytesFromName(name, nameLength, made.name);
     if (result == noErr)
         result = WithDescriptors([&] { return OpenContainer(*parentRef, made.folderID, made.folder); });
+    Descriptor file;
     if (result == noErr)
-        result = WithDescriptors([&] { return make(made, creation.whichInfo & kFSCatInfoPermissions); });
+        result =
+            WithDescriptors([&] { return make(made, creation.whichInfo & kFSCatInfoPermissions, file); });
     if (result != noErr) return result;
-    result = Furnish(made, creation);
+    result = Furnish(made, file, creation);
     if (result != noErr) Unmake(made);
     return result;
 }

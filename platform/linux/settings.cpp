@@ -62,8 +62,8 @@ static OSErr SetMode(const HeldObject& object, mode_t mode) {
     return isVolumesRefusal || LastErrorNumber() == EOPNOTSUPP ? noErr : LastError();
 }
 
-static OSErr SetPermissions(const Place& place, const HeldObject& object,
-                            const FSPermissionInfo& permissions) {
+static OSErr SetPermissions(const Place& place, const HeldObject& object, const FSPermissionInfo& permissions,
+                            bool isNew) {
     bool isDropped;
     const OSErr result = SetOwner(object, permissions, isDropped);
     if (result != noErr || place.isLink) return result;
@@ -73,26 +73,50 @@ static OSErr SetPermissions(const Place& place, const HeldObject& object,
     const bool isOwnerSame = permissions.userID == now.stx_uid && permissions.groupID == now.stx_gid;
     if (isOwnerSame && mode == (now.stx_mode & kModeBits)) return noErr;
     const OSErr second = SetMode(object, mode);
-    if (second == noErr) MatchSidecar(place);
+    if (second == noErr && !isNew) MatchSidecar(place);
     return second;
+}
+
+static OSErr Apply(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
+                   const FSCatalogInfo& info, bool isNew) {
+    OSErr result = noErr;
+    if (whichInfo & kMetadataFacts)
+        result = (isNew ? StoreFirstFacts : StoreFacts)(place, object, whichInfo, info);
+    if (result == noErr && (whichInfo & kTimes)) result = SetTimes(object, whichInfo, info);
+    if (result == noErr && (whichInfo & kFSCatInfoPermissions)) {
+        result = SetPermissions(place, object, info.permissions, isNew);
+    }
+    return result;
 }
 
 OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
     HeldObject object;
-    OSErr result = object.Hold(place);
-    if (result == noErr && (whichInfo & kMetadataFacts)) result = StoreFacts(place, object, whichInfo, info);
-    if (result == noErr && (whichInfo & kTimes)) result = SetTimes(object, whichInfo, info);
-    if (result == noErr && (whichInfo & kFSCatInfoPermissions)) {
-        result = SetPermissions(place, object, info.permissions);
-    }
-    return result;
+    const OSErr result = object.Hold(place);
+    return result == noErr ? Apply(place, object, whichInfo, info, false) : result;
 }
 
-OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info) {
+OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
+    Place place;
+    {
+        HeldObject object;
+        const OSErr result = object.HoldGuessed(ref, place);
+        if (result == noErr) return Apply(place, object, whichInfo, info, false);
+        if (result != fnfErr) return result;
+    }
+    const OSErr result = Locate(ref, place);
+    return result == noErr ? ApplyCatalogInfo(place, whichInfo, info) : result;
+}
+
+OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info,
+                       int file) {
     OSErr result = DisownOrphan(place.folder.descriptor(), place.name);
     if (result != noErr || whichInfo == kFSCatInfoNone) return result;
-    result = ApplyCatalogInfo(place, whichInfo, *info);
-    if (result == noErr && (whichInfo & kFSCatInfoContentMod)) KeepContentDate(place);
+    if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
+    HeldObject object;
+    result = file >= 0 ? object.Hold(place, file) : object.Hold(place);
+    if (result == noErr) result = Apply(place, object, whichInfo, *info, true);
+    if (result == noErr && (whichInfo & kFSCatInfoContentMod)) KeepContentDate(object);
     return result;
 }

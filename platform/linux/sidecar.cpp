@@ -95,8 +95,9 @@ void MatchSidecar(const Place& place) {
     Sidecar sidecar;
     struct statx facts;
     if (!S_ISREG(place.facts.stx_mode) && !S_ISDIR(place.facts.stx_mode)) return;
+    if (sidecar.Open(place, false) != noErr) return;
     if (FactsAt(place.folder.descriptor(), place.name, AT_SYMLINK_NOFOLLOW, facts) < 0) return;
-    if (sidecar.Open(place, false) == noErr) Match(sidecar.descriptor(), facts);
+    Match(sidecar.descriptor(), facts);
 }
 
 static bool LacksAttributes(int file) {

@@ -9,6 +9,8 @@
 // Sections: finding a volume; facts; names; the calls.
 #include "platform/volumes.h"
 
+#include "platform/linux/current_task.h"
+#include "platform/linux/descriptor_cache.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/mac_roman.h"
 #include "platform/linux/media.h"
@@ -83,16 +85,10 @@ static std::string DeviceOf(const Volume& volume) {
 }
 
 static GetVolParmsInfoBuffer Parameters(const Volume& volume) {
-    static thread_local char deviceName[64];
     GetVolParmsInfoBuffer parameters{};
     parameters.vMVersion = kVolParmsVersion;
     parameters.vMAttrib = volume.serverCopies ? kVolParmsHasCopyFile : 0;
     parameters.vMServerAdr = volume.serverAddress;
-    std::string device = DeviceOf(volume);
-    if (!device.empty() && device.size() < sizeof deviceName) {
-        memcpy(deviceName, device.c_str(), device.size() + 1);
-        parameters.vMDeviceID = deviceName;
-    }
     return parameters;
 }
 
@@ -184,14 +180,55 @@ extern "C" OSErr PBHGetVInfoSync(HParamBlockRec* paramBlock) {
     });
 }
 
-extern "C" OSErr PBHGetVolParmsSync(HParamBlockRec* paramBlock) {
-    assert(paramBlock);
-    return WithTable([=](const std::shared_ptr<const VolumeTable>& table) -> OSErr {
-        const Volume* found = table->ByNumber(paramBlock->ioVRefNum);
+// Copies ask for the same one or two volumes for each file. What a mount says of itself does not change while
+// it stands, and its number is hardly given to another one at once.
+namespace {
+struct KnownParameters {
+    FSVolumeRefNum volume;
+    uint64_t asked; // 0: nothing is known
+    GetVolParmsInfoBuffer parameters;
+    char deviceName[64];
+};
+} // namespace
+static constinit thread_local KnownParameters known[2] = {};
+
+static OSErr LearnParameters(FSVolumeRefNum volume, KnownParameters& learnt) {
+    learnt.asked = 0;
+    return WithTable([&](const std::shared_ptr<const VolumeTable>& table) -> OSErr {
+        const Volume* found = table->ByNumber(volume);
         if (!found) return nsvErr;
-        GetVolParmsInfoBuffer parameters = Parameters(*found);
-        paramBlock->ioActCount = std::min<ByteCount>(paramBlock->ioReqCount, sizeof parameters);
-        memcpy(paramBlock->ioBuffer, &parameters, paramBlock->ioActCount);
+        learnt.parameters = Parameters(*found);
+        const std::string device = DeviceOf(*found);
+        if (!device.empty() && device.size() < sizeof learnt.deviceName) {
+            memcpy(learnt.deviceName, device.c_str(), device.size() + 1);
+            learnt.parameters.vMDeviceID = learnt.deviceName;
+        }
+        learnt.volume = volume;
+        learnt.asked = MonotonicNow();
         return noErr;
     });
+}
+
+static OSErr KnowParameters(FSVolumeRefNum volume, const KnownParameters*& answer) {
+    constexpr uint64_t kTrusted = 1'000'000; // nanoseconds
+    const uint64_t now = MonotonicNow();
+    for (const KnownParameters& each : known) {
+        if (each.asked == 0 || each.volume != volume || now - each.asked > kTrusted) continue;
+        answer = &each;
+        return noErr;
+    }
+    KnownParameters& oldest = known[0].asked <= known[1].asked ? known[0] : known[1];
+    answer = &oldest;
+    return LearnParameters(volume, oldest);
+}
+
+extern "C" OSErr PBHGetVolParmsSync(HParamBlockRec* paramBlock) {
+    assert(paramBlock);
+    const TerminationHold hold;
+    const KnownParameters* answer;
+    const OSErr result = KnowParameters(paramBlock->ioVRefNum, answer);
+    if (result != noErr) return result;
+    paramBlock->ioActCount = std::min<ByteCount>(paramBlock->ioReqCount, sizeof answer->parameters);
+    memcpy(paramBlock->ioBuffer, &answer->parameters, paramBlock->ioActCount);
+    return noErr;
 }

@@ -15,7 +15,7 @@
 #include "platform/linux/metadata.h"
 #include "platform/linux/references.h"
 #include "platform/linux/system_calls.h"
-#include "platform/linux/volume_list.h"
+#include "platform/linux/volume_numbers.h"
 #include "platform/linux/with_descriptors.h"
 #include "platform/objects.h"
 #include "platform/references.h"
@@ -69,15 +69,16 @@ OSErr FSpMakeFSRef(const FSSpec* source, FSRef* newRef) {
 
 // ---- Rights ----
 
-// The volume that an object is on, when a server stands behind it.
-static bool IsServed(const Place& place, bool& serverCopies) try {
-    const auto table = CurrentVolumes();
-    const Volume* volume = table->ByNumber(VolumeNumber(place.facts));
-    if (!volume || volume->serverAddress == 0) return false;
-    serverCopies = volume->serverCopies;
+// Whether a server stands behind the volume that an object is on.
+static bool IsServed(const Place& place, bool& serverCopies) {
+    GetVolParmsInfoBuffer facts;
+    HParamBlockRec block{};
+    block.ioVRefNum = VolumeNumber(place.facts);
+    block.ioBuffer = &facts;
+    block.ioReqCount = sizeof facts;
+    if (PBHGetVolParmsSync(&block) != noErr || facts.vMServerAdr == 0) return false;
+    serverCopies = facts.vMAttrib & kVolParmsHasCopyFile;
     return true;
-} catch (...) {
-    return false;
 }
 
 static OSErr LocateNamed(const HParamBlockRec& block, FSRef& ref, Place& place) {
