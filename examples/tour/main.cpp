@@ -1,6 +1,8 @@
 // A tour of the library: keys, values and expressions, and the files that they lead to.
 // usage: tour [FOLDER]
+#include "copying.h"
 #include "listing.h"
+#include "modules.h"
 #include "report.h"
 #include "sample_tree.h"
 #include "workers.h"
@@ -158,11 +160,11 @@ void RenameMoveAndDelete() {
 // Works in a folder of its own; the folder shown is only read.
 void Tour(const std::string& chosen) {
     const std::string scratch = MakeScratchFolder();
-    const std::string folder = chosen.empty() ? scratch + "/Sample" : chosen;
-    if (chosen.empty()) {
-        Check("sample folder", TavFolderCreateExt(At(folder).get()), folder);
-        MakeSampleTree(folder);
-    }
+    const std::string sample = scratch + "/Sample";
+    const std::string folder = chosen.empty() ? sample : chosen;
+    Heading("A folder for the tour");
+    Check("made", TavFolderCreateExt(At(sample).get()), sample);
+    MakeSampleTree(sample);
     Heading("Keys and values");
     RegisterFolder("tour", folder);
     RegisterFolder("work", scratch);
@@ -174,7 +176,10 @@ void Tour(const std::string& chosen) {
     if (chosen.empty()) ShowSample();
     WriteAndReadBack();
     RenameMoveAndDelete();
+    ShowCopying(sample, scratch);
+    ShowModules();
     ShowWorkers();
+    Heading("Goodbye");
     const Reference all = At(scratch);
     Check("the tour's own folder deleted", TavFileDeleteExt(all.get()) && !Tav0FSRIsExist(all.get()),
           PathOf(all));

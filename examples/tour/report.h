@@ -22,6 +22,9 @@ std::u16string Utf16(const std::string& text);
 std::string TextOf(const Expression& e);
 std::string PathOf(const Reference& r);
 
+// The text with spaces behind it up to so many columns of a terminal.
+std::string Padded(const std::string& utf8, size_t columns);
+
 // A heading, and one line for each step with what came of it.
 void Heading(const std::string& text);
 void Step(const std::string& what, const std::string& outcome);

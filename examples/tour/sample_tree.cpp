@@ -1,6 +1,5 @@
 #include "sample_tree.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -80,17 +79,4 @@ std::string CheckedFolder(const std::string& folder) {
     }
     if (path.size() > 900) throw std::runtime_error(path + ": too long for the tour");
     return path;
-}
-
-std::vector<std::string> FilesIn(const std::string& folder, size_t most) {
-    std::vector<std::string> names;
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
-        const std::string name = entry.path().filename();
-        // Names that begin with "." cannot be in a virtual path.
-        if (entry.is_regular_file(ignored) && name[0] != '.') names.push_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    if (names.size() > most) names.resize(most);
-    return names;
 }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 // A new empty folder in the system's place for temporary things.
 std::string MakeScratchFolder();
@@ -14,6 +13,3 @@ void MakeSampleTree(const std::string& folder);
 
 // The absolute path of a folder that can be listed; otherwise throws std::runtime_error with the reason.
 std::string CheckedFolder(const std::string& folder);
-
-// Names of at most `most` plain files in a folder, in order.
-std::vector<std::string> FilesIn(const std::string& folder, size_t most);

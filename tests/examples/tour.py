@@ -42,6 +42,10 @@ class Tour(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         self.assertEqual(result.stderr, "")
         self.assertRegex(result.stdout.splitlines()[-1], r"^All \d\d steps went as they should\.$")
+        for heading in ("A tree copied, compared, deleted", "A module of the tour's own bundle", "Workers"):
+            self.assertIn("\n%s\n%s\n" % (heading, "-" * len(heading)), result.stdout)
+        self.assertRegex(result.stdout, r"(?m)^  compared +\d+ files in \d+ folders are the same$")
+        self.assertRegex(result.stdout, r"(?m)^  called for nine o'clock +Good morning!$")
         for part in ("$tour\\%lang\\Letters\\summer.txt", "$$tour\\contract.txt", "M\\", "Signed and sealed."):
             self.assertIn(part, result.stdout)
         self.assertEqual(os.listdir(self.temporary), [])

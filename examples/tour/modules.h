@@ -1,0 +1,4 @@
+// Code that is loaded while the program runs.
+#pragma once
+
+void ShowModules();
