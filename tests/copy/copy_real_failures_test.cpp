@@ -3,6 +3,7 @@
 #include "TavPort.h"
 #include "support/files.h"
 #include "support/mounts.h"
+#include "support/users.h"
 
 #include <gtest/gtest.h>
 
@@ -90,6 +91,64 @@ TEST_F(CopyOntoVolume, TreeCopiedOntoItselfOnAFullVolumeIsLeftAlone) {
     EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
 }
 
+TEST_F(CopyOntoVolume, FullVolumeKeepsWhatWasNotToBeReplaced) {
+    WriteFile(folder / "from/file", Bytes(4 << 20, 'n'));
+    WriteFile(folder / "to/file", "old");
+    EXPECT_EQ(Copy("from/file", "to/file", 1), 0);
+    EXPECT_EQ(Content("to/file"), "old");
+    EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+}
+
+TEST_F(CopyOntoVolume, FullVolumeTakesTheFilesOfANewTreeThatFit) {
+    fs::create_directories(folder / "from/tree/sub");
+    WriteFile(folder / "from/tree/large", Bytes(4 << 20, 'n'));
+    WriteFile(folder / "from/tree/small", "small");
+    WriteFile(folder / "from/tree/sub/small", "small");
+    EXPECT_EQ(Copy("from/tree", "to/tree", 1), 1);
+    EXPECT_FALSE(Exists(folder / "to/tree/large"));
+    EXPECT_EQ(Content("to/tree/small"), "small");
+    EXPECT_EQ(Content("to/tree/sub/small"), "small");
+    EXPECT_EQ(fs::file_size(folder / "from/tree/large"), 4u << 20);
+}
+
+TEST_F(CopyOntoVolume, FullDropBoxStaysEmpty) {
+    WriteFile(folder / "from/file", Bytes(4 << 20, 'n'));
+    fs::permissions(folder / "to", fs::perms(0733));
+    EXPECT_EQ(Copy("from/file", "to/file", 1), 0);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+}
+
+TEST_F(CopyOntoVolume, VolumeWithoutRoomForAnotherNameKeepsTheOldFile) {
+    Unmount(folder / "to");
+    MountTmpfs(folder / "to", "size=1m,nr_inodes=3");
+    WriteFile(folder / "from/file", "new");
+    WriteFile(folder / "to/file", "old");
+    WriteFile(folder / "to/other", "takes the last place");
+    EXPECT_EQ(Copy("from/file", "to/file"), 0);
+    EXPECT_EQ(Content("to/file"), "old");
+    EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+}
+
+TEST_F(CopyOntoVolume, ReadOnlyVolumeKeepsItsTree) {
+    fs::create_directory(folder / "from/tree");
+    fs::create_directory(folder / "to/tree");
+    WriteFile(folder / "from/tree/file", "new");
+    WriteFile(folder / "to/tree/file", "old");
+    MakeReadOnly(folder / "to");
+    EXPECT_EQ(Copy("from/tree", "to/tree", 0), 0);
+    EXPECT_EQ(Copy("from/tree", "to/tree", 1), 0);
+    EXPECT_EQ(Copy("from/tree", "to/new", 1), 0);
+    EXPECT_EQ(Content("to/tree/file"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "to"), {}), 1);
+}
+
+TEST_F(CopyOntoVolume, ReadOnlyVolumeIsCopiedFrom) {
+    WriteFile(folder / "to/file", "content");
+    MakeReadOnly(folder / "to");
+    EXPECT_EQ(Copy("to/file", "from/copy", 1), 1);
+    EXPECT_EQ(Content("from/copy"), "content");
+}
+
 TEST_F(CopyOntoVolume, ReadOnlyVolumeIsLeftAlone) {
     WriteFile(folder / "from/file", "new");
     WriteFile(folder / "to/file", "old");
@@ -167,6 +226,41 @@ TEST_F(CopyRealFailures, SourceCutShortWhileItIsCopiedLeavesNoHalfMadeFile) {
         EXPECT_EQ(Exists(folder / "to/file"), copied == 1);
         fs::remove(folder / "to/file");
     }
+}
+
+TEST_F(CopyRealFailures, SourceThatGrowsWhileItIsCopiedIsCopiedAsItWas) {
+    constexpr uintmax_t kSize = 32 << 20;
+    for (int run = 0; run < 3; ++run) {
+        WriteFile(folder / "from/file", Bytes(kSize, 'n'));
+        std::thread grower([&] {
+            while (!Exists(folder / "to/file")) std::this_thread::yield();
+            const int file = open((folder / "from/file").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+            EXPECT_EQ(write(file, "more", 4), 4);
+            close(file);
+        });
+        EXPECT_EQ(Copy("from/file", "to/file"), 1);
+        grower.join();
+        const std::string copied = Content("to/file");
+        EXPECT_TRUE(copied.size() == kSize || copied.size() == kSize + 4) << copied.size();
+        EXPECT_EQ(copied.substr(0, kSize), Bytes(kSize, 'n'));
+        fs::remove(folder / "to/file");
+    }
+}
+
+TEST_F(CopyRealFailures, UnreadableFileInATreeIsSkipped) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs the superuser to become another user";
+    fs::create_directories(folder / "from/tree/closed");
+    WriteFile(folder / "from/tree/file", "x");
+    WriteFile(folder / "from/tree/secret", "x");
+    WriteFile(folder / "from/tree/closed/inside", "x");
+    fs::permissions(folder / "from/tree/secret", fs::perms(0600));
+    fs::permissions(folder / "from/tree/closed", fs::perms(0700));
+    fs::permissions(folder / "to", fs::perms(0777));
+    fs::permissions(folder.path(), fs::perms(0755));
+    EXPECT_TRUE(AsAnotherUser([&] { return Copy("from/tree", "to/tree", 1) == 1; }));
+    EXPECT_EQ(Content("to/tree/file"), "x");
+    EXPECT_FALSE(Exists(folder / "to/tree/secret"));
+    EXPECT_TRUE(fs::is_empty(folder / "to/tree/closed"));
 }
 
 TEST_F(CopyRealFailures, UnreadableSourceAndUnwritableTargetFail) {

@@ -242,6 +242,68 @@ TEST_F(FolderCopyTest, ModesOfFoldersAreKeptThoughTheyDenyWriting) {
     EXPECT_EQ(ReadFile(To("tree/sub/file")), "x");
 }
 
+// Nothing is written back in a drop box, so what is made there has its facts from the beginning; and files
+// get no content (see the drop-box fork list).
+TEST_F(FolderCopyTest, FolderInADropBoxIsNeverBusyAndKeepsTheOwnersRights) {
+    fs::create_directories(From("tree/sub"));
+    WriteFile(From("tree/empty"), "");
+    WriteFile(From("tree/full"), "content");
+    FSRef source = Reference(From("tree"));
+    FSCatalogInfo info{};
+    info.createDate = {0, 3000000000u, 0};
+    ASSERT_EQ(FSSetCatalogInfo(&source, kFSCatInfoCreateDate, &info), noErr);
+    ASSERT_EQ(chmod(From("tree/empty").c_str(), 0444), 0);
+    ASSERT_EQ(chmod(From("tree/sub").c_str(), 0500), 0);
+    ASSERT_EQ(chmod(From("tree").c_str(), 0555), 0);
+    ASSERT_EQ(chmod(To("").c_str(), 0733), 0);
+
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Entries(To("tree")), (Paths{"empty", "sub"}));
+    const auto mode = [&](const char* name) {
+        struct stat facts;
+        EXPECT_EQ(stat(To(name).c_str(), &facts), 0);
+        return facts.st_mode & 07777;
+    };
+    EXPECT_EQ(mode("tree"), 0755u);
+    EXPECT_EQ(mode("tree/sub"), 0700u);
+    EXPECT_EQ(mode("tree/empty"), 0744u);
+    EXPECT_EQ(+CreationDate(To("tree")).lowSeconds, 3000000000u);
+}
+
+TEST_F(FolderCopyTest, FinderInformationAndDatesOfFoldersAreKeptButForThePlacedFlag) {
+    fs::create_directory(From("tree/sub"));
+    for (const char* name : {"tree", "tree/sub"}) {
+        FSRef ref = Reference(From(name));
+        FSCatalogInfo info{};
+        info.finderInfo[8] = 0x41; // invisible, has been placed
+        info.finderInfo[11] = 9;
+        info.extFinderInfo[3] = 5;
+        info.createDate = {0, 3000000000u, 0};
+        info.nodeFlags = kFSNodeLockedMask;
+        ASSERT_EQ(FSSetCatalogInfo(&ref,
+                                   kFSCatInfoFinderInfo | kFSCatInfoFinderXInfo | kFSCatInfoCreateDate |
+                                       kFSCatInfoNodeFlags,
+                                   &info),
+                  noErr);
+    }
+    ASSERT_EQ(CopyTree(), noErr);
+    for (const char* name : {"tree", "tree/sub"}) {
+        SCOPED_TRACE(name);
+        FSRef ref = Reference(To(name));
+        FSCatalogInfo info{};
+        ASSERT_EQ(FSGetCatalogInfo(&ref,
+                                   kFSCatInfoFinderInfo | kFSCatInfoFinderXInfo | kFSCatInfoCreateDate |
+                                       kFSCatInfoNodeFlags,
+                                   &info, nullptr, nullptr, nullptr),
+                  noErr);
+        EXPECT_EQ(info.finderInfo[8], 0x40);
+        EXPECT_EQ(info.finderInfo[11], 9);
+        EXPECT_EQ(info.extFinderInfo[3], 5);
+        EXPECT_EQ(+info.createDate.lowSeconds, 3000000000u);
+        EXPECT_TRUE(info.nodeFlags & kFSNodeLockedMask);
+    }
+}
+
 TEST_F(FolderCopyTest, DeepTreeIsCopied) {
     fs::path path = From("tree");
     for (int i = 0; i < 300; ++i) path /= "d";
