@@ -63,7 +63,7 @@ static OSErr SetMode(const HeldObject& object, mode_t mode) {
 }
 
 static OSErr SetPermissions(const Place& place, const HeldObject& object, const FSPermissionInfo& permissions,
-                            bool isNew) {
+                            bool isAlone) {
     bool isDropped;
     const OSErr result = SetOwner(object, permissions, isDropped);
     if (result != noErr || place.isLink) return result;
@@ -73,18 +73,20 @@ static OSErr SetPermissions(const Place& place, const HeldObject& object, const 
     const bool isOwnerSame = permissions.userID == now.stx_uid && permissions.groupID == now.stx_gid;
     if (isOwnerSame && mode == (now.stx_mode & kModeBits)) return noErr;
     const OSErr second = SetMode(object, mode);
-    if (second == noErr && !isNew) MatchSidecar(place);
+    if (second == noErr && !isAlone) MatchSidecar(place);
     return second;
 }
 
 static OSErr Apply(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
                    const FSCatalogInfo& info, bool isNew) {
+    const uint64_t sidecars = SidecarsMade();
     OSErr result = noErr;
     if (whichInfo & kMetadataFacts)
         result = (isNew ? StoreFirstFacts : StoreFacts)(place, object, whichInfo, info);
     if (result == noErr && (whichInfo & kTimes)) result = SetTimes(object, whichInfo, info);
     if (result == noErr && (whichInfo & kFSCatInfoPermissions)) {
-        result = SetPermissions(place, object, info.permissions, isNew);
+        const bool isAlone = isNew && SidecarsMade() == sidecars;
+        result = SetPermissions(place, object, info.permissions, isAlone);
     }
     return result;
 }

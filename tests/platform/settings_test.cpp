@@ -289,6 +289,19 @@ TEST_F(Settings, AnotherObjectThatTookTheName_IsLeftAlone) {
     EXPECT_FALSE(HasAttribute(file_));
 }
 
+TEST_F(Settings, ReferenceToARenamedFile_SetsThatFileAndNotTheOneThatTookItsName) {
+    const FSRef ref = RefTo(file_);
+    const std::string moved = folder_ / "moved";
+    ASSERT_EQ(rename(file_.c_str(), moved.c_str()), 0);
+    WriteFile(file_, "other");
+    FSCatalogInfo info = EveryFact();
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoSettableInfo, &info), noErr);
+    EXPECT_EQ(GetType(moved), "TEXTttxt");
+    EXPECT_EQ(StatusOf(moved).st_mode & 07777, 0604u);
+    EXPECT_FALSE(HasAttribute(file_));
+    EXPECT_NE(StatusOf(file_).st_mode & 07777, 0604u);
+}
+
 TEST_F(Settings, Pipe_TakesModeAndDatesUnopened) {
     const std::string pipe = folder_ / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -308,6 +321,19 @@ TEST(SettingsWithoutAttributes, EverySettableFact_IsKeptInTheSidecar) {
     const Place place = PlaceOf(volume / "x");
     EXPECT_TRUE(IsSidecar(place.folder.descriptor(), "._x"));
     EXPECT_EQ(ReadFile(volume / "x"), "12345");
+}
+
+TEST(SettingsWithoutAttributes, NewFilesSidecar_HasTheModeThatTheFileWasGiven) {
+    const OwnVolume volume("ramfs");
+    if (!volume.reason().empty()) GTEST_SKIP() << volume.reason();
+    const FSRef folder = RefTo(volume.path());
+    FSCatalogInfo info = EveryFact();
+    info.permissions.mode = 0644;
+    FSRef made;
+    ASSERT_EQ(FSCreateFileUnicode(&folder, 1, u"x", kFSCatInfoSettableInfo, &info, &made, nullptr), noErr);
+    EXPECT_EQ(StatusOf(volume / "x").st_mode & 07777, 0644u);
+    EXPECT_EQ(StatusOf(volume / "._x").st_mode & 0777, 0644u);
+    EXPECT_EQ(GetType(volume / "x"), "TEXTttxt");
 }
 
 TEST(SettingsWithoutAttributes, Defaults_LeaveNoSidecar) {

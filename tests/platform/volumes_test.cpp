@@ -148,6 +148,25 @@ TEST_F(VolumesTest, Parameters_OfAVolumeInMemoryNameNoDevice) {
     EXPECT_FALSE(parameters.vMDeviceID);
 }
 
+// More volumes than answers are kept for, asked in turn.
+TEST_F(VolumesTest, Parameters_AreEachVolumesOwnHoweverOftenTheyAreAskedFor) {
+    const std::vector<std::string> folders = {"/Volumes/One", "/Volumes/Two"};
+    for (const std::string& folder : folders) SKIP_IF_MISSING(mounts.MountTmpfs(folder));
+    for (int round = 0; round < 3; ++round) {
+        for (ItemCount index = 1; index <= 3; ++index) {
+            GetVolParmsInfoBuffer parameters{};
+            HParamBlockRec block{};
+            block.ioVRefNum = NumberAt(index);
+            block.ioBuffer = &parameters;
+            block.ioReqCount = sizeof parameters;
+            ASSERT_EQ(PBHGetVolParmsSync(&block), noErr);
+            EXPECT_EQ(+parameters.vMServerAdr, 0);
+            const bool isInMemory = index > 1;
+            EXPECT_TRUE(!isInMemory || !parameters.vMDeviceID) << round;
+        }
+    }
+}
+
 TEST_F(VolumesTest, ParametersBuffer_IsFilledOnlyAsFarAsAskedFor) {
     uint8_t buffer[64];
     memset(buffer, 0x5A, sizeof buffer);
