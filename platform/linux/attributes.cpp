@@ -10,6 +10,7 @@
 #include "platform/linux/attributes.h"
 
 #include "platform/linux/errors.h"
+#include "platform/linux/identity.h"
 #include "platform/linux/system_calls.h"
 
 #include <atomic>
@@ -113,12 +114,13 @@ OSErr HeldObject::Hold(const Place& place, int file) {
 }
 
 OSErr HeldObject::HoldGuessed(const FSRef& ref, Place& place) {
-    OSErr result = Guess(ref, place);
+    Identity identity;
+    OSErr result = Guess(ref, place, identity);
     if (result != noErr || !S_ISREG(place.facts.stx_mode)) return fnfErr;
     result = Open(place);
     if (result != noErr) return result == tmfoErr ? result : fnfErr;
     place.facts = facts_;
-    return IsObject(ref, facts_) ? noErr : fnfErr;
+    return Matches(identity, facts_) ? noErr : fnfErr;
 }
 
 OSErr HeldObject::Look(struct statx& facts) const {
