@@ -1,11 +1,13 @@
-// Synchronisation objects beside the host's own: pairs that meet nobody, a token between two threads, many
-// waiters.
+// Synchronisation objects beside the host's own: pairs that meet nobody, looks at what is not there, a token
+// between two threads on one processor and across two, many waiters.
 #include "TavPort.h"
 
 #include <benchmark/benchmark.h>
 
+#include <condition_variable>
 #include <mutex>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <thread>
 #include <vector>
@@ -21,16 +23,6 @@ static void Semaphore(benchmark::State& state) {
     TavCloseSemaphore(semaphore);
 }
 BENCHMARK(Semaphore);
-
-static void EventSetAndWait(benchmark::State& state) {
-    OpacTavEvent* event = TavCreateEvent(0, 0);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(TavSetEvent(event));
-        benchmark::DoNotOptimize(TavWaitEvent(event, TAV_INFINITE));
-    }
-    TavCloseEvent(event);
-}
-BENCHMARK(EventSetAndWait);
 
 static void HostSemaphore(benchmark::State& state) {
     sem_t semaphore;
@@ -82,16 +74,147 @@ static void HostRecursiveMutex(benchmark::State& state) {
 }
 BENCHMARK(HostRecursiveMutex);
 
+// One iteration sets the event and waits for it; a manual-reset one is reset as well.
+static void Event(benchmark::State& state) {
+    auto manual = static_cast<int32_t>(state.range(0));
+    OpacTavEvent* event = TavCreateEvent(manual, 0);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(TavSetEvent(event));
+        benchmark::DoNotOptimize(TavWaitEvent(event, TAV_INFINITE));
+        if (manual != 0) {
+            benchmark::DoNotOptimize(TavResetEvent(event));
+        }
+    }
+    TavCloseEvent(event);
+}
+BENCHMARK(Event)->ArgName("manual")->Arg(0)->Arg(1);
+
+// The event that one writes with the host's means.
+class HostEventObject {
+public:
+    explicit HostEventObject(bool manual) : manual_(manual) {}
+    void Set() {
+        std::lock_guard guard(mutex_);
+        signalled_ = true;
+        if (manual_) {
+            changed_.notify_all();
+        } else {
+            changed_.notify_one();
+        }
+    }
+    void Reset() {
+        std::lock_guard guard(mutex_);
+        signalled_ = false;
+    }
+    void Wait() {
+        std::unique_lock guard(mutex_);
+        changed_.wait(guard, [this] { return signalled_; });
+        signalled_ = manual_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool signalled_ = false;
+    bool manual_;
+};
+
+static void HostEvent(benchmark::State& state) {
+    bool manual = state.range(0) != 0;
+    HostEventObject event(manual);
+    for (auto _ : state) {
+        event.Set();
+        event.Wait();
+        if (manual) {
+            event.Reset();
+        }
+    }
+}
+BENCHMARK(HostEvent)->ArgName("manual")->Arg(0)->Arg(1);
+
+// ---- Looking at what is not there ----
+
+static void PollSemaphore(benchmark::State& state) {
+    MPSemaphoreID semaphore = TavCreateSemaphore(0, 1);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(TavWaitSemaphore(semaphore, 0));
+    }
+    TavCloseSemaphore(semaphore);
+}
+BENCHMARK(PollSemaphore);
+
+static void PollEvent(benchmark::State& state) {
+    OpacTavEvent* event = TavCreateEvent(0, 0);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(TavWaitEvent(event, 0));
+    }
+    TavCloseEvent(event);
+}
+BENCHMARK(PollEvent);
+
+static void HostPoll(benchmark::State& state) {
+    sem_t semaphore;
+    sem_init(&semaphore, 0, 0);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(sem_trywait(&semaphore));
+    }
+    sem_destroy(&semaphore);
+}
+BENCHMARK(HostPoll);
+
 // ---- A token between two threads; one iteration is there and back ----
+
+// Keeps the calling thread on one of the processors that it may use, counted from 0.
+static void StayOn(int which) {
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    for (int cpu = 0; cpu < CPU_SETSIZE; cpu++) {
+        if (CPU_ISSET(cpu, &allowed) && which-- == 0) {
+            cpu_set_t one;
+            CPU_ZERO(&one);
+            CPU_SET(cpu, &one);
+            sched_setaffinity(0, sizeof one, &one);
+            return;
+        }
+    }
+}
+
+// Lets the threads of a run stay where its argument says: 0 wherever the host puts them, 1 both on one
+// processor, 2 on two.
+class Placement {
+public:
+    explicit Placement(const benchmark::State& state) : where_(state.range(0)) {
+        sched_getaffinity(0, sizeof before_, &before_);
+    }
+    ~Placement() { sched_setaffinity(0, sizeof before_, &before_); }
+    void Here() const {
+        if (where_ != 0) {
+            StayOn(0);
+        }
+    }
+    void There() const {
+        sched_setaffinity(0, sizeof before_, &before_);
+        if (where_ != 0) {
+            StayOn(where_ == 2 ? 1 : 0);
+        }
+    }
+
+private:
+    int64_t where_;
+    cpu_set_t before_{};
+};
 
 static void PingPong(benchmark::State& state) {
     OpacTavEvent* ping = TavCreateEvent(0, 0);
     OpacTavEvent* pong = TavCreateEvent(0, 0);
-    std::thread other([=] {
+    Placement placement(state);
+    std::thread other([=, &placement] {
+        placement.There();
         while (TavWaitEvent(ping, TAV_INFINITE) == TAV_WAIT_OBJECT_0) {
             TavSetEvent(pong);
         }
     });
+    placement.Here();
     for (auto _ : state) {
         TavSetEvent(ping);
         TavWaitEvent(pong, TAV_INFINITE);
@@ -100,7 +223,7 @@ static void PingPong(benchmark::State& state) {
     other.join();
     TavCloseEvent(pong);
 }
-BENCHMARK(PingPong)->UseRealTime();
+BENCHMARK(PingPong)->ArgName("processors")->Arg(0)->Arg(1)->Arg(2)->UseRealTime();
 
 static void HostPingPong(benchmark::State& state) {
     struct alignas(64) Semaphore {
@@ -109,11 +232,14 @@ static void HostPingPong(benchmark::State& state) {
     sem_init(&ping.semaphore, 0, 0);
     sem_init(&pong.semaphore, 0, 0);
     bool done = false;
+    Placement placement(state);
     std::thread other([&] {
+        placement.There();
         for (sem_wait(&ping.semaphore); !done; sem_wait(&ping.semaphore)) {
             sem_post(&pong.semaphore);
         }
     });
+    placement.Here();
     for (auto _ : state) {
         sem_post(&ping.semaphore);
         sem_wait(&pong.semaphore);
@@ -122,7 +248,7 @@ static void HostPingPong(benchmark::State& state) {
     sem_post(&ping.semaphore);
     other.join();
 }
-BENCHMARK(HostPingPong)->UseRealTime();
+BENCHMARK(HostPingPong)->ArgName("processors")->Arg(0)->Arg(1)->Arg(2)->UseRealTime();
 
 // ---- Many waiters, each released once; the time for all ----
 
