@@ -1256,7 +1256,10 @@ int32_t TavFileRenameExt(OpacTavFSRef* file, const TavChar* newName, OpacTavFSRe
  * little memory it holds for a thread. The library's own locks are never left held by them, and every object
  * of the next section stays usable and closable. A terminated thread ends wherever it is, blocked or
  * computing, through a real-time signal that nobody else uses; one that blocks all signals ends when it lets
- * them through again.
+ * them through again, and one that forks ends after the fork, in the parent only.
+ *
+ * When an entry has returned, the thread has ended: destructors of its keys and thread-local objects that
+ * still run may use the library, but can neither change its result nor terminate it.
  */
 
 /* The id of a thread, also of the main thread and of threads that the library did not make. 0: none. */
@@ -1421,6 +1424,10 @@ int32_t TavSleep(uint32_t milliseconds);
  * waits for it; their waits fail. Ids that are 0, closed, invented or of another kind of object are refused.
  * Waits look at a clock that setting the time of day does not move, are not ended by signals, and make no
  * system call while nobody has to wait. No order is promised among those who wait.
+ *
+ * A signal handler may call TavReleaseSemaphore, TavReleaseMutex and TavSetEvent, and nothing else of this
+ * section and the one before. A child after fork() has all objects as they were, and of the threads only the
+ * one that forked; a section that another thread held stays held there.
  */
 
 /* The id of a critical section, kept in a variable of the application. */

@@ -5,8 +5,10 @@
 
 extern "C" {
 
-// Registers what is to run before a fork (in the parent) and after it (in the parent, in the child).
-// Registrations go when the library is unloaded. 0 on success.
+// Registers what is to run before a fork (in the parent) and after it (in the parent, in the child). What is
+// registered last runs first before the fork and last after it. The thread that forks cannot be terminated
+// from the first of them to the last. For static construction only: a fork that has begun does not see what
+// another thread registers. Registrations go when the library is unloaded. 0 on success.
 int PlatformAtFork(void (*prepare)(), void (*parent)(), void (*child)());
 
 // Keeps the calling thread from being terminated until the release that matches; calls nest. A thread that

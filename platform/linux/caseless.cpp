@@ -5,6 +5,8 @@
 // remembered, finding.
 #include "platform/linux/caseless.h"
 
+#include "platform/linux/child_safe_mutex.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/entries.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/names.h"
@@ -12,15 +14,29 @@
 #include "platform/linux/settled.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 
 // ---- Folding ----
 
+static constinit ChildSafeMutex normalizerLock;
+static constinit std::atomic<const UNormalizer2*> knownNormalizer = nullptr;
+
+// ICU makes it once, behind a lock of its own; behind ours, so that no fork comes in between.
+static const UNormalizer2* Normalizer(UErrorCode& status) {
+    const UNormalizer2* known = knownNormalizer.load(std::memory_order_acquire);
+    if (known) return known;
+    const HeldLock guard(normalizerLock);
+    known = unorm2_getNFDInstance(&status);
+    knownNormalizer.store(known, std::memory_order_release);
+    return known;
+}
+
 static std::u16string Decompose(const std::u16string& text) {
     UErrorCode status = U_ZERO_ERROR;
-    const UNormalizer2* normalizer = unorm2_getNFDInstance(&status);
+    const UNormalizer2* normalizer = Normalizer(status);
     std::u16string result(text.size() * 4 + 8, u'\0'); // no unit grows by more
     int32_t length = unorm2_normalize(normalizer, text.data(), static_cast<int32_t>(text.size()),
                                       result.data(), static_cast<int32_t>(result.size()), &status);

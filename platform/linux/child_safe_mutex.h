@@ -18,10 +18,12 @@ public:
     }
     void unlock() { mutex_.unlock(); }
 
-private:
-    void List();
+    // Around a fork.
     static void LockAll();
     static void UnlockAll();
+
+private:
+    void List();
 
     std::mutex mutex_;
     std::atomic<bool> isListed_ = false;

@@ -3,7 +3,9 @@
 // A task that is terminated ends inside a signal handler, wherever it happens to be. Whoever holds a lock of
 // the provider, or is between changing an object and waking those who wait for the change, holds termination
 // back with a TerminationHold; the task then ends when the last hold is given up. Foreign threads cannot be
-// terminated, but pay the same two counts, which is cheaper than asking.
+// terminated, but pay the same two counts, which is cheaper than asking. A wait for an object is the one place
+// inside holds where a task may end all the same, as nothing is half done there but the wait; what a signal
+// handler of the application begins meanwhile is not.
 #pragma once
 
 #include <atomic>
@@ -15,11 +17,12 @@ struct Task;
 
 struct CurrentTask {
     uint32_t id = 0;                           // 0 until somebody asks for it or the thread is a task
-    Task* task = nullptr;                      // null in threads that the provider did not make
+    Task* task = nullptr;                      // null in threads made by others, and once the task has ended
     ObjectSlot* waitingOn = nullptr;           // where this thread is counted as a waiter
     std::atomic<uint32_t> holds = 0;           // written by this thread only, read by its signal handler
+    std::atomic<uint32_t> asleepAt = 0;        // as many holds do not keep it from ending; 0 for none
     std::atomic<bool> terminationHeld = false; // a termination arrived while it was held back
-    std::atomic<bool> asleep = false;          // inside a hold, but nothing is half done: may end here
+    bool forking = false;                      // handlers around a fork hold locks: may not end in a wait
 };
 
 // Without a destructor, so that a thread's end runs no code of a library that may be gone. Near the thread
@@ -40,6 +43,12 @@ inline uint32_t CurrentTaskID() noexcept {
 // Ends the calling task as its terminator asked. Does not return.
 [[noreturn]] void EndTerminatedTask() noexcept;
 
+// Whether nothing that the calling thread is in the middle of keeps it from ending here.
+inline bool MayEnd() noexcept {
+    uint32_t holds = currentTask.holds.load(std::memory_order_relaxed);
+    return holds == 0 || holds == currentTask.asleepAt.load(std::memory_order_relaxed);
+}
+
 // Termination waits from the first Hold to the Release that matches it; the latter does not return when
 // termination came meanwhile.
 inline void HoldTermination() noexcept {
@@ -49,10 +58,9 @@ inline void HoldTermination() noexcept {
 
 inline void ReleaseTermination() noexcept {
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    uint32_t left = currentTask.holds.load(std::memory_order_relaxed) - 1;
-    currentTask.holds.store(left, std::memory_order_relaxed);
+    currentTask.holds.store(currentTask.holds.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (left == 0 && currentTask.terminationHeld.load(std::memory_order_relaxed)) [[unlikely]] {
+    if (currentTask.terminationHeld.load(std::memory_order_relaxed) && MayEnd()) [[unlikely]] {
         EndTerminatedTask();
     }
 }
@@ -76,16 +84,3 @@ private:
     TerminationHold hold_;
     std::lock_guard<Mutex> lock_;
 };
-
-// The same for the time of a fork: from the handler before it to the ones after it.
-template <typename Mutex>
-void LockForFork(Mutex& mutex) {
-    HoldTermination();
-    mutex.lock();
-}
-
-template <typename Mutex>
-void UnlockAfterFork(Mutex& mutex) {
-    mutex.unlock();
-    ReleaseTermination();
-}

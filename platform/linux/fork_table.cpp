@@ -102,9 +102,11 @@ static void LetGoInChild() {
     }
 }
 
+[[gnu::constructor(105)]] static void HandleForks() {
+    (void)PlatformAtFork(nullptr, nullptr, LetGoInChild);
+}
+
 FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
-    static constinit std::atomic<bool> hasHandler = false;
-    if (!hasHandler.exchange(true)) hasHandler = PlatformAtFork(nullptr, nullptr, LetGoInChild) == 0;
     HeldLock guard(tableLock);
     const uint16_t number = TakeNumber();
     if (!number) return 0;

@@ -1,6 +1,7 @@
 // Futexes, straight on the system call because the C library offers none. Deadlines are absolute, so a wait
 // that a signal cuts short goes on with the time that is left. On 32-bit hosts the call with 64-bit times is
-// used; kernels that lack it get the old one with the seconds that it can hold.
+// used; kernels that lack it get the old one with the seconds that it can hold. Where a kernel, an emulator or
+// a sandbox has no waiting until a deadline at all, sleepers look for themselves every millisecond.
 #include "platform/linux/futex.h"
 
 #include <cerrno>
@@ -60,8 +61,25 @@ Deadline Deadline::In(uint32_t milliseconds) noexcept {
     return {seconds + nanoseconds / kNanosecondsPerSecond, nanoseconds % kNanosecondsPerSecond};
 }
 
+bool Deadline::HasPassed() const noexcept {
+    if (IsNever()) {
+        return false;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec > seconds_ || (now.tv_sec == seconds_ && now.tv_nsec >= nanoseconds_);
+}
+
 bool FutexWait(const std::atomic<uint32_t>& word, uint32_t expected, const Deadline& deadline) noexcept {
-    return Call(word, FUTEX_WAIT_BITSET, expected, deadline) == 0 || errno != ETIMEDOUT;
+    if (Call(word, FUTEX_WAIT_BITSET, expected, deadline) == 0 || errno == EAGAIN || errno == EINTR) {
+        return true;
+    }
+    if (errno == ETIMEDOUT || deadline.HasPassed()) {
+        return false;
+    }
+    timespec brief{0, 1'000'000};
+    clock_nanosleep(CLOCK_MONOTONIC, 0, &brief, nullptr);
+    return true;
 }
 
 void FutexWake(const std::atomic<uint32_t>& word, int count) noexcept {

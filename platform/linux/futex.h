@@ -13,6 +13,7 @@ public:
     static Deadline In(uint32_t milliseconds) noexcept;
 
     bool IsNever() const noexcept { return seconds_ < 0; }
+    bool HasPassed() const noexcept;
     int64_t Seconds() const noexcept { return seconds_; }
     int64_t Nanoseconds() const noexcept { return nanoseconds_; }
 

@@ -1,10 +1,12 @@
 // Mac Roman on ICU: the "macintosh" converter gives the upper half's table once per process; canonical
-// composition turns a letter and a combining mark into the one character that Mac Roman has. Two rules are
-// the platform's own: U+2126 is written as the Omega that it canonically is, and strokes laid over a
-// character do not combine. The table lies in static memory, so nothing is left behind when the library is
-// unloaded; a converter that cannot be opened for want of memory is asked for again the next time.
+// composition turns a letter and a combining mark into the one character that Mac Roman has. Both are asked
+// for under a lock, so that no fork finds ICU in the middle of making them. Two rules are the platform's own:
+// U+2126 is written as the Omega that it canonically is, and strokes laid over a character do not combine.
+// The table lies in static memory, so nothing is left behind when the library is unloaded; a converter that
+// cannot be opened for want of memory is asked for again the next time.
 #include "platform/linux/mac_roman.h"
 
+#include "platform/linux/child_safe_mutex.h"
 #include "platform/linux/current_task.h"
 
 #include <unicode/ucnv.h>
@@ -13,13 +15,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <mutex>
 
 namespace {
 
 constexpr size_t kUpperHalf = 128;
 
 struct Table {
+    const UNormalizer2* composer;
     std::array<UniChar, kUpperHalf> decode;
     std::array<uint8_t, kUpperHalf> byUnit; // bytes ordered by the unit that they stand for
 
@@ -28,7 +30,7 @@ struct Table {
 
 Table table;
 std::atomic<bool> tableMade;
-std::mutex tableLock;
+constinit ChildSafeMutex tableLock;
 
 bool MakeTable() {
     char bytes[kUpperHalf];
@@ -37,6 +39,7 @@ bool MakeTable() {
     UConverter* converter = ucnv_open("macintosh", &status);
     const int32_t got = ucnv_toUChars(converter, table.decode.data(), kUpperHalf, bytes, kUpperHalf, &status);
     ucnv_close(converter);
+    table.composer = unorm2_getNFCInstance(&status);
     if (U_FAILURE(status) || got != kUpperHalf) return false;
     for (size_t i = 0; i < kUpperHalf; ++i) table.byUnit[i] = static_cast<uint8_t>(kUpperHalf + i);
     std::sort(table.byUnit.begin(), table.byUnit.end(),
@@ -72,10 +75,9 @@ constexpr bool MayCombine(UniChar unit) {
 
 // The one character that a letter and a mark make together, as a byte; -1 when Mac Roman has none.
 int EncodeComposed(UniChar letter, UniChar mark) {
-    UErrorCode status = U_ZERO_ERROR;
-    const UNormalizer2* composer = unorm2_getNFCInstance(&status);
-    if (U_FAILURE(status)) return -1;
-    const UChar32 composed = unorm2_composePair(composer, letter, mark);
+    const Table* t = GetTable();
+    if (!t) return -1;
+    const UChar32 composed = unorm2_composePair(t->composer, letter, mark);
     return composed >= 0 && composed <= 0xFFFF ? EncodeUnit(static_cast<UniChar>(composed)) : -1;
 }
 

@@ -174,15 +174,18 @@ struct Known {
 } // namespace
 
 static std::mutex knownLock;
-static bool forkHandled = false;
 static Known known;
 
 // Around a fork the lock is held, so that the child finds the answers whole.
 static void LockKnown() {
-    LockForFork(knownLock);
+    knownLock.lock();
 }
 static void UnlockKnown() {
-    UnlockAfterFork(knownLock);
+    knownLock.unlock();
+}
+
+[[gnu::constructor(105)]] static void HandleForks() {
+    (void)PlatformAtFork(LockKnown, UnlockKnown, UnlockKnown);
 }
 
 static std::string CountChanges() {
@@ -197,7 +200,6 @@ static std::string CountChanges() {
 // Drops answers that a change may have made wrong. False when there is no telling, so that nothing may be
 // kept.
 static bool Refresh() {
-    if (!forkHandled) forkHandled = PlatformAtFork(LockKnown, UnlockKnown, UnlockKnown) == 0;
     std::string changes = CountChanges();
     if (changes.empty() || changes != known.changes) {
         known.Forget();

@@ -1,10 +1,15 @@
 // The table of multiprocessing ids, in chunks of 64 KiB that stay until the library is unloaded.
 //
-// Free slots stand in a queue: the one that has been free longest is used first, and none is used again
-// before some thousands of others have been, so an id comes back after 16 million creations at the earliest.
-// One lock guards the queue; looking up and using objects takes no lock. The table's memory goes at unload if
-// nothing is alive any more, and otherwise stays: at the end of a process other threads may still be using
-// what was left open. Sections: the table, creating and closing, fork and unload.
+// Free slots stand in a queue: the one that has been free longest is used first, and while there are new ones
+// none is used again before 8,191 others have been, so an id comes back after 16 million creations at the
+// earliest. A table of a million slots that is full but for a few uses these sooner: the id of the only free
+// slot comes back after 2,047 creations. One lock guards the queue; looking up and using objects takes no
+// lock. The table's memory goes at unload if nothing is alive and nobody waits any more, and otherwise stays:
+// at the end of a process other threads may still be using what was left open.
+//
+// A signal handler of the application may have interrupted any operation of the service, one that holds a
+// lock or is half-way into a wait; only signalling a semaphore and setting an event, which take no lock and
+// wait for nobody, may be called from there. Sections: the table, creating and closing, fork and unload.
 #include "platform/linux/multiprocessing_ids.h"
 
 #include "platform/linux/current_task.h"
@@ -71,14 +76,6 @@ void ReturnSlot(uint32_t index) {
     table.lastFree = index;
 }
 
-// Around a fork the lock is held, so that the child finds the table whole.
-void LockTable() {
-    LockForFork(table.lock);
-}
-void UnlockTable() {
-    UnlockAfterFork(table.lock);
-}
-
 } // namespace
 
 uint32_t CreateObject(const NewObject& object) noexcept {
@@ -90,7 +87,7 @@ uint32_t CreateObject(const NewObject& object) noexcept {
     ObjectSlot& slot = SlotAt(index);
     slot.generation = slot.generation % kLastGeneration + 1;
     uint32_t id = slot.generation << kIndexBits | index;
-    slot.detail.store(object.detail, std::memory_order_relaxed);
+    slot.detail.store(MakeState(id, object.detail), std::memory_order_relaxed);
     slot.task = object.task;
     slot.kind.store(object.kind, std::memory_order_relaxed);
     slot.state.store(MakeState(id, object.value), std::memory_order_release);
@@ -122,22 +119,56 @@ uint32_t CountObjects() noexcept {
 
 namespace {
 
-// At load, because a fork that has begun does not see handlers that another thread registers then. Before
-// those of the other locks: this one is taken last, before a fork as everywhere.
+// Around a fork the lock is held, so that the child finds the table whole.
+void LockTable() {
+    table.lock.lock();
+}
+
+void UnlockTable() {
+    table.lock.unlock();
+}
+
+// Of the waiters only the forking thread is there, if a signal handler forks in the middle of a wait.
+void UnlockTableInChild() {
+    for (uint32_t index = 1; index < table.used; index++) {
+        ObjectSlot& slot = SlotAt(index);
+        if (slot.waiters.load(std::memory_order_relaxed) != 0) {
+            slot.waiters.store(&slot == currentTask.waitingOn, std::memory_order_relaxed);
+        }
+    }
+    table.lock.unlock();
+}
+
+// Before those of the other locks: this one is taken last, before a fork as everywhere.
 [[gnu::constructor(101)]] void HandleForks() {
-    (void)PlatformAtFork(LockTable, UnlockTable, UnlockTable);
+    (void)PlatformAtFork(LockTable, UnlockTable, UnlockTableInChild);
+}
+
+bool AnyoneWaits() {
+    for (uint32_t index = 1; index < table.used; index++) {
+        if (SlotAt(index).waiters.load() != 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Runs after every other destructor of the library, which may still close objects.
-[[gnu::destructor(101)]] void ReleaseTable() {
-    if (CountObjects() != 0) {
-        return;
+[[gnu::destructor(101)]] void ReleaseAtUnload() {
+    (void)ReleaseObjectTable();
+}
+
+} // namespace
+
+bool ReleaseObjectTable() noexcept {
+    HeldLock lock(table.lock);
+    if (table.used - 1 != table.countFree || AnyoneWaits()) {
+        return false;
     }
     for (std::atomic<ObjectSlot*>& chunk : objectChunks) {
         delete[] chunk.exchange(nullptr);
     }
     table.used = 1;
     table.firstFree = table.countFree = 0;
+    return true;
 }
-
-} // namespace

@@ -31,7 +31,7 @@ struct alignas(64) ObjectSlot {
     std::atomic<uint64_t> state{0};                 // id above, value below; 0 while the slot is free
     std::atomic<uint32_t> wakeups{0};               // the word that waiters sleep on; grows with every waking
     std::atomic<uint32_t> waiters{0};               // threads that wait or are about to
-    std::atomic<uint32_t> detail{0};                // region: re-entries; semaphore: maximum
+    std::atomic<uint64_t> detail{0};                // id above; region: re-entries, semaphore: maximum
     std::atomic<ObjectKind> kind{ObjectKind::None}; // set before the id is published
     uint32_t generation = 0; // of the last id; this and `nextFree` under the table's lock
     uint32_t nextFree = 0;
@@ -83,3 +83,7 @@ bool CloseObject(uint32_t id, ObjectKind kind) noexcept;
 
 // Objects that are alive, for tests.
 uint32_t CountObjects() noexcept;
+
+// Gives the table's memory back, at unload. False, and nothing done, while an object is alive or a thread is
+// still on its way out of a wait for one.
+bool ReleaseObjectTable() noexcept;

@@ -1,6 +1,6 @@
-// Queues: a slot's value is the number of messages that nobody has claimed; the messages hang off the slot,
-// under one lock for all queues, which is held for a few instructions and mostly once in a task's life. A
-// waiter claims a message by taking one off the number, as with a semaphore, and then unhooks the first.
+// Queues: a slot's value is the number of messages; these hang off the slot, under one lock for all queues,
+// which is held for a few instructions and mostly twice in a task's life. Messages and number change together
+// under it, so that they agree in a child process as well. An empty queue is polled without the lock.
 #include "platform/linux/multiprocessing_queues.h"
 
 #include "platform/linux/current_task.h"
@@ -18,43 +18,47 @@ namespace {
 constinit std::mutex queuesLock;
 
 void LockQueues() {
-    LockForFork(queuesLock);
+    queuesLock.lock();
 }
 
 void UnlockQueues() {
-    UnlockAfterFork(queuesLock);
+    queuesLock.unlock();
 }
 
 [[gnu::constructor(102)]] void HandleForks() {
     (void)PlatformAtFork(LockQueues, UnlockQueues, UnlockQueues);
 }
 
-Taken ClaimMessage(ObjectSlot& slot, void* context) {
-    MPQueueID queue = *static_cast<MPQueueID*>(context);
+struct MessageWait {
+    MPQueueID queue;
+    TaskMessage* message = nullptr; // taken
+};
+
+Taken LookAt(const ObjectSlot& slot, MPQueueID queue) {
     uint64_t state = slot.state.load();
-    do {
-        if (StateID(state) != queue) {
-            return Taken::Gone;
-        }
-        if (StateValue(state) == 0) {
-            return Taken::NotYet;
-        }
-    } while (!slot.state.compare_exchange_weak(state, state - 1));
-    return Taken::Yes;
+    if (StateID(state) != queue) {
+        return Taken::Gone;
+    }
+    return StateValue(state) != 0 ? Taken::Yes : Taken::NotYet;
 }
 
-// The first message, for one who has claimed one; null when the queue has been deleted since.
-std::unique_ptr<TaskMessage> UnhookMessage(ObjectSlot& slot, MPQueueID queue) {
+// Looks without the lock first: mostly there is nothing.
+Taken TakeMessage(ObjectSlot& slot, void* context) {
+    MessageWait& wait = *static_cast<MessageWait*>(context);
+    Taken seen = LookAt(slot, wait.queue);
+    if (seen != Taken::Yes) {
+        return seen;
+    }
     HeldLock lock(queuesLock);
-    if (StateID(slot.state.load()) != queue) {
-        return nullptr;
+    seen = LookAt(slot, wait.queue);
+    if (seen == Taken::Yes) {
+        wait.message = std::exchange(slot.firstMessage, slot.firstMessage->next);
+        if (slot.firstMessage == nullptr) {
+            slot.lastMessage = nullptr;
+        }
+        slot.state.fetch_sub(1);
     }
-    TaskMessage* message = slot.firstMessage;
-    slot.firstMessage = message->next;
-    if (slot.firstMessage == nullptr) {
-        slot.lastMessage = nullptr;
-    }
-    return std::unique_ptr<TaskMessage>(message);
+    return seen;
 }
 
 void HandOver(const TaskMessage& message, void** parameter1, void** parameter2, void** parameter3) {
@@ -66,8 +70,8 @@ void HandOver(const TaskMessage& message, void** parameter1, void** parameter2, 
     }
 }
 
-OSStatus WaitForMessage(ObjectSlot& slot, MPQueueID queue, Duration timeout) {
-    switch (ClaimMessage(slot, &queue)) {
+OSStatus WaitForMessage(ObjectSlot& slot, MessageWait& wait, Duration timeout) {
+    switch (TakeMessage(slot, &wait)) {
     case Taken::Yes:
         return noErr;
     case Taken::Gone:
@@ -75,7 +79,7 @@ OSStatus WaitForMessage(ObjectSlot& slot, MPQueueID queue, Duration timeout) {
     case Taken::NotYet:
         break;
     }
-    return WaitForObject(slot, timeout, ClaimMessage, &queue);
+    return WaitForObject(slot, timeout, TakeMessage, &wait);
 }
 
 } // namespace
@@ -133,16 +137,13 @@ OSStatus MPWaitOnQueue(MPQueueID queue, void** parameter1, void** parameter2, vo
     if (slot == nullptr) {
         return kMPInvalidIDErr;
     }
-    // From the claim to the message in hand; while this thread sleeps it may be terminated all the same.
+    // From the taking to the message handed over; while this thread sleeps it may be terminated all the same.
     TerminationHold hold;
-    OSStatus status = WaitForMessage(*slot, queue, timeout);
-    if (status != noErr) {
-        return status;
+    MessageWait wait{queue};
+    OSStatus status = WaitForMessage(*slot, wait, timeout);
+    if (status == noErr) {
+        std::unique_ptr<TaskMessage> message(wait.message);
+        HandOver(*message, parameter1, parameter2, parameter3);
     }
-    std::unique_ptr<TaskMessage> message = UnhookMessage(*slot, queue);
-    if (message == nullptr) {
-        return kMPDeletedErr;
-    }
-    HandOver(*message, parameter1, parameter2, parameter3);
-    return noErr;
+    return status;
 }

@@ -1,5 +1,5 @@
-// Critical regions: a slot's value is the task id of the holder, 0 while the region is free. Entering and
-// leaving a free region is one compare-and-swap each. The platform lets a task leave a region that it does
+// Critical regions: a slot's value is the task id of the holder, 0 while the region is free; its detail counts
+// the holder's further entries. Entering and leaving is one compare-and-swap each. The platform lets a task leave a region that it does
 // not hold undefined; here that fails.
 #include "platform/linux/current_task.h"
 #include "platform/linux/multiprocessing_ids.h"
@@ -19,6 +19,19 @@ Taken TakeRegion(ObjectSlot& slot, void* context) {
         return Taken::Yes;
     }
     return StateID(state) == entry.region ? Taken::NotYet : Taken::Gone;
+}
+
+// For the holder. The region may be deleted under its feet and the slot another object's by now: then the
+// detail carries another id.
+OSStatus EnterAgain(ObjectSlot& slot, MPCriticalRegionID region) {
+    uint64_t detail = slot.detail.load(std::memory_order_relaxed);
+    if (StateID(detail) != region) {
+        return kMPInvalidIDErr;
+    }
+    if (StateValue(detail) == UINT32_MAX) {
+        return kMPInsufficientResourcesErr;
+    }
+    return slot.detail.compare_exchange_strong(detail, detail + 1) ? OSStatus{noErr} : kMPInvalidIDErr;
 }
 
 } // namespace
@@ -44,8 +57,7 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
         return noErr;
     }
     if (state == mine) {
-        slot->detail.store(slot->detail.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        return noErr;
+        return EnterAgain(*slot, entry.region);
     }
     return StateID(state) == entry.region ? WaitForObject(*slot, timeout, TakeRegion, &entry)
                                           : kMPInvalidIDErr;
@@ -61,10 +73,9 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
     if (state != mine) {
         return StateID(state) == criticalRegion ? kMPInsufficientResourcesErr : kMPInvalidIDErr;
     }
-    uint32_t reentries = slot->detail.load(std::memory_order_relaxed);
-    if (reentries != 0) {
-        slot->detail.store(reentries - 1, std::memory_order_relaxed);
-        return noErr;
+    uint64_t detail = slot->detail.load(std::memory_order_relaxed);
+    if (StateID(detail) == criticalRegion && StateValue(detail) != 0) {
+        return slot->detail.compare_exchange_strong(detail, detail - 1) ? OSStatus{noErr} : kMPInvalidIDErr;
     }
     TerminationHold hold;
     if (!slot->state.compare_exchange_strong(mine, MakeState(criticalRegion, 0))) {

@@ -48,7 +48,7 @@ OSStatus MPSignalSemaphore(MPSemaphoreID semaphore) {
             return kMPInvalidIDErr;
         }
         // The maximum belongs to the id just seen, or the swap below fails.
-        if (StateValue(state) >= slot->detail.load(std::memory_order_relaxed)) {
+        if (StateValue(state) >= StateValue(slot->detail.load(std::memory_order_relaxed))) {
             return kMPInsufficientResourcesErr;
         }
     } while (!slot->state.compare_exchange_weak(state, state + 1));

@@ -94,8 +94,7 @@ void OnTerminationSignal(int) {
     if (task == nullptr || !task->asked.load()) {
         return;
     }
-    bool held = currentTask.holds.load(std::memory_order_relaxed) != 0;
-    if (held && !currentTask.asleep.load(std::memory_order_relaxed)) {
+    if (!MayEnd()) {
         currentTask.terminationHeld.store(true, std::memory_order_relaxed);
         return;
     }
@@ -149,16 +148,24 @@ bool HandlerInPlace() {
 
 // ---- The end of a task ----
 
-// From here the id is stale and the thread is somebody's to join; then the message.
-void Finish(Task& task, OSStatus status) {
+// Under the tasks' lock, when the task has ended and its thread is known.
+void LeaveToBeJoined(Task& task) {
+    running.Remove(task);
+    ended.Add(task);
+    anyEnded.store(true, std::memory_order_relaxed);
+}
+
+// The end of the calling thread's task, with termination held back for good. From here the id is stale and
+// the thread is somebody's to join; then the message. The thread itself may go on, in the application's
+// destructors: whatever it does there, the task does not end a second time.
+void Finish(OSStatus status) {
+    Task& task = *std::exchange(currentTask.task, nullptr);
     {
         HeldLock lock(tasksLock);
         CloseObject(task.id, ObjectKind::Task);
-        running.Remove(task);
         task.ended = true;
         if (task.threadKnown) {
-            ended.Add(task);
-            anyEnded.store(true, std::memory_order_relaxed);
+            LeaveToBeJoined(task);
         }
     }
     // The record lives until this thread has been joined.
@@ -197,7 +204,7 @@ void ForgetKeyValues() {
     HoldTermination();
     BlockAllSignals();
     AbandonWait();
-    Finish(*currentTask.task, status);
+    Finish(status);
     LeaveThread();
 }
 
@@ -223,8 +230,8 @@ void* RunTask(void* context) {
     currentTask.task = &task;
     AcceptTermination(task);
     OSStatus status = task.entry(task.parameter);
-    HoldTermination(); // for good: nothing may post the message a second time
-    Finish(task, status);
+    HoldTermination();
+    Finish(status);
     return nullptr;
 }
 
@@ -291,6 +298,7 @@ void Release(int (*join)(pthread_t, void**)) {
 // Before the table of ids goes.
 [[gnu::destructor(102)]] void ReleaseTasks() {
     Release(pthread_join);
+    HeldLock lock(tasksLock);
     if (terminationSignal != 0 && UseOf(terminationSignal) == SignalUse::Ours && running.First() == nullptr) {
         sigaction(terminationSignal, &formerAction, nullptr);
     }
@@ -299,13 +307,14 @@ void Release(int (*join)(pthread_t, void**)) {
 // ---- Fork ----
 
 void LockTasks() {
-    LockForFork(tasksLock);
+    tasksLock.lock();
 }
 void UnlockTasks() {
-    UnlockAfterFork(tasksLock);
+    tasksLock.unlock();
 }
 
-// Only the forking thread is left; the C library has taken the other threads' stacks back itself.
+// Only the forking thread is left; the C library has taken the other threads' stacks back itself. What was
+// asked of the forking task was asked of the parent's.
 void ForgetOtherTasks() {
     Task* mine = currentTask.task;
     for (Task* task = running.TakeAll(); task != nullptr;) {
@@ -323,6 +332,7 @@ void ForgetOtherTasks() {
     }
     if (mine != nullptr) {
         mine->kernelID.store(static_cast<pid_t>(syscall(SYS_gettid)));
+        mine->asked.store(false);
     }
     UnlockTasks();
 }
@@ -355,8 +365,7 @@ void SetThread(Task& task, pthread_t thread) {
     task.thread = thread;
     task.threadKnown = true;
     if (task.ended) {
-        ended.Add(task);
-        anyEnded.store(true, std::memory_order_relaxed);
+        LeaveToBeJoined(task);
     }
 }
 

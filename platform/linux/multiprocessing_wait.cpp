@@ -29,16 +29,18 @@ private:
     ObjectSlot& slot_;
 };
 
-// The one place inside a hold where a task may end: nothing is half done here but the wait itself.
+// The one place inside holds where a task may end: nothing is half done here but the wait itself. Not so
+// where a handler waits before a fork, since those that ran before it have locked what they look after.
 bool Sleep(const ObjectSlot& slot, uint32_t seen, const Deadline& deadline) {
-    currentTask.asleep.store(true, std::memory_order_relaxed);
+    uint32_t holds = currentTask.forking ? 0 : currentTask.holds.load(std::memory_order_relaxed);
+    currentTask.asleepAt.store(holds, std::memory_order_relaxed);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (currentTask.terminationHeld.load(std::memory_order_relaxed)) {
+    if (currentTask.terminationHeld.load(std::memory_order_relaxed) && MayEnd()) {
         EndTerminatedTask();
     }
     bool inTime = FutexWait(slot.wakeups, seen, deadline);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    currentTask.asleep.store(false, std::memory_order_relaxed);
+    currentTask.asleepAt.store(0, std::memory_order_relaxed);
     return inTime;
 }
 

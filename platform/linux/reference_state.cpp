@@ -24,9 +24,16 @@ Holder& TheHolder() {
     return holder;
 }
 
-[[gnu::constructor]] void KeepUsableAcrossFork() {
-    PlatformAtFork([] { LockForFork(TheHolder().lock); }, [] { UnlockAfterFork(TheHolder().lock); },
-                   [] { UnlockAfterFork(TheHolder().lock); });
+void LockState() {
+    TheHolder().lock.lock();
+}
+void UnlockState() {
+    TheHolder().lock.unlock();
+}
+
+// After the handlers of the locks that are taken under this one, before those of the logic.
+[[gnu::constructor(106)]] void KeepUsableAcrossFork() {
+    (void)PlatformAtFork(LockState, UnlockState, UnlockState);
 }
 
 [[gnu::destructor]] void CloseAtUnloading() {

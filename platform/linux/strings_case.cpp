@@ -6,6 +6,7 @@
 #include "platform/strings.h"
 
 #include "platform/linux/ascii.h"
+#include "platform/linux/child_safe_mutex.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/string_object.h"
 
@@ -21,7 +22,6 @@
 #include <iterator>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <new>
 
 namespace {
@@ -66,7 +66,7 @@ private:
     }
 
     std::atomic<bool> made_{false};
-    std::mutex lock_;
+    ChildSafeMutex lock_;
     std::array<UniChar, kSize> folded_{};
 };
 

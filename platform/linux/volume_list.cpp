@@ -198,15 +198,18 @@ struct Watch {
 } // namespace
 
 static std::mutex watchLock;
-static bool forkHandled = false;
 static Watch watch;
 
 // Around a fork the lock is held, so that the child finds the table whole.
 static void LockWatch() {
-    LockForFork(watchLock);
+    watchLock.lock();
 }
 static void UnlockWatch() {
-    UnlockAfterFork(watchLock);
+    watchLock.unlock();
+}
+
+[[gnu::constructor(105)]] static void HandleForks() {
+    (void)PlatformAtFork(LockWatch, UnlockWatch, UnlockWatch);
 }
 
 static Viewpoint CurrentViewpoint() {
@@ -241,7 +244,6 @@ static void WatchFrom(const Viewpoint& viewpoint) {
 std::shared_ptr<const VolumeTable> CurrentVolumes() {
     Viewpoint viewpoint = CurrentViewpoint();
     HeldLock lock(watchLock);
-    if (!forkHandled) forkHandled = PlatformAtFork(LockWatch, UnlockWatch, UnlockWatch) == 0;
     if (watch.viewpoint != viewpoint) {
         watch.table = nullptr;
         WatchFrom(viewpoint);

@@ -1,24 +1,12 @@
 #include "platform/linux/child_safe_mutex.h"
 
-#include <sys/wait.h>
+#include "support/processes.h"
+
 #include <thread>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 static constinit ChildSafeMutex first, second;
-
-// Runs `body` in a forked child; whether it returned true there before the time was over.
-template <typename Body>
-static bool InChild(Body body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20); // a lock that is never free would keep the child
-        _exit(body() ? 0 : 1);
-    }
-    int status = -1;
-    return waitpid(child, &status, 0) == child && status == 0;
-}
 
 TEST(ChildSafeMutex, HeldByAnotherThreadAtTheFork_IsFreeInTheChild) {
     std::atomic<bool> done = false;
@@ -29,13 +17,14 @@ TEST(ChildSafeMutex, HeldByAnotherThreadAtTheFork_IsFreeInTheChild) {
         }
     });
     for (int round = 0; round < 50; ++round) {
-        EXPECT_TRUE(InChild([] {
-            for (int i = 0; i < 10; ++i) {
-                const std::lock_guard one(first);
-            }
-            const std::lock_guard two(second);
-            return true;
-        }));
+        EXPECT_EQ(RunInChild([] {
+                      for (int i = 0; i < 10; ++i) {
+                          const std::lock_guard one(first);
+                      }
+                      const std::lock_guard two(second);
+                      return 0;
+                  }),
+                  0);
     }
     done = true;
     other.join();
@@ -49,7 +38,7 @@ TEST(ChildSafeMutex, InTheParent_GoesOnToExcludeOthers) {
             ++count;
         }
     });
-    for (int i = 0; i < 20; ++i) EXPECT_TRUE(InChild([] { return true; }));
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(RunInChild([] { return 0; }), 0);
     for (int i = 0; i < 100000; ++i) {
         const std::lock_guard guard(first);
         ++count;

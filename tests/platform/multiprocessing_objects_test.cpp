@@ -1,11 +1,13 @@
 // What semaphores, events and queues have in common, and the table of ids under all of them.
 #include "platform/linux/multiprocessing_ids.h"
+#include "support/processes.h"
 #include "support/sanitizers.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -117,8 +119,9 @@ TEST_P(Waitable, DeletedWhileWaitedForMakesTheWaitsFail) {
                                                                                      : ObjectKind::Queue);
     ASSERT_NE(slot, nullptr);
     for (OSStatus& result : results) {
-        // With a limit and without, both sleep.
-        Duration timeout = &result == &results[0] ? 100'000 : kDurationForever;
+        // With a limit, with the longest one and without, all sleep.
+        constexpr Duration kTimeouts[] = {100'000, kDurationForever - 1, kDurationForever};
+        Duration timeout = kTimeouts[static_cast<size_t>(&result - &results[0]) % 3];
         threads.emplace_back([&, timeout] { result = GetParam().wait(id_, timeout); });
     }
     while (slot->waiters.load() != results.size()) {
@@ -182,8 +185,64 @@ TEST(Ids, FullTableRefusesNewObjectsUntilOneIsClosed) {
     EXPECT_EQ(MPDeleteEvent(ids[5]), kMPInvalidIDErr); // its slot is the queue's now
     ASSERT_EQ(MPDeleteQueue(id), noErr);
     ids.erase(ids.begin() + 5);
+    // Its one free slot comes round soonest: not before all of its generations have.
+    std::set<MPEventID> seen;
+    for (uint32_t i = 0; i < kLastGeneration; i++) {
+        ASSERT_EQ(MPCreateEvent(&id), noErr);
+        ASSERT_TRUE(seen.insert(id).second) << i;
+        ASSERT_EQ(MPDeleteEvent(id), noErr);
+    }
     for (MPEventID other : ids) {
         ASSERT_EQ(MPDeleteEvent(other), noErr);
+    }
+}
+
+TEST(Ids, TableGoesAtUnloadAndComesBackWhenItIsNeeded) {
+    MPEventID event = 0;
+    ASSERT_EQ(MPCreateEvent(&event), noErr);
+    EXPECT_FALSE(ReleaseObjectTable()); // something is alive
+    ASSERT_EQ(MPDeleteEvent(event), noErr);
+    EXPECT_TRUE(ReleaseObjectTable());
+    EXPECT_EQ(objectChunks[0].load(), nullptr);
+    EXPECT_EQ(MPDeleteEvent(event), kMPInvalidIDErr);
+    ASSERT_EQ(MPCreateEvent(&event), noErr);
+    EXPECT_EQ(MPDeleteEvent(event), noErr);
+}
+
+TEST(Ids, TableStaysAtUnloadWhileSomebodyIsOnTheWayOutOfAWait) {
+    MPEventID event = 0;
+    ASSERT_EQ(MPCreateEvent(&event), noErr);
+    ObjectSlot* slot = FindSlot(event, ObjectKind::Event);
+    slot->waiters++; // as one who has been woken and has not run yet
+    ASSERT_EQ(MPDeleteEvent(event), noErr);
+    EXPECT_FALSE(ReleaseObjectTable());
+    EXPECT_EQ(slot->waiters.fetch_sub(1), 1u);
+    EXPECT_TRUE(ReleaseObjectTable());
+}
+
+// The address sanitizer sees whether the waiters look at a table that has gone.
+TEST(Ids, ProcessCanEndWhileThreadsAreOnTheWayOutOfWaits) {
+    for (int round = 0; round < 20; round++) {
+        pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            MPSemaphoreID semaphore = 0;
+            MPCreateSemaphore(1, 0, &semaphore);
+            for (int i = 0; i < 4; i++) {
+                std::thread([=] {
+                    MPWaitOnSemaphore(semaphore, kDurationForever);
+                    for (;;) {
+                        pause();
+                    }
+                }).detach();
+            }
+            while (FindSlot(semaphore, ObjectKind::Semaphore)->waiters != 4) {
+                std::this_thread::yield();
+            }
+            MPDeleteSemaphore(semaphore);
+            exit(0);
+        }
+        ASSERT_EQ(ExitStatusOf(child), 0);
     }
 }
 

@@ -1,4 +1,4 @@
-#include "platform/multiprocessing.h"
+#include "platform/linux/multiprocessing_ids.h"
 
 #include <gtest/gtest.h>
 
@@ -80,16 +80,11 @@ TEST_F(Region, DeletedWhileOthersWaitMakesTheirWaitsFail) {
     ASSERT_EQ(MPEnterCriticalRegion(region_, kDurationForever), noErr);
     std::array<std::thread, 3> threads;
     std::atomic<int> deleted = 0;
-    std::atomic<int> started = 0;
     for (std::thread& thread : threads) {
-        thread = std::thread([&] {
-            started++;
-            OSStatus status = MPEnterCriticalRegion(region_, kDurationForever);
-            // Whoever had not begun to wait finds the id closed.
-            deleted += status == kMPDeletedErr || status == kMPInvalidIDErr;
-        });
+        thread = std::thread(
+            [&] { deleted += MPEnterCriticalRegion(region_, kDurationForever) == kMPDeletedErr; });
     }
-    while (started != 3) {
+    while (FindSlot(region_, ObjectKind::Region)->waiters != 3) {
         std::this_thread::yield();
     }
     ASSERT_EQ(MPDeleteCriticalRegion(region_), noErr);
@@ -98,6 +93,28 @@ TEST_F(Region, DeletedWhileOthersWaitMakesTheirWaitsFail) {
     }
     EXPECT_EQ(deleted, 3);
     EXPECT_EQ(MPExitCriticalRegion(region_), kMPInvalidIDErr);
+}
+
+// The holder has seen that the region is its own; then another thread deletes it, and the slot gets a new
+// object.
+TEST_F(Region, DeletedUnderTheHoldersFeetLeavesTheSlotsNextObjectAlone) {
+    ObjectSlot* slot = FindSlot(region_, ObjectKind::Region);
+    ASSERT_EQ(MPEnterCriticalRegion(region_, kDurationForever), noErr);
+    uint64_t others = MakeState(region_ ^ 1u << kIndexBits, 3);
+    slot->detail = others;
+    EXPECT_EQ(MPEnterCriticalRegion(region_, kDurationForever), kMPInvalidIDErr);
+    EXPECT_EQ(slot->detail, others);
+    EXPECT_EQ(MPExitCriticalRegion(region_), noErr); // the state is still this region's
+    EXPECT_EQ(slot->detail, others);
+}
+
+TEST_F(Region, EnteredAsOftenAsCanBeCountedIsRefused) {
+    ObjectSlot* slot = FindSlot(region_, ObjectKind::Region);
+    ASSERT_EQ(MPEnterCriticalRegion(region_, kDurationForever), noErr);
+    slot->detail = MakeState(region_, UINT32_MAX);
+    EXPECT_EQ(MPEnterCriticalRegion(region_, kDurationForever), kMPInsufficientResourcesErr);
+    EXPECT_EQ(MPExitCriticalRegion(region_), noErr);
+    EXPECT_EQ(slot->detail, MakeState(region_, UINT32_MAX - 1));
 }
 
 TEST_F(Region, EightThreadsCountingInsideLoseNothing) {

@@ -1,6 +1,7 @@
 #include "platform/linux/multiprocessing_ids.h"
 #include "platform/linux/multiprocessing_tasks.h"
 #include "platform/process.h"
+#include "support/processes.h"
 #include "support/running_task.h"
 
 #include <alloca.h>
@@ -13,7 +14,6 @@
 #include <pthread.h>
 #include <set>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -45,18 +45,6 @@ OSStatus TouchStack(void* parameter) {
 size_t CountThreads() {
     std::filesystem::directory_iterator threads("/proc/self/task");
     return static_cast<size_t>(std::distance(begin(threads), end(threads)));
-}
-
-// Runs `body` in a process of its own; its exit status, or less than 0 when a signal ended it.
-int RunInChild(const std::function<int()>& body) {
-    pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        _exit(body());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 } // namespace

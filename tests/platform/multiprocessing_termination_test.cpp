@@ -5,19 +5,18 @@
 #include "platform/linux/multiprocessing_tasks.h"
 #include "platform/process.h"
 #include "support/forced_end.h"
+#include "support/processes.h"
 #include "support/running_task.h"
 #include "support/sanitizers.h"
 
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <pthread.h>
 #include <random>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -134,20 +133,6 @@ protected:
         pthread_mutex_lock(&hostMutex);
     }
 };
-
-// The state of a thread of this process as the kernel shows it, 'S' when it sleeps.
-char StateOf(pid_t thread) {
-    std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
-    std::array<char, 512> text{};
-    int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
-        return '?';
-    }
-    ssize_t size = read(file, text.data(), text.size() - 1);
-    close(file);
-    const char* end = size > 0 ? strrchr(text.data(), ')') : nullptr;
-    return end != nullptr ? end[2] : '?';
-}
 
 } // namespace
 
@@ -475,10 +460,7 @@ TEST_F(Termination, ExitOfTheMainThreadLeavesTheOthersRunning) {
         MPCreateTask(CallFunction, &body, 0, 0, nullptr, nullptr, 0, &task);
         MPExit(1);
     }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 42);
+    EXPECT_EQ(ExitStatusOf(child), 42);
 }
 
 TEST_F(Termination, FiveThousandExitsLeaveNoThreadsAndNoIds) {

@@ -15,3 +15,7 @@ public:
 
 // How often a raw system call was let through since the process began.
 int CallsOf(long number);
+
+// Of the futex calls among them, whatever their number: those with this operation, which may have the flag
+// for the wall clock beside it.
+int FutexCalls(int operation);

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <set>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -21,6 +22,14 @@ namespace fs = std::filesystem;
 static std::atomic<long> deniedNumber = -1;
 static std::atomic<int> deniedError = 0, deniedTimes = 0;
 static std::array<std::atomic<int>, 1024> calls;
+static std::array<std::atomic<int>, 512> futexCalls;
+
+static bool IsFutex(long number) {
+#ifdef SYS_futex_time64
+    if (number == SYS_futex_time64) return true;
+#endif
+    return number == SYS_futex;
+}
 
 // Stands before the C library's function of this name for everything in the executable. Takes six arguments
 // whatever the call has, like that function itself, which the address sanitizer would not allow.
@@ -37,6 +46,7 @@ extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...
     long values[6];
     for (long& value : values) value = va_arg(arguments, long);
     va_end(arguments);
+    if (IsFutex(number)) ++futexCalls.at(static_cast<size_t>(values[1] & ~FUTEX_PRIVATE_FLAG));
     return real(number, values[0], values[1], values[2], values[3], values[4], values[5]);
 }
 
@@ -73,6 +83,9 @@ int DeniedCall::times() const {
 }
 int CallsOf(long number) {
     return calls.at(static_cast<size_t>(number));
+}
+int FutexCalls(int operation) {
+    return futexCalls.at(static_cast<size_t>(operation));
 }
 
 namespace {

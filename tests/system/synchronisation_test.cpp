@@ -423,22 +423,49 @@ TEST(Wait, LastsAsLongAsItsTimeoutWhileSignalsArrive) {
     EXPECT_EQ(TavCloseEvent(event), 1);
 }
 
+// Waiters of objects that stay get all that they are given, and waiters of those that go get nothing.
 TEST(Wait, CloseRacingWithWaitsOnOtherObjectsHarmsNone) {
-    constexpr int kRounds = 3000;
-    MPSemaphoreID steady = TavCreateSemaphore(0, kRounds);
-    std::thread waiter([&] {
-        for (int i = 0; i < kRounds; i++) {
-            ASSERT_EQ(TavWaitSemaphore(steady, -1), TAV_WAIT_OBJECT_0);
+    constexpr int kRounds = 5000;
+    MPSemaphoreID steady = TavCreateSemaphore(0, 2 * kRounds);
+    std::atomic<MPSemaphoreID> brief = 0;
+    std::atomic<bool> done = false;
+    std::vector<std::thread> steadyWaiters;
+    std::vector<std::thread> others;
+    for (int i = 0; i < 2; i++) {
+        steadyWaiters.emplace_back([&] {
+            for (int n = 0; n < kRounds; n++) {
+                ASSERT_EQ(TavWaitSemaphore(steady, -1), TAV_WAIT_OBJECT_0);
+            }
+        });
+        others.emplace_back([&] {
+            while (!done) {
+                uint32_t result = TavWaitSemaphore(brief, 1);
+                ASSERT_TRUE(result == TAV_WAIT_TIMEOUT || result == TAV_WAIT_ABANDONED) << result;
+            }
+        });
+    }
+    others.emplace_back([&] {
+        while (!done) {
+            OpacTavEvent* event = TavCreateEvent(0, 1);
+            ASSERT_EQ(TavWaitEvent(event, -1), TAV_WAIT_OBJECT_0);
+            ASSERT_EQ(TavCloseEvent(event), 1);
         }
     });
     for (int i = 0; i < kRounds; i++) {
-        MPSemaphoreID brief = TavCreateSemaphore(0, 1);
-        OpacTavEvent* event = TavCreateEvent(0, 1);
+        MPSemaphoreID made = TavCreateSemaphore(0, 1);
+        brief = made;
         ASSERT_EQ(TavReleaseSemaphore(steady), 1);
-        ASSERT_EQ(TavCloseSemaphore(brief), 1);
-        ASSERT_EQ(TavCloseEvent(event), 1);
+        ASSERT_EQ(TavReleaseSemaphore(steady), 1);
+        ASSERT_EQ(TavCloseSemaphore(made), 1);
     }
-    waiter.join();
+    for (std::thread& waiter : steadyWaiters) {
+        waiter.join();
+    }
+    done = true;
+    for (std::thread& other : others) {
+        other.join();
+    }
+    EXPECT_EQ(TavWaitSemaphore(steady, 0), TAV_WAIT_TIMEOUT);
     EXPECT_EQ(TavCloseSemaphore(steady), 1);
 }
 

@@ -1,0 +1,249 @@
+// Threads that end by force, and processes that fork, while everything is in use.
+#include "system/threads.h"
+
+#include "platform/linux/multiprocessing_ids.h"
+#include "support/files.h"
+#include "support/forced_end.h"
+#include "support/processes.h"
+#include "support/virtual_paths.h"
+#include "system/synchronisation.h"
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <random>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+uint32_t CallFunction(void* parameter) {
+    return (*static_cast<std::function<uint32_t()>*>(parameter))();
+}
+
+void Spin(unsigned times) {
+    std::atomic<unsigned> count = 0;
+    while (count.fetch_add(1, std::memory_order_relaxed) < times) {
+    }
+}
+
+std::atomic<MPCriticalRegionID> section = 0;
+
+// Enters the section of the moment, if it is not deleted meanwhile.
+void InSection(const std::function<void()>& body) {
+    MPCriticalRegionID mine = section;
+    if (TavEnterCriticalSection(&mine) == 1) {
+        body();
+        TavLeaveCriticalSection(&mine);
+    }
+}
+
+// Writes at the beginning of a file and reads it again.
+bool WriteAndRead(int32_t file) {
+    std::array<char, 100> buffer{};
+    uint32_t moved = 0;
+    int64_t size = 0;
+    return TavFileSetPointerExt(file, 0, nullptr, TAV_FILE_BEGIN) == 1 &&
+           TavFileWriteExt(file, buffer.data(), buffer.size(), &moved) == 1 && moved == buffer.size() &&
+           TavFileSetPointerExt(file, 10, nullptr, TAV_FILE_BEGIN) == 1 &&
+           TavFileReadExt(file, buffer.data(), 50, &moved) == 1 && moved == 50 &&
+           TavFileGetFileSizeExt(file, &size) == 1 && size == static_cast<int64_t>(buffer.size());
+}
+
+} // namespace
+
+// The threads that end do not allocate: a lock of the C library would stay held.
+TEST_F(ForcedEnd, AtTwoThousandRandomMomentsLeavesContendedSectionsAndFilesUsable) {
+    TemporaryFolder folder;
+    const Ref path = MakeRef(Wide(folder / "file"));
+    const Ref other = MakeRef(Wide(folder / "other"));
+    MPSemaphoreID semaphore = TavCreateSemaphore(0, 1'000'000);
+    OpacTavEvent* event = TavCreateEvent(0, 0);
+    std::atomic<bool> done = false;
+    std::atomic<long> entered = 0;
+    MPCriticalRegionID first = 0;
+    ASSERT_EQ(TavInitCriticalSection(&first), 1);
+    section = first;
+    std::thread bystander([&] {
+        int32_t file = TavFileCreateExt(other.get(), TAV_FILE_READ | TAV_FILE_WRITE | TAV_FILE_REPLACE);
+        while (!done) {
+            InSection([&] {
+                entered++;
+                EXPECT_TRUE(WriteAndRead(file));
+            });
+            TavSetEvent(event);
+            TavWaitSemaphore(semaphore, 0);
+        }
+        EXPECT_EQ(TavFileCloseExt(file), 0);
+    });
+    uint32_t baseline = CountObjects();
+    unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (int i = 0; i < 2000; i++) {
+        int32_t file = TavFileCreateExt(path.get(), TAV_FILE_READ | TAV_FILE_WRITE | TAV_FILE_REPLACE);
+        ASSERT_GT(file, 0);
+        std::atomic<bool> begun = false;
+        std::function<uint32_t()> entry = [&] {
+            for (;;) {
+                InSection([&] {
+                    TavReleaseSemaphore(semaphore);
+                    WriteAndRead(file);
+                });
+                begun = true;
+                TavWaitEvent(event, 1);
+            }
+            return 0u;
+        };
+        OpacTavThread* thread = TavCreateThread(CallFunction, &entry, 0, 0);
+        ASSERT_NE(thread, nullptr);
+        while (i % 2 == 0 && !begun) {
+            std::this_thread::yield();
+        }
+        Spin(random() % 50'000);
+        ASSERT_EQ(TavTerminateThread(thread, i), 1);
+        ASSERT_EQ(TavWaitThread(thread, 20'000), TAV_WAIT_OBJECT_0);
+        ASSERT_EQ(TavCloseThreadRef(thread), 1);
+        // Whether or not it stayed held, and whoever waits for it.
+        MPCriticalRegionID old = section;
+        MPCriticalRegionID next = 0;
+        ASSERT_EQ(TavInitCriticalSection(&next), 1);
+        section = next;
+        ASSERT_EQ(TavDeleteCriticalSection(&old), 1);
+        ASSERT_TRUE(WriteAndRead(file));
+        ASSERT_EQ(TavFileCloseExt(file), 0);
+        ASSERT_EQ(CountObjects(), baseline);
+    }
+    done = true;
+    bystander.join();
+    EXPECT_GT(entered, 0);
+    first = section;
+    EXPECT_EQ(TavDeleteCriticalSection(&first), 1);
+    EXPECT_EQ(TavCloseSemaphore(semaphore), 1);
+    EXPECT_EQ(TavCloseEvent(event), 1);
+    EXPECT_EQ(TavFileDeleteExt(path.get()), 1);
+    EXPECT_EQ(TavFileDeleteExt(other.get()), 1);
+}
+
+namespace {
+
+// One use of a part of the library; `place` keeps those of several threads apart.
+struct Use {
+    const char* name;
+    bool (*use)(const std::string& place);
+};
+
+bool UseFiles(const std::string& place) {
+    const Ref path = MakeRef(Wide(place + "/file"));
+    int32_t file = TavFileCreateExt(path.get(), TAV_FILE_READ | TAV_FILE_WRITE | TAV_FILE_REPLACE);
+    return file > 0 && WriteAndRead(file) && TavFileCloseExt(file) == 0 && TavFileDeleteExt(path.get()) == 1;
+}
+
+bool UseExpressions(const std::string& place) {
+    return Evaluated(u"M\\" + Wide(place) + u"\\Sub\\..\\x") == Wide(place + "/x");
+}
+
+bool UseLists(const std::string& place) {
+    TavFindDataW found;
+    TavFindSearch* list = TavFindFirstFile(Wide(place + "/*").c_str(), &found);
+    if (list == TAV_INVALID_FIND) {
+        return false;
+    }
+    while (TavFindNextFile(list, &found) == 1) {
+    }
+    return TavFindClose(list) == 1 && TavGetDriveType(u"/") != 0;
+}
+
+bool UseText(const std::string&) {
+    std::array<TavChar, 50> text{};
+    return tav_wcscmpi(u"\u03B1\u00E4", u"\u0391\u00C4") == 0 &&
+           tav_snwprintf(text.data(), 40, u"%d %s", 7, u"x") == 3;
+}
+
+bool UseObjects(const std::string&) {
+    MPSemaphoreID mutex = TavCreateMutex(1);
+    OpacTavEvent* event = TavCreateEvent(1, 1);
+    return TavReleaseMutex(mutex) == 1 && TavWaitMutex(mutex, 0) == TAV_WAIT_OBJECT_0 &&
+           TavCloseMutex(mutex) == 1 && TavWaitEvent(event, 0) == TAV_WAIT_OBJECT_0 &&
+           TavCloseEvent(event) == 1;
+}
+
+bool UseThreads(const std::string&) {
+    OpacTavThread* thread = TavCreateThread(nullptr, nullptr, 0, 0);
+    return thread != nullptr && TavWaitThread(thread, -1) == TAV_WAIT_OBJECT_0 &&
+           TavCloseThreadRef(thread) == 1;
+}
+
+constexpr Use kUses[] = {
+    {"files", UseFiles}, {"expressions", UseExpressions}, {"lists", UseLists},
+    {"text", UseText},   {"objects", UseObjects},         {"threads", UseThreads},
+};
+
+} // namespace
+
+TEST(Fork, WhileThreadsUseEverythingLeavesTheChildAbleToUseEverything) {
+    TemporaryFolder folder;
+    std::atomic<bool> done = false;
+    std::vector<std::thread> threads;
+    for (const Use& use : kUses) {
+        std::string place = folder / use.name;
+        std::filesystem::create_directory(place);
+        std::filesystem::create_directory(place + "/Sub");
+        threads.emplace_back([&done, &use, place] {
+            while (!done) {
+                EXPECT_TRUE(use.use(place)) << use.name;
+            }
+        });
+    }
+    std::string place = folder / "child";
+    std::filesystem::create_directory(place);
+    std::filesystem::create_directory(place + "/Sub");
+    for (int i = 0; i < 50; i++) {
+        EXPECT_EQ(RunInChild([&] {
+                      int number = 0;
+                      for (const Use& use : kUses) {
+                          number++;
+                          if (kThreadSanitizer && use.use == UseThreads) {
+                              continue; // which ends children that start threads
+                          }
+                          if (!use.use(place)) {
+                              return number;
+                          }
+                      }
+                      return 0;
+                  }),
+                  0);
+    }
+    done = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(CreateThread, WithoutThreadsLeft_GivesNullAndLeavesOnlyTheMutexes) {
+    EXPECT_EQ(RunInChild([] {
+                  // The superuser has no such limit.
+                  if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
+                      return 1;
+                  }
+                  rlimit limit{0, 0};
+                  setrlimit(RLIMIT_NPROC, &limit);
+                  uint32_t before = CountObjects();
+                  for (uint32_t i = 1; i <= 20; i++) {
+                      if (TavCreateThread(nullptr, nullptr, 0, 0) != nullptr ||
+                          CountObjects() != before + i) {
+                          return 2;
+                      }
+                  }
+                  for (uint32_t i = 1; i <= 20; i++) {
+                      if (TavCreateThread(nullptr, nullptr, 0, 1) != nullptr ||
+                          CountObjects() != before + 20 + 2 * i) {
+                          return 3;
+                      }
+                  }
+                  return 0;
+              }),
+              0);
+}
