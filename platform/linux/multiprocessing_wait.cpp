@@ -67,10 +67,7 @@ void AbandonWait() noexcept {
     }
 }
 
-OSStatus WaitForObject(ObjectSlot& slot, Duration timeout, TakeFunction take, void* context) noexcept {
-    if (timeout <= kDurationImmediate) {
-        return kMPTimeoutErr;
-    }
+OSStatus SleepForObject(ObjectSlot& slot, Duration timeout, TakeFunction take, void* context) noexcept {
     Deadline deadline =
         timeout == kDurationForever ? Deadline::Never() : Deadline::In(static_cast<uint32_t>(timeout));
     TerminationHold hold;

@@ -26,4 +26,9 @@ void AbandonWait() noexcept;
 // Waits until the deadline for `take` to succeed; `take` gives Gone when the id is stale. 0, -29295 or
 // -29296.
 using TakeFunction = Taken (*)(ObjectSlot& slot, void* context);
-OSStatus WaitForObject(ObjectSlot& slot, Duration timeout, TakeFunction take, void* context) noexcept;
+OSStatus SleepForObject(ObjectSlot& slot, Duration timeout, TakeFunction take, void* context) noexcept;
+
+// The same, for one who has tried in vain: a poll ends here.
+inline OSStatus WaitForObject(ObjectSlot& slot, Duration timeout, TakeFunction take, void* context) noexcept {
+    return timeout <= kDurationImmediate ? kMPTimeoutErr : SleepForObject(slot, timeout, take, context);
+}
