@@ -35,7 +35,8 @@ void Close(int descriptor) {
 static int OpenStepByStep(int folder, const char* path, int flags) {
     int current = -1;
     while (const char* slash = std::strchr(path, '/')) {
-        std::string name(path, slash);
+        std::string name(path,
+                         slash == path ? slash + 1 : slash); // "/" is the first name of an absolute path
         int next = OpenName(current < 0 ? folder : current, name.c_str(), O_PATH | O_DIRECTORY);
         Close(current);
         if (next < 0) return -1;

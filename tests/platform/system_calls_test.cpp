@@ -121,6 +121,18 @@ TEST_P(OpeningWithoutLinks, LinksAnywhere_AreRefused) {
     EXPECT_EQ(denied.times() > 0, GetParam() != 0);
 }
 
+TEST_P(OpeningWithoutLinks, AbsolutePaths_BeginAtTheRoot) {
+    fs::create_directories(folder / "a/b");
+    fs::create_directory_symlink("a", folder / "link");
+    const std::string path = folder.path();
+    DeniedCall denied(GetParam() ? SYS_openat2 : -2, GetParam());
+    const int opened = OpenWithoutLinks(AT_FDCWD, (path + "/a/b").c_str(), O_PATH | O_DIRECTORY);
+    EXPECT_GE(opened, 0);
+    Close(opened);
+    EXPECT_EQ(OpenWithoutLinks(AT_FDCWD, (path + "/link/b").c_str(), O_PATH | O_DIRECTORY), -1);
+    EXPECT_EQ(denied.times() > 0, GetParam() != 0);
+}
+
 TEST_P(OpeningWithoutLinks, References_WorkAndDoNotEnterALinkInAFoldersPlace) {
     fs::create_directories(folder / "a/b/c");
     fs::create_directories(folder / "victim/b/c");
