@@ -51,11 +51,14 @@ extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...
 }
 
 static std::atomic<int> looks = 0, opens = 0;
+static std::atomic<bool> losesMountIDs = false;
 
 extern "C" int statx(int folder, const char* path, int flags, unsigned mask, struct statx* facts) noexcept {
     static auto real = reinterpret_cast<decltype(&statx)>(dlsym(RTLD_NEXT, "statx"));
     ++looks;
-    return real(folder, path, flags, mask, facts);
+    int result = real(folder, path, flags, mask, facts);
+    if (losesMountIDs) facts->stx_mnt_id = 0;
+    return result;
 }
 
 extern "C" int openat(int folder, const char* path, int flags, ...) {
@@ -119,6 +122,15 @@ TEST_P(OpeningWithoutLinks, LinksAnywhere_AreRefused) {
     EXPECT_EQ(OpenWithoutLinks(top, "a/none/c", O_PATH | O_DIRECTORY), -1);
     EXPECT_EQ(LastError(), fnfErr);
     EXPECT_EQ(denied.times() > 0, GetParam() != 0);
+}
+
+TEST(Facts, MountIDThatIsLost_DoesNotCount) {
+    struct statx facts;
+    losesMountIDs = true;
+    ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
+    losesMountIDs = false;
+    EXPECT_EQ(facts.stx_mask & STATX_MNT_ID, 0u);
+    EXPECT_NE(facts.stx_mask & STATX_INO, 0u);
 }
 
 TEST_P(OpeningWithoutLinks, AbsolutePaths_BeginAtTheRoot) {
