@@ -5,6 +5,7 @@
 // starts again from the beginning. Order: opening; one entry; the operations.
 #include "platform/iterators.h"
 
+#include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/idle_iterators.h"
 #include "platform/linux/metadata.h"
@@ -177,6 +178,7 @@ static bool NoticeChange(OpaqueFSIterator& iterator) {
 OSErr FSOpenIterator(const FSRef* container, FSIteratorFlags iteratorFlags, FSIterator* iterator) {
     if (!container || !iterator || (iteratorFlags != kFSIterateFlat && iteratorFlags != kFSIterateDelete))
         return paramErr;
+    const TerminationHold hold;
     std::unique_ptr<OpaqueFSIterator> opened(new (std::nothrow) OpaqueFSIterator);
     if (!opened) return memFullErr;
     opened->container = *container;
@@ -196,6 +198,7 @@ OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCo
     *actualObjects = 0;
     if (maximumObjects == 0 || (whichInfo != kFSCatInfoNone && !catalogInfos)) return paramErr;
 
+    const TerminationHold hold;
     if (iterator->isForDelete) TakeUp(*iterator);
     OSErr result = iterator->pending;
     iterator->pending = noErr;
@@ -217,6 +220,7 @@ OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCo
 
 OSErr FSCloseIterator(FSIterator iterator) {
     if (!iterator) return paramErr;
+    const TerminationHold hold;
     if (iterator->isForDelete) TakeUp(*iterator);
     delete iterator;
     return noErr;

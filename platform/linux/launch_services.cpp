@@ -3,6 +3,7 @@
 // bundle bit. The attribute that holds the flags is read only when the name does not tell.
 #include "platform/launch_services.h"
 
+#include "platform/linux/current_task.h"
 #include "platform/linux/metadata.h"
 
 #include <cstring>
@@ -40,6 +41,7 @@ OSStatus LSCopyItemInfoForRef(const FSRef* itemRef, LSRequestedInfo, LSItemInfoR
     if (!info) return paramErr;
     *info = {};
     if (!itemRef) return paramErr;
+    const TerminationHold hold;
     Place place;
     if (OSErr error = LocateTarget(*itemRef, place); error != noErr) return error;
     if (S_ISDIR(place.facts.stx_mode) && (HasPackageName(place.name) || HasBundleBit(place)))

@@ -7,6 +7,7 @@
 #include "platform/linux/lookup.h"
 
 #include "platform/linux/caseless.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/system_calls.h"
@@ -354,6 +355,7 @@ OSErr RefByPath(const Request& request) {
 OSStatus FSPathMakeRefWithOptions(const uint8_t* path, uint32_t options, FSRef* ref, Boolean* isDirectory) {
     if (!path) return paramErr;
     if (path[0] != '/') return fnfErr;
+    const TerminationHold hold;
     auto text = reinterpret_cast<const char*>(path);
     bool mayDangle = (options & kFSPathMakeRefDoNotFollowLeafSymlink) != 0;
     Request request = {text, std::strlen(text), mayDangle, ref, isDirectory};

@@ -7,6 +7,7 @@
 #include "platform/objects.h"
 
 #include "platform/linux/attributes.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
@@ -99,6 +100,7 @@ static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniCh
                     const Creation& creation, OSErr (*make)(Place&, bool, Descriptor&)) {
     if (!parentRef || !name || (creation.whichInfo != kFSCatInfoNone && !creation.catalogInfo))
         return paramErr;
+    const TerminationHold hold;
     Place made{};
     OSErr result = BytesFromName(name, nameLength, made.name);
     if (result == noErr)
@@ -130,6 +132,7 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
 
 OSErr FSDeleteObject(const FSRef* ref) {
     if (!ref) return paramErr;
+    const TerminationHold hold;
     Place place;
     OSErr result = WithDescriptors([&] { return Locate(*ref, place); });
     if (result != noErr) return result;
@@ -194,6 +197,7 @@ static OSErr Relocate(const Place& from, const Place& to, FSRef* newRef) {
 
 OSErr FSMoveObject(const FSRef* ref, const FSRef* destDirectory, FSRef* newRef) {
     if (!ref || !destDirectory) return paramErr;
+    const TerminationHold hold;
     Place from, to;
     OSErr result = WithDescriptors([&] { return Locate(*ref, from); });
     if (result == noErr)
@@ -206,6 +210,7 @@ OSErr FSMoveObject(const FSRef* ref, const FSRef* destDirectory, FSRef* newRef) 
 OSErr FSRenameUnicode(const FSRef* ref, UniCharCount nameLength, const UniChar* name, TextEncoding,
                       FSRef* newRef) {
     if (!ref || !name) return paramErr;
+    const TerminationHold hold;
     Place from, to;
     OSErr result = BytesFromName(name, nameLength, to.name);
     if (result == noErr) result = WithDescriptors([&] { return Locate(*ref, from); });

@@ -2,6 +2,7 @@
 // The platform asks its catalog for the names above an object. Here they come from the folder table, and one
 // look at the path shows whether it leads to the object; when others have moved things about, the way up is
 // climbed on the disk.
+#include "platform/linux/current_task.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/spots.h"
@@ -97,6 +98,7 @@ OSStatus FSRefMakePath(const FSRef* ref, uint8_t* path, uint32_t maxPathSize) {
     if (!ref || !path) return paramErr;
     ReferenceRecord record;
     Identity identity;
+    const TerminationHold hold;
     Spot spot;
     if (!LastSeen(*ref, record, identity, spot)) return fnfErr;
     auto text = reinterpret_cast<char*>(path);

@@ -6,6 +6,7 @@
 // of the one it was seen in. Sections: making, finding, telling changes, names in folders, comparing, paths.
 #include "platform/linux/references.h"
 
+#include "platform/linux/current_task.h"
 #include "platform/linux/descriptor_cache.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/lookup.h"
@@ -275,6 +276,7 @@ OSErr FSMakeFSRefUnicode(const FSRef* parentRef, UniCharCount nameLength, const 
                          FSRef* newRef) {
     if (!parentRef || !name || !newRef) return paramErr;
     char bytes[kMaxNameBytes + 1];
+    const TerminationHold hold;
     OSErr result = BytesFromName(name, nameLength, bytes);
     FolderID id = kNoFolder;
     FolderHandle folder;
@@ -319,6 +321,7 @@ bool OneInsideTheOther(const Place& a, const Place& b) {
 OSErr FSCompareFSRefs(const FSRef* ref1, const FSRef* ref2) {
     if (!ref1 || !ref2) return paramErr;
     Place a, b;
+    const TerminationHold hold;
     OSErr result = LocateTarget(*ref1, a);
     if (result == noErr) result = LocateTarget(*ref2, b);
     if (result != noErr) return result;
