@@ -193,7 +193,8 @@ OSErr FindCaseless(FolderID folder, const char* name, char (&actual)[256]) {
 
     bool settled = IsSettled(before.stx_ctime, TraitsOf(folder, ".", before).fineTimes);
     Reading reading;
-    if (ReadFolder(handle, folded, reading) != noErr) return fnfErr;
+    result = ReadFolder(handle, folded, reading);
+    if (result != noErr) return MissingBecause(result);
     if (reading.matches != 1) reading.actual.clear();
     struct statx after;
     if (settled && FactsOfFolder(handle, after) == noErr && ChangeTimeOf(after) == change) {

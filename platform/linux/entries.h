@@ -3,15 +3,23 @@
 
 #include "platform/linux/references.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
 
 #include <cstring>
 #include <fcntl.h>
+
+// What a failure to read a folder means for something that was looked for in it: what may not be read shows
+// nothing, but a host that has run out of something must not make things seem to be gone.
+inline OSErr MissingBecause(OSErr failure) {
+    return failure == tmfoErr || failure == memFullErr || failure == ioErr ? failure : fnfErr;
+}
 
 // Calls `visit(const DirectoryEntry&)` for every entry but "." and ".." until it gives true. The result code
 // of opening or reading; 0 at the end or when `visit` stopped.
 template <typename Visit>
 OSErr VisitEntries(const FolderHandle& folder, Visit visit) {
-    int descriptor = OpenName(folder.descriptor(), ".", O_RDONLY | O_DIRECTORY);
+    int descriptor =
+        OpenSparingly([&] { return OpenName(folder.descriptor(), ".", O_RDONLY | O_DIRECTORY); });
     if (descriptor < 0) return LastError();
     struct Closer {
         int descriptor;

@@ -9,6 +9,7 @@
 #include "platform/linux/idle_iterators.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -49,14 +50,6 @@ Step StepTo(FolderID id, const FolderRecord& record, const LongNames& longNames)
     else if (longNames.Recall(step.identity, record.parent, record.nameHash, name))
         step.name = name;
     return step;
-}
-
-// Opens with a second try when descriptors have run out and some are only cached.
-template <typename Open>
-int OpenSparingly(Open open) {
-    int descriptor = open();
-    if (descriptor < 0 && LastError() == tmfoErr && CloseIdleDescriptors()) descriptor = open();
-    return descriptor;
 }
 
 // Takes the descriptor over when it is the folder that the step leads to.
@@ -139,7 +132,8 @@ private:
     OSErr OpenRenamed(const FolderHandle& parent, const Step& step, FolderHandle& handle) {
         char name[256];
         struct statx facts;
-        if (!FindInFolder(parent, step.identity, step.nameHash, name, facts)) return fnfErr;
+        OSErr result = FindInFolder(parent, step.identity, step.nameHash, name, facts);
+        if (result != noErr) return result;
         NotePlace(step.id, step.parent, name);
         return OpenNamed(parent, step, name, handle);
     }
@@ -161,22 +155,22 @@ OSErr OpenRoot(MountView view, FolderHandle& handle) {
 
 // ---- Devices ----
 
-static DeviceTraits AskForTraits(FolderID folder, const char* name) {
-    constexpr DeviceTraits kUsual = {true, true, false};
+static bool AskForTraits(FolderID folder, const char* name, DeviceTraits& traits) {
     FolderHandle handle;
-    if (OpenFolder(folder == kRootParent ? kRootFolder : folder, handle) != noErr) return kUsual;
-    int descriptor = OpenName(handle.descriptor(), name, O_PATH);
-    if (descriptor < 0) return kUsual;
+    if (OpenFolder(folder == kRootParent ? kRootFolder : folder, handle) != noErr) return false;
+    int descriptor = OpenSparingly([&] { return OpenName(handle.descriptor(), name, O_PATH); });
+    if (descriptor < 0) return false;
     struct statfs volume;
     int failed = Retry([&] { return fstatfs(descriptor, &volume); });
     Close(descriptor);
-    return failed ? kUsual : TraitsOfFileSystem(static_cast<unsigned long>(volume.f_type));
+    if (!failed) traits = TraitsOfFileSystem(static_cast<unsigned long>(volume.f_type));
+    return !failed;
 }
 
 DeviceTraits TraitsOf(FolderID folder, const char* name, const struct statx& facts) {
     DeviceTraits traits;
     if (StateLock()->devices.Find(DeviceOf(facts), MountOf(facts), traits)) return traits;
-    traits = AskForTraits(folder, name);
+    if (!AskForTraits(folder, name, traits)) return {true, true, false}; // as most are; asked again next time
     StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), traits);
     return traits;
 }
@@ -187,10 +181,10 @@ OSErr FactsOfName(const FolderHandle& folder, const char* name, struct statx& fa
     return FactsAt(folder.descriptor(), name, AT_SYMLINK_NOFOLLOW, facts) < 0 ? LastError() : noErr;
 }
 
-bool FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
-                  struct statx& facts) {
+OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
+                   struct statx& facts) {
     bool found = false;
-    VisitEntries(folder, [&](const DirectoryEntry& entry) {
+    OSErr result = VisitEntries(folder, [&](const DirectoryEntry& entry) {
         size_t length = std::strlen(entry.name);
         bool sameName = HashName(entry.name, length) == nameHash;
         bool sameNumber = identity.byNumber && entry.inode == identity.inode;
@@ -200,7 +194,8 @@ bool FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t
         std::memcpy(name, entry.name, length + 1);
         return found = true;
     });
-    return found;
+    if (found) return noErr;
+    return result == noErr ? fnfErr : MissingBecause(result);
 }
 
 // ---- Opening ----
@@ -293,10 +288,10 @@ struct Level {
 
 // The name of a folder in its parent. What is mounted there shows another number in the listing, so that
 // every folder is looked at when none has the number.
-bool NameInParent(const FolderHandle& parent, const struct statx& folder, std::string& name) {
+OSErr NameInParent(const FolderHandle& parent, const struct statx& folder, std::string& name) {
     auto look = [&](bool byNumber) {
         bool found = false;
-        VisitEntries(parent, [&](const DirectoryEntry& entry) {
+        OSErr result = VisitEntries(parent, [&](const DirectoryEntry& entry) {
             struct statx facts;
             if (byNumber ? entry.inode != folder.stx_ino : entry.type != DT_DIR && entry.type != DT_UNKNOWN)
                 return false;
@@ -304,9 +299,11 @@ bool NameInParent(const FolderHandle& parent, const struct statx& folder, std::s
             name = entry.name;
             return found = true;
         });
-        return found;
+        if (found) return noErr;
+        return result == noErr ? fnfErr : MissingBecause(result);
     };
-    return look(true) || look(false);
+    OSErr result = look(true);
+    return result == fnfErr ? look(false) : result;
 }
 
 OSErr Climb(FolderHandle current, std::vector<Level>& levels) {
@@ -314,13 +311,14 @@ OSErr Climb(FolderHandle current, std::vector<Level>& levels) {
     Level level;
     if (FactsAt(current.descriptor(), "", AT_EMPTY_PATH, level.facts) < 0) return LastError();
     for (FolderID step = kRootFolder;; ++step) {
-        int above = OpenName(current.descriptor(), "..", O_PATH | O_DIRECTORY);
+        int above = OpenSparingly([&] { return OpenName(current.descriptor(), "..", O_PATH | O_DIRECTORY); });
         if (above < 0) return LastError();
         FolderHandle parent = unshared.Put(0, step, above);
         struct statx facts;
         if (FactsAt(above, "", AT_EMPTY_PATH, facts) < 0) return LastError();
         if (SameFolder(facts, level.facts)) return noErr;
-        if (!NameInParent(parent, level.facts, level.name)) return fnfErr;
+        OSErr result = NameInParent(parent, level.facts, level.name);
+        if (result != noErr) return result;
         levels.push_back(level);
         level.facts = facts;
         current = parent;

@@ -29,9 +29,9 @@ OSErr PlaceOfFolder(FolderID id, Place& place);
 OSErr FactsOfName(const FolderHandle& folder, const char* name, struct statx& facts);
 
 // Looks through a folder for the object: under a name of that hash, else, when its number tells, under
-// another name if it has only one link. False when it is not there or the folder cannot be read.
-bool FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
-                  struct statx& facts);
+// another name if it has only one link. -43 when it is not there or the folder may not be read.
+OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
+                   struct statx& facts);
 
 // Notes where a folder is by climbing from it to "/", for a folder that others have moved somewhere else.
 OSErr FindWayUp(FolderID id);

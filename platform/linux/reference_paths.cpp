@@ -7,6 +7,7 @@
 #include "platform/linux/reference_state.h"
 #include "platform/linux/spots.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
 #include "platform/references.h"
 
 #include <climits>
@@ -59,7 +60,8 @@ int FactsAtPath(const char* path, struct statx& facts) {
         const char* cut = path + PATH_MAX - 2;
         while (*cut != '/') --cut; // names are short enough for one to be there
         part.assign(path, cut);
-        int next = OpenWithoutLinks(folder, part.c_str(), O_PATH | O_DIRECTORY);
+        int next =
+            OpenSparingly([&] { return OpenWithoutLinks(folder, part.c_str(), O_PATH | O_DIRECTORY); });
         Close(folder);
         if (next < 0) return -1;
         folder = next;
@@ -96,9 +98,9 @@ OSErr WritePathAfresh(const FSRef& ref, char* path, size_t size) {
 
 OSStatus FSRefMakePath(const FSRef* ref, uint8_t* path, uint32_t maxPathSize) {
     if (!ref || !path) return paramErr;
+    const TerminationHold hold;
     ReferenceRecord record;
     Identity identity;
-    const TerminationHold hold;
     Spot spot;
     if (!LastSeen(*ref, record, identity, spot)) return fnfErr;
     auto text = reinterpret_cast<char*>(path);

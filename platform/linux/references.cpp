@@ -143,7 +143,8 @@ void Remember(const ReferenceRecord& record, const Identity& identity, const Spo
 OSErr LookThrough(const ReferenceRecord& record, const Identity& identity, const Spot& spot, Place& place) {
     OSErr result = OpenSpot(spot.folder, place.folder);
     if (result != noErr) return result;
-    if (!FindInFolder(place.folder, identity, spot.nameHash, place.name, place.facts)) return fnfErr;
+    result = FindInFolder(place.folder, identity, spot.nameHash, place.name, place.facts);
+    if (result != noErr) return result;
     place.folderID = spot.folder;
     Note(record, place);
     Remember(record, identity, spot, place);
@@ -275,8 +276,8 @@ void ObjectReplaced(const Place& file, const struct statx& now) {
 OSErr FSMakeFSRefUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name, TextEncoding,
                          FSRef* newRef) {
     if (!parentRef || !name || !newRef) return paramErr;
-    char bytes[kMaxNameBytes + 1];
     const TerminationHold hold;
+    char bytes[kMaxNameBytes + 1];
     OSErr result = BytesFromName(name, nameLength, bytes);
     FolderID id = kNoFolder;
     FolderHandle folder;
@@ -320,8 +321,8 @@ bool OneInsideTheOther(const Place& a, const Place& b) {
 
 OSErr FSCompareFSRefs(const FSRef* ref1, const FSRef* ref2) {
     if (!ref1 || !ref2) return paramErr;
-    Place a, b;
     const TerminationHold hold;
+    Place a, b;
     OSErr result = LocateTarget(*ref1, a);
     if (result == noErr) result = LocateTarget(*ref2, b);
     if (result != noErr) return result;

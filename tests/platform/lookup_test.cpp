@@ -5,6 +5,7 @@
 #include "platform/linux/reference_state.h"
 #include "platform/references_support.h"
 #include "support/files.h"
+#include "support/no_descriptors.h"
 
 #include <chrono>
 #include <cstring>
@@ -240,6 +241,27 @@ TEST_F(Lookup, FoldedNames_AreEqualForWhatReadersTakeForTheSame) {
         {"a ", "a", false},
     };
     for (const auto& row : table) EXPECT_EQ(FoldName(row.a) == FoldName(row.b), row.equal) << row.a;
+}
+
+TEST_F(Lookup, NoDescriptorLeft_OtherLetterCaseIsStillFound) {
+    WriteFile(folder / "Name", "");
+    for (int i = 0; i < 8; ++i) {
+        fs::create_directories(folder / ("d" + std::to_string(i) + "/e"));
+        ASSERT_EQ(Find(RefTo(folder / ("d" + std::to_string(i) + "/e"))), noErr);
+    }
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
+    EXPECT_EQ(ResultOf(folder / "NAME"), noErr);
+}
+
+TEST_F(Lookup, NoDescriptorLeftAtAll_DoesNotMakeANameSeemMissing) {
+    WriteFile(folder / "Name", "");
+    Place held;
+    ASSERT_EQ(Locate(RefTo(folder / "Name"), held), noErr);
+    CloseIdleDescriptors();
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
+    EXPECT_EQ(ResultOf(folder / "NAME"), tmfoErr);
 }
 
 // ---- What is remembered of folders ----

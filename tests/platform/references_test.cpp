@@ -1,7 +1,11 @@
 #include "platform/linux/references.h"
 
+#include "platform/catalog.h"
+#include "platform/forks.h"
+#include "platform/linux/folders.h"
 #include "platform/linux/names.h"
 #include "platform/linux/reference_state.h"
+#include "platform/objects.h"
 #include "platform/references_support.h"
 #include "support/files.h"
 #include "support/no_descriptors.h"
@@ -9,6 +13,7 @@
 #include <atomic>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <random>
 #include <sched.h>
 #include <sys/mount.h>
@@ -581,6 +586,64 @@ TEST_F(References, NoDescriptorLeft_CachedOnesMakeRoom) {
     const NoDescriptors none;
     ASSERT_TRUE(none.isSet());
     EXPECT_EQ(Find(ref), noErr);
+}
+
+// Whatever a search costs in descriptors, those that are only cached make room for it.
+TEST_F(References, NoDescriptorLeft_WhatOthersRenamedIsStillFound) {
+    const std::function<OSErr(const FSRef&)> operations[] = {
+        [](const FSRef& ref) {
+            FSCatalogInfo info;
+            return FSGetCatalogInfo(&ref, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr);
+        },
+        [](const FSRef& ref) {
+            uint8_t path[4096];
+            return static_cast<OSErr>(FSRefMakePath(&ref, path, sizeof path));
+        },
+        [](const FSRef& ref) { return FSCompareFSRefs(&ref, &ref); },
+        [](const FSRef& ref) {
+            FSForkRefNum fork;
+            const OSErr result = FSOpenFork(&ref, 0, nullptr, fsRdPerm, &fork);
+            return result == noErr ? FSCloseFork(fork) : result;
+        },
+        [](const FSRef& ref) { return FSDeleteObject(&ref); },
+    };
+    for (const auto& operation : operations) {
+        WriteFile(folder / "file", "");
+        const FSRef ref = RefTo(folder / "file");
+        fs::rename(folder / "file", folder / "renamed");
+        for (int i = 0; i < 8; ++i) {
+            fs::create_directories(folder / ("d" + std::to_string(i) + "/e"));
+            ASSERT_EQ(Find(RefTo(folder / ("d" + std::to_string(i) + "/e"))), noErr);
+        }
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        EXPECT_EQ(operation(ref), noErr) << &operation - operations;
+    }
+}
+
+TEST_F(References, NoDescriptorLeftAtAll_DoesNotMakeWhatOthersRenamedSeemGone) {
+    WriteFile(folder / "file", "");
+    WriteFile(folder / "other", "");
+    const FSRef ref = RefTo(folder / "file");
+    const Place held = PlaceOf(RefTo(folder / "other"));
+    fs::rename(folder / "file", folder / "renamed");
+    CloseIdleDescriptors();
+    const NoDescriptors none;
+    ASSERT_TRUE(none.isSet());
+    EXPECT_EQ(Find(ref), tmfoErr);
+}
+
+TEST_F(References, NoDescriptorLeft_NothingIsConcludedAboutTheVolume) {
+    WriteFile(folder / "file", "");
+    const Place place = PlaceOf(RefTo(folder / "file"));
+    ForgetReferences();
+    {
+        const NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        TraitsOf(place.folderID, place.name, place.facts);
+    }
+    DeviceTraits traits;
+    EXPECT_FALSE(StateLock()->devices.Find(DeviceOf(place.facts), MountOf(place.facts), traits));
 }
 
 TEST_F(References, HeldFolder_OutlivesTheCache) {
