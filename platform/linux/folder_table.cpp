@@ -1,6 +1,6 @@
 // The folder table: records in chunks that never move, found by number at once and by identity through a
 // hash. The platform's catalog keeps such numbers on the disk; here a number lives as long as the process and
-// its folder. Slot 2 is "/" always. A number is the slot's index, with a generation above it that changes
+// its folder. Number 2 is "/" always; it is known by being the root, not by an identity, and needs no memory. A number is the slot's index, with a generation above it that changes
 // when a slot is used again.
 #include "platform/linux/folder_table.h"
 
@@ -29,9 +29,9 @@ static uint64_t KeyOf(const Identity& identity, FolderID parent, uint32_t nameHa
 }
 
 FolderRecord* FolderTable::Find(FolderID id) {
+    if (id == kRootFolder) return &root_;
     uint32_t index = id & kIndexMask;
-    if (chunks_.empty()) Start();
-    if (index < kRootFolder || index >= used_) return nullptr;
+    if (index <= kRootFolder || index >= used_) return nullptr;
     FolderRecord& record = At(index);
     return record.used && NumberOf(index) == id ? &record : nullptr;
 }
@@ -58,23 +58,10 @@ void FolderTable::Unlink(uint32_t index) {
 }
 
 void FolderTable::Grow() {
-    std::vector<uint32_t> larger(buckets_.size() * 2);
+    std::vector<uint32_t> larger(buckets_.empty() ? kChunk : buckets_.size() * 2);
     buckets_.swap(larger);
     for (uint32_t index = kRootFolder + 1; index < used_; ++index)
         if (At(index).used) Link(index);
-}
-
-// "/" has its number before anything else has one; it is known by being the root, not by an identity.
-void FolderTable::Start() {
-    chunks_.push_back(std::make_unique<FolderRecord[]>(kChunk));
-    buckets_.resize(kChunk);
-    FolderRecord& root = At(kRootFolder);
-    root.used = true;
-    root.parent = kRootParent;
-    root.name[0] = '.';
-    root.nameLength = 1;
-    used_ = kRootFolder + 1;
-    size_ = 1;
 }
 
 uint32_t FolderTable::TakeSlot() {
@@ -92,7 +79,7 @@ uint32_t FolderTable::TakeSlot() {
 
 FolderID FolderTable::FindFolder(const Identity& identity, uint32_t mount, FolderID parent,
                                  const char* name) {
-    if (chunks_.empty()) Start();
+    if (buckets_.empty()) return kNoFolder;
     FolderRecord sought = {};
     sought.inode = KeyOf(identity, parent, HashName(name, std::strlen(name)));
     sought.birth = identity.birth;

@@ -33,8 +33,8 @@ Identity IdentityOf(const FolderRecord& record);
 
 class FolderTable {
 public:
-    // Null for a number that stands for no folder (any more). Records stay where they are until they are
-    // removed.
+    // Null for a number that stands for no folder (any more); takes no memory. Records stay where they are
+    // until they are removed.
     FolderRecord* Find(FolderID id);
 
     // The number of a folder whose identity and mount are known, or kNoFolder. Where inodes are not stable
@@ -59,6 +59,14 @@ public:
 private:
     static constexpr uint32_t kChunk = 256;
 
+    static constexpr FolderRecord Root() {
+        FolderRecord root{};
+        root.parent = kRootParent;
+        root.used = true;
+        root.name[0] = '.';
+        root.nameLength = 1;
+        return root;
+    }
     FolderRecord& At(uint32_t index) { return chunks_[index / kChunk][index % kChunk]; }
     const FolderRecord& At(uint32_t index) const { return chunks_[index / kChunk][index % kChunk]; }
     FolderID NumberOf(uint32_t index) const;
@@ -67,12 +75,12 @@ private:
     void Unlink(uint32_t index);
     void Grow();
     uint32_t TakeSlot();
-    void Start();
 
+    FolderRecord root_ = Root();
     std::vector<std::unique_ptr<FolderRecord[]>> chunks_;
-    std::vector<uint32_t> buckets_; // 0 ends a chain
-    uint32_t used_ = 0;             // slots ever used
-    uint32_t freeFirst_ = 0;        // oldest first, so that a number is not soon another folder's
+    std::vector<uint32_t> buckets_;   // 0 ends a chain
+    uint32_t used_ = kRootFolder + 1; // slots ever used
+    uint32_t freeFirst_ = 0;          // oldest first, so that a number is not soon another folder's
     uint32_t freeLast_ = 0;
-    size_t size_ = 0;
+    size_t size_ = 1;
 };

@@ -33,6 +33,15 @@ TEST(FolderTable, Root_HasNumberTwoAndParentOne) {
     EXPECT_EQ(table.Find(kRootFolder)->parent, kRootParent);
 }
 
+TEST(FolderTable, LookingUp_TakesNoMemory) {
+    FolderTable table;
+    table.Find(kRootFolder);
+    table.Find(1'000'000);
+    table.FindFolder(Numbered(10), 1, kRootFolder, "a");
+    table.Remove(1'000'000);
+    EXPECT_EQ(table.MemoryUse(), 0u);
+}
+
 TEST(FolderTable, SameIdentity_HasTheSameNumberAndTheLatestPlace) {
     FolderTable table;
     FolderID id = table.Enter(Numbered(10), 1, kRootFolder, "old");
