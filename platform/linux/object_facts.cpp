@@ -4,7 +4,11 @@
 // the volume has attributes; it counts as long as there is no attribute, just as a file server takes it over.
 //
 // An attribute that somebody else made keeps all that is in it. One that is broken counts as none and is
-// replaced only when something is stored. Sections: loading, storing.
+// replaced only when something is stored.
+//
+// The kernel shows and stores such attributes only where the mode lets the caller read and write the object,
+// but what the catalog knows does not depend on the mode: an owner lends itself the rights for a moment.
+// Sections: lending rights, loading, storing.
 #include "platform/linux/object_facts.h"
 
 #include "platform/linux/bare_objects.h"
@@ -17,12 +21,38 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fcntl.h>
 #include <memory>
 #include <new>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 using namespace appledouble;
+
+// ---- Lending rights
+
+constexpr mode_t kOwnRights = S_IRUSR | S_IWUSR;
+
+// Runs `attempt` on an object of the caller's own with the rights to it that it needs. Both are lent always,
+// so that nobody ever takes a mode for one to restore that somebody has lent from; another thread may take
+// back its loan meanwhile, hence the tries. -5000 when nothing can be lent or it does not help.
+template <typename Attempt>
+static OSErr WithRightsLent(const Place& place, mode_t needed, Attempt attempt) {
+    constexpr int kTries = 8;
+    OSErr result = afpAccessDenied;
+    for (int i = 0; i < kTries && result == afpAccessDenied; ++i) {
+        HeldObject object;
+        if (object.Hold(place) != noErr || object.facts().stx_uid != geteuid()) return afpAccessDenied;
+        const mode_t mode = object.facts().stx_mode & 07777;
+        const bool lends = (mode & needed) != needed;
+        if (lends && object.SetMode(mode | kOwnRights) < 0) return afpAccessDenied;
+        result = attempt(object);
+        const int error = LastErrorNumber();
+        if (lends && object.SetMode(mode) < 0 && result == noErr) return LastError();
+        SetLastErrorNumber(error);
+    }
+    return result;
+}
 
 // ---- Loading
 
@@ -78,6 +108,30 @@ static Found ReadRecord(Get get, Record& record) {
     return Found::kRecord;
 }
 
+// Reads the attribute by the object's name, with the right to do so lent where the mode denies it.
+static Found ReadRecordAt(const Place& place, Record& record) {
+    Found found = ReadRecord(
+        [&place](void* bytes, size_t size) {
+            return GetAttributeAt(place.folder.descriptor(), place.name, kMetadataAttribute, bytes, size);
+        },
+        record);
+    if (found != Found::kDenied) return found;
+    const OSErr result = WithRightsLent(place, S_IRUSR, [&](const HeldObject& object) {
+        found = ReadRecord(
+            [&](void* bytes, size_t size) { return object.GetAttribute(kMetadataAttribute, bytes, size); },
+            record);
+        return found == Found::kDenied ? afpAccessDenied : noErr;
+    });
+    return result == noErr || found == Found::kDenied ? found : Found::kFailure;
+}
+
+// The same for the object that is open as `file`; `place.facts` may tell less than is known of it by now.
+static Found ReadRecordOf(int file, const Place& place, Record& record) {
+    Place exact = place;
+    if (FactsAt(file, "", AT_EMPTY_PATH, exact.facts) < 0) return Found::kFailure;
+    return ReadRecordAt(exact, record);
+}
+
 static bool CanHaveFacts(const Place& place) {
     return S_ISREG(place.facts.stx_mode) || S_ISDIR(place.facts.stx_mode);
 }
@@ -119,11 +173,7 @@ OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
     Record record;
     Found found = Found::kNone;
     if (!IsKnownBare(place.facts)) {
-        found = ReadRecord(
-            [&place](void* bytes, size_t size) {
-                return GetAttributeAt(place.folder.descriptor(), place.name, kMetadataAttribute, bytes, size);
-            },
-            record);
+        found = ReadRecordAt(place, record);
         if (found == Found::kNone)
             RememberBare(place.facts, TraitsOf(place.folderID, place.name, place.facts).fineTimes);
     }
@@ -133,9 +183,10 @@ OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
 OSErr CheckUnlocked(const Place& place, int file, OSErr refusal) {
     Record record;
     Facts facts;
-    const Found found = ReadRecord(
+    Found found = ReadRecord(
         [file](void* bytes, size_t size) { return fgetxattr(file, kMetadataAttribute, bytes, size); },
         record);
+    if (found == Found::kDenied) found = ReadRecordOf(file, place, record);
     const OSErr result = Interpret(found, record, place, Look::kAttributeOnly, facts);
     return result == noErr && facts.locked ? refusal : result;
 }
@@ -233,12 +284,10 @@ OSErr StoreFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitm
     if (!CanHaveFacts(place)) return noErr;
     const Change change = {place, object, whichInfo, info};
     const OSErr result = TryToStore(change);
-    constexpr mode_t kOwnRights = S_IRUSR | S_IWUSR;
-    const mode_t mode = object.facts().stx_mode & 07777;
-    if (result != afpAccessDenied || (mode & kOwnRights) == kOwnRights) return result;
-    if (object.facts().stx_uid != geteuid() || object.SetMode(mode | kOwnRights) < 0) return result;
-    const OSErr second = TryToStore(change);
-    return object.SetMode(mode) < 0 && second == noErr ? LastError() : second;
+    if (result != afpAccessDenied) return result;
+    return WithRightsLent(place, kOwnRights, [&](const HeldObject& own) {
+        return TryToStore({place, own, whichInfo, info});
+    });
 }
 
 OSErr StoreFirstFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kRounds = 60;
+constexpr int kRounds = 40;
 
 size_t OpenDescriptors() {
     return static_cast<size_t>(

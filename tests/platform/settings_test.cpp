@@ -5,6 +5,8 @@
 #include "platform/objects.h"
 #include "support/no_descriptors.h"
 
+#include <thread>
+
 namespace {
 class Settings : public testing::Test {
 protected:
@@ -187,6 +189,57 @@ TEST_F(Settings, ReadOnlyMode_IsLentForTheMetadataAndKept) {
     }
     ASSERT_EQ(chmod(file_.c_str(), 0600), 0);
     EXPECT_EQ(GetType(file_), "TEXT1064");
+}
+
+// What the owner may not read by the mode is looked at all the same: a lock that was set holds.
+TEST_F(Settings, UnreadableModes_HideNeitherLockNorFinderInformation) {
+    if (!AsPlainUser::IsPossible()) GTEST_SKIP() << "the superuser is needed to become a plain user";
+    GiveToPlainUser(folder_.path());
+    GiveToPlainUser(file_);
+    const std::string path = folder_ / "folder";
+    const AsPlainUser user;
+    ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+    ASSERT_EQ(SetType(file_, "TEXTttxt"), noErr);
+    for (const std::string& object : {file_, path}) {
+        ASSERT_EQ(SetLock(object, true), noErr);
+        for (const mode_t mode : {0222, 0333, 0000}) {
+            ASSERT_EQ(chmod(object.c_str(), mode), 0);
+            EXPECT_TRUE(GetLock(object)) << object << mode;
+            const FSRef ref = RefTo(object);
+            EXPECT_EQ(FSDeleteObject(&ref), fLckdErr) << object << mode;
+            EXPECT_EQ(StatusOf(object).st_mode & 07777, mode) << object;
+        }
+    }
+    EXPECT_EQ(GetType(file_), "TEXTttxt");
+    ASSERT_EQ(chmod(file_.c_str(), 0222), 0);
+    FSForkRefNum fork = 0;
+    EXPECT_EQ(OpenByRef(RefTo(file_), false, fsWrPerm, fork), permErr);
+    EXPECT_EQ(StatusOf(file_).st_mode & 07777, 0222u);
+}
+
+// Each lends itself the rights and takes them back; none may take another's loan for the mode to restore.
+TEST_F(Settings, UnreadableMode_SurvivesManyThatLendAtOnce) {
+    if (!AsPlainUser::IsPossible()) GTEST_SKIP() << "the superuser is needed to become a plain user";
+    GiveToPlainUser(folder_.path());
+    GiveToPlainUser(file_);
+    const AsPlainUser user;
+    ASSERT_EQ(SetLock(file_, true), noErr);
+    ASSERT_EQ(chmod(file_.c_str(), 0000), 0);
+    const FSRef ref = RefTo(file_);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            FSCatalogInfo info = {};
+            for (int round = 0; round < 200; ++round) {
+                info.finderInfo[0] = static_cast<uint8_t>(round);
+                if (i == 0) FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo, &info);
+                FSGetCatalogInfo(&ref, kFSCatInfoFinderInfo, &info, nullptr, nullptr, nullptr);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(StatusOf(file_).st_mode & 07777, 0u);
+    EXPECT_TRUE(GetLock(file_));
 }
 
 TEST_F(Settings, ReadOnlyFolder_TakesMetadataToo) {
