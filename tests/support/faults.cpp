@@ -44,6 +44,7 @@ struct State {
     unsigned fired = 0;
     const char* firedAt = "";
     std::vector<const char*, Behind<const char*>> log;
+    std::vector<size_t, Behind<size_t>> sizes;
     std::unordered_set<void*, std::hash<void*>, std::equal_to<>, Behind<void*>> heap;
 };
 
@@ -63,11 +64,12 @@ bool Selects(const std::string& wanted, const char* name, bool isMemory) {
     return wanted.empty() || wanted == (isMemory ? "memory" : "seam") || wanted == name;
 }
 
-Verdict Decide(const char* name, bool fallible, bool isMemory) {
+Verdict Decide(const char* name, bool fallible, bool isMemory, size_t size = 0) {
     State& state = TheState();
     std::lock_guard lock(state.mutex);
     if (!state.active || pauses > 0) return {};
     state.log.push_back(name);
+    if (isMemory) state.sizes.push_back(size);
     if (!fallible || !Selects(state.fault.operation, name, isMemory)) return {};
     ++state.seen;
     bool hit = state.fault.call != 0 &&
@@ -75,7 +77,7 @@ Verdict Decide(const char* name, bool fallible, bool isMemory) {
     if (!hit) return {};
     ++state.fired;
     state.firedAt = name;
-    return {true, state.fault.effect == Effect::kPartial, state.fault.code};
+    return {false, true, state.fault.effect == Effect::kPartial, state.fault.code};
 }
 
 bool IsMemory(const std::string& name) {
@@ -100,7 +102,7 @@ bool Forget(void* block) {
 } // namespace
 
 Verdict Enter(const Operation& operation) {
-    if (depth++ > 0) return {};
+    if (depth++ > 0) return {.isInner = true};
     return Decide(operation.name, operation.fallible, false);
 }
 
@@ -122,6 +124,7 @@ void Count(Kind kind, long change) {
 Injection::Injection(const Fault& fault) {
     State& state = TheState();
     state.log.reserve(4096);
+    state.sizes.reserve(4096);
     // A long name is a block of its own; it comes and goes outside the lock, which blocks take as well.
     Fault next = fault;
     std::lock_guard lock(state.mutex);
@@ -130,6 +133,7 @@ Injection::Injection(const Fault& fault) {
     state.seen = state.fired = 0;
     state.firedAt = "";
     state.log.clear();
+    state.sizes.clear();
     state.active = true;
 }
 
@@ -162,6 +166,11 @@ std::vector<std::string> Injection::log() const {
     for (const char* name : TheState().log)
         if (!IsMemory(name)) names.emplace_back(name);
     return names;
+}
+
+std::vector<size_t> Injection::sizes() const {
+    Pause pause;
+    return {TheState().sizes.begin(), TheState().sizes.end()};
 }
 
 Pause::Pause() {
@@ -233,15 +242,15 @@ void* __wrap_realloc(void* block, size_t size);
 void __wrap_free(void* block);
 
 void* __wrap_malloc(size_t size) {
-    return Decide("malloc", true, true).fail ? nullptr : Known(__real_malloc(size));
+    return Decide("malloc", true, true, size).fail ? nullptr : Known(__real_malloc(size));
 }
 
 void* __wrap_calloc(size_t count, size_t size) {
-    return Decide("calloc", true, true).fail ? nullptr : Known(__real_calloc(count, size));
+    return Decide("calloc", true, true, count * size).fail ? nullptr : Known(__real_calloc(count, size));
 }
 
 void* __wrap_realloc(void* block, size_t size) {
-    if (Decide("realloc", true, true).fail) return nullptr;
+    if (Decide("realloc", true, true, size).fail) return nullptr;
     bool known = Forget(block) || !block;
     void* moved = __real_realloc(block, size);
     if (!known) return moved;
@@ -257,13 +266,13 @@ void __wrap_free(void* block) {
 } // extern "C"
 
 void* operator new(size_t size) {
-    if (Decide("operator new", true, true).fail) throw std::bad_alloc();
+    if (Decide("operator new", true, true, size).fail) throw std::bad_alloc();
     if (void* block = __real_malloc(size ? size : 1)) return Known(block);
     throw std::bad_alloc();
 }
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    if (Decide("operator new", true, true).fail) return nullptr;
+    if (Decide("operator new", true, true, size).fail) return nullptr;
     return Known(__real_malloc(size ? size : 1));
 }
 void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {

@@ -49,7 +49,8 @@ public:
     std::string firedAt() const; // the operation failed last, "" for none
     unsigned calls(const std::string& operation) const;
     std::vector<std::string>
-    log() const; // the seam operations in the order of the calls, without allocations
+    log() const;                       // the seam operations in the order of the calls, without allocations
+    std::vector<size_t> sizes() const; // of the blocks asked for, in the order of the calls
 };
 
 // Lets everything through, uncounted, for as long as it lives (all threads).

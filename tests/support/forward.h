@@ -3,6 +3,7 @@
 
 #include "platform/forks.h"
 #include "platform/io_registry.h"
+#include "support/watching.h"
 
 #include <string_view>
 #include <type_traits>
@@ -50,6 +51,7 @@ private:
 };
 
 struct Verdict {
+    bool isInner = false; // part of an operation that has been entered already
     bool fail = false;
     bool partial = false;
     int code = 0;
@@ -120,6 +122,7 @@ Result Forward(const Operation& operation, Result (*real)(Arguments...),
     };
     Verdict verdict = Enter(operation);
     Guard guard;
+    if (!verdict.isInner) Watch<Result(Arguments...)>::Show(operation.name, arguments...);
     if constexpr (std::is_void_v<Result>) {
         if (operation.closes != Kind::kNone && Given(arguments...)) Count(operation.closes, -1);
         real(arguments...);
