@@ -330,7 +330,8 @@ OpacTavFSRef* Tav0FSRCreateWithPath(const TavChar* path);
  * Gives the reference for the path of a platform file reference.
  *
  * @param folder  the file or folder; null gives null.
- * @return the reference; null when the object is gone, its path has more than 1023 bytes, or memory is short.
+ * @return the reference; null when the object is gone, its path has more than 1023 bytes or a name that is
+ *         not UTF-8, or memory is short.
  * @owner   the caller holds the reference, until Tav0FSRRelease.
  * @threads any.
  * @windows none
@@ -1077,9 +1078,10 @@ int32_t TavFileOpenExt(OpacTavFSRef* file, uint32_t flags);
  * @param flags  TAV_FILE_READ, TAV_FILE_WRITE, TAV_FILE_REPLACE and TAV_FILE_TRUNCATE; other bits are
  *               ignored.
  * @return the handle; -1 when the file exists and neither TAV_FILE_REPLACE nor TAV_FILE_TRUNCATE is given,
- *         when it cannot be replaced or opened, the folder is missing, or the path ends with "/", has no "/"
- *         or 1024 units or more. When cutting an existing file to no length fails, the number of a handle
- *         that is closed already. Nothing is undone: a file made or replaced before the failure stays so.
+ *         when it cannot be replaced or opened, the folder is missing or its path malformed, or the path ends
+ *         with "/", has no "/" or 1024 units or more. When cutting an existing file to no length fails, the
+ *         number of a handle that is closed already. Nothing is undone: a file made or replaced before the
+ *         failure stays so, also one whose malformed name stands for bytes that no path can hold.
  * @owner   the caller, until TavFileCloseExt.
  * @threads any that holds the reference.
  * @windows CreateFile with CREATE_NEW, CREATE_ALWAYS or TRUNCATE_EXISTING
@@ -1104,7 +1106,8 @@ int32_t TavFileCloseExt(int32_t handle);
  * @param buffer     receives at most `count` bytes; not null unless `count` is 0.
  * @param count      bytes wanted.
  * @param bytesRead  receives the number of bytes read, also on failure; may be null.
- * @return 1 when at least one byte was read; 0 at the end of the file and on failure.
+ * @return 1 when at least one byte was read; 0 at the end of the file and on failure, although bytes may
+ *         have come before it.
  * @owner   nothing to release.
  * @threads one thread at a time for each handle.
  * @windows ReadFile, but that reading at the end of the file succeeds there
@@ -1192,8 +1195,8 @@ int32_t TavFileDeleteExt(OpacTavFSRef* file);
  * Creates a folder in an existing folder. One "/" at the end of the path is ignored.
  *
  * @param folder  the folder to make; null gives 0.
- * @return 1; 0 when something of that name exists, the folder above is missing, the path has no name or 1024
- *         units or more, or access is denied.
+ * @return 1; 0 when something of that name exists, the folder above is missing or its path malformed, the path
+ *         has no name or 1024 units or more, or access is denied.
  * @owner   nothing to release.
  * @threads any that holds the reference.
  * @windows CreateDirectory

@@ -9,7 +9,6 @@
 #include "vpath/key_paths.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -26,16 +25,17 @@ struct NewObject {
     uint32_t nameLength;
 };
 
-// Takes a path apart at its last "/" and finds the folder. False when there is no name. The name has to be
-// text like the rest: the platform would make what no reference could ever reach.
-bool Locate(const TavChar* path, NewObject* object) {
-    const TavChar* const slash = tav_wcsrchr(path, u'/');
+// Takes a path apart at its last "/", cutting it there, and finds the folder. False when there is no name.
+// kept: only the folder's path has to be well-formed text. The name is the platform's affair, which has one
+// for some that are not, although no reference leads to what it makes.
+bool Locate(TavChar* path, NewObject* object) {
+    TavChar* const slash = tav_wcsrchr(path, u'/');
     if (!slash || !slash[1]) return false;
     object->nameLength = tav_wcslen(slash + 1);
     tav_wcscpy(object->name, slash + 1);
+    slash[1] = 0;
     char* utf8 = Tav0UTF8FromUTF16(path);
     if (!utf8) return false;
-    std::strrchr(utf8, '/')[1] = 0;
     const OSStatus result = FSPathMakeRef(reinterpret_cast<const uint8_t*>(utf8), &object->parent, nullptr);
     Tav0UTFRelease(utf8);
     return result == noErr;
@@ -46,25 +46,37 @@ OSErr CreateFile(const NewObject& object, FSRef* newRef) {
                                newRef, nullptr);
 }
 
+// Opens the data fork. A failure leaves the number as it is.
+FSForkRefNum OpenData(const FSRef& ref, uint32_t flags) {
+    FSForkRefNum fork = kNoHandle;
+    HFSUniStr255 dataFork;
+    FSGetDataForkName(&dataFork);
+    FSOpenFork(&ref, dataFork.length, dataFork.unicode, static_cast<int8_t>(GetOpenFlags(flags)), &fork);
+    return fork;
+}
+
 // Cuts an open file to no length. The platform does not do that to what it opened for reading only; another
 // opening of the same file does it then.
-bool Truncate(OpacTavFSRef* file, uint32_t flags, int32_t handle) {
+bool Truncate(const FSRef& ref, uint32_t flags, int32_t handle) {
     if (TavFileSetFileSizeExt(handle, 0)) return true;
     if (handle == kNoHandle || (flags & TAV_FILE_WRITE)) return false;
-    const int32_t writer = TavFileOpenExt(file, TAV_FILE_WRITE);
+    const int32_t writer = OpenData(ref, TAV_FILE_WRITE);
     if (writer == kNoHandle) return false;
     const bool done = TavFileSetFileSizeExt(writer, 0);
     TavFileCloseExt(writer);
     return done;
 }
 
-// Opens the file that stands in the way and cuts it to no length; `result` becomes 0 when that worked.
+// Opens the file that stands in the way and cuts it to no length; `result` becomes 0 when that worked. The
+// path is looked up once: its name may be another file's a moment later.
 FSForkRefNum OpenTruncated(OpacTavFSRef* file, uint32_t flags, OSErr* result) {
-    const FSForkRefNum fork = Fork(TavFileOpenExt(file, flags));
+    FSRef ref = {};
+    const bool isFound = Tav0FSRToAbs(file, &ref, 0);
+    const FSForkRefNum fork = isFound ? OpenData(ref, flags) : FSForkRefNum{kNoHandle};
     // kept: the comparison is with 0, so a failed open comes here as -1, which can neither be cut nor closed;
     // and a fork that cannot be cut keeps its number although it is closed.
     if (fork != 0) {
-        if (Truncate(file, flags, fork)) {
+        if (Truncate(ref, flags, fork)) {
             *result = noErr;
         } else {
             TavFileCloseExt(fork);
@@ -91,13 +103,7 @@ int32_t GetOpenFlags(uint32_t flags) {
 
 int32_t TavFileOpenExt(OpacTavFSRef* file, uint32_t flags) {
     FSRef ref;
-    if (!Tav0FSRToAbs(file, &ref, 0)) return kNoHandle;
-    FSForkRefNum fork = kNoHandle;
-    HFSUniStr255 dataFork;
-    FSGetDataForkName(&dataFork);
-    // A failure leaves the number as it is.
-    FSOpenFork(&ref, dataFork.length, dataFork.unicode, static_cast<int8_t>(GetOpenFlags(flags)), &fork);
-    return fork;
+    return Tav0FSRToAbs(file, &ref, 0) ? OpenData(ref, flags) : kNoHandle;
 }
 
 // kept: the one result that is the platform's code.

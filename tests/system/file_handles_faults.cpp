@@ -1,8 +1,12 @@
 #include "support/faults.h"
 #include "support/files.h"
 #include "support/virtual_paths.h"
+#include "support/watching.h"
+
+#include "platform/forks.h"
 
 #include <gtest/gtest.h>
+#include <utility>
 
 // A reference whose lock is refused when it is released stays; the sanitizer is not to take that for a leak.
 extern "C" const char* __lsan_default_suppressions() {
@@ -113,6 +117,49 @@ TEST_F(FileHandleFaults, AFailedOpenIsStillCutAndClosedInVain) {
     EXPECT_EQ(fault.calls("FSSetForkSize"), 1u);
     EXPECT_EQ(fault.calls("FSCloseFork"), 1u);
     EXPECT_EQ(ReadFile(folder / "a"), "old");
+}
+
+// The comparison is with 0, not with -1: a number that no fork has, left by an opening that failed.
+TEST_F(FileHandleFaults, ForkNumberZeroIsNeitherCutNorClosed) {
+    const faults::Watch<decltype(FSOpenFork)> watch(
+        "FSOpenFork", [](auto, auto, auto, auto, FSForkRefNum* number) { *number = 0; });
+    const Injection fault({.call = 1, .code = 0, .operation = "FSOpenFork"});
+    const int32_t handle = TavFileCreateExt(file.get(), kReadWrite | TAV_FILE_TRUNCATE);
+    const Pause pause;
+    EXPECT_EQ(handle, 0);
+    EXPECT_EQ(fault.calls("FSSetForkSize"), 0u);
+    EXPECT_EQ(fault.calls("FSCloseFork"), 0u);
+    EXPECT_EQ(ReadFile(folder / "a"), "old");
+}
+
+// What was opened for reading is cut through a second opening, and the name may have gone to another file.
+TEST_F(FileHandleFaults, OnlyTheFileThatWasOpenedIsCut) {
+    WriteFile(folder / "other", "precious");
+    bool isSwapped = false;
+    const faults::Watch<decltype(FSSetForkSize)> watch("FSSetForkSize", [&](auto...) {
+        if (std::exchange(isSwapped, true)) return;
+        std::filesystem::rename(folder / "a", folder / "moved");
+        std::filesystem::rename(folder / "other", folder / "a");
+    });
+    const int32_t handle = TavFileCreateExt(file.get(), TAV_FILE_READ | TAV_FILE_TRUNCATE);
+    EXPECT_TRUE(isSwapped);
+    EXPECT_GT(handle, 0);
+    TavFileCloseExt(handle);
+    EXPECT_EQ(ReadFile(folder / "a"), "precious");
+    EXPECT_EQ(ReadFile(folder / "moved"), "");
+}
+
+TEST_F(FileHandleFaults, ANewFileWithoutAReferenceStaysButIsNotOpened) {
+    int32_t handle;
+    {
+        const Injection fault({.call = 1, .code = -43, .operation = "FSRefMakePath"});
+        handle = TavFileCreateExt(fresh.get(), kReadWrite);
+        const Pause pause;
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(fault.calls("FSOpenFork"), 0u);
+    }
+    EXPECT_EQ(handle, -1);
+    EXPECT_TRUE(std::filesystem::exists(folder / "new"));
 }
 
 TEST_F(FileHandleFaults, AFileThatCannotBeDeletedIsNotReplaced) {

@@ -414,18 +414,25 @@ TEST_F(FileHandles, CreateInAFolderThatALinkLeadsTo) {
     EXPECT_TRUE(Exists("d/a"));
 }
 
-// The platform takes the unit for a byte, and no reference would lead to what it made.
-TEST_F(FileHandles, NamesThatAreNotTextAreNeitherMadeNorFound) {
+// Only the folder's path has to be text. The platform takes the unit for a byte, and no reference leads to
+// what it makes of it: the folder is there, the file too but not open, and neither is touched again.
+TEST_F(FileHandles, NamesThatAreNotTextAreMadeButNotFound) {
     WriteFile(Path("caf\xE9"), "content");
     const std::u16string path = Wide(folder.path());
     const Ref present = MakeRef(path + u"/caf\xDCE9"), missing = MakeRef(path + u"/new\xDCE9");
+    const Ref inside = MakeRef(path + u"/caf\xDCE9/x"), subfolder = MakeRef(path + u"/dir\xDCE9");
     EXPECT_EQ(TavFileOpenExt(present.get(), kRead), -1);
     EXPECT_EQ(TavFileDeleteExt(present.get()), 0);
     EXPECT_EQ(TavFileCreateExt(present.get(), kReadWrite | TAV_FILE_REPLACE), -1);
+    EXPECT_EQ(TavFileCreateExt(present.get(), kReadWrite | TAV_FILE_TRUNCATE), -1);
     EXPECT_EQ(TavFileCreateExt(missing.get(), kReadWrite), -1);
-    EXPECT_EQ(TavFolderCreateExt(missing.get()), 0);
+    EXPECT_TRUE(fs::is_regular_file(Path("new\xE9")));
+    EXPECT_EQ(TavFolderCreateExt(subfolder.get()), 1);
+    EXPECT_TRUE(fs::is_directory(Path("dir\xE9")));
+    EXPECT_EQ(TavFolderCreateExt(subfolder.get()), 0);
+    EXPECT_EQ(TavFileCreateExt(inside.get(), kReadWrite), -1);
+    EXPECT_EQ(TavFolderCreateExt(inside.get()), 0);
     EXPECT_EQ(ReadFile(Path("caf\xE9")), "content");
-    EXPECT_FALSE(Exists("new\xE9"));
 }
 
 // A path of 1023 units works, and one of 1024 is refused before anything is looked at.
