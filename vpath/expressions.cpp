@@ -61,8 +61,6 @@ TavChar* MovedStorage(OpacTavFSExp* e, uint32_t capacity) {
 
 OpacTavFSExp::~OpacTavFSExp() {
     std::free(storage);
-    storage = nullptr;
-    length = capacity = 0;
 }
 
 TavChar* AdjustStorageAndGetAppend(OpacTavFSExp* e, int32_t neededUnits) {

@@ -25,7 +25,6 @@ int32_t DeReference(OpacTavFSRef* r) {
 }
 
 void Free(OpacTavFSRef* r) {
-    r->count = 0;
     std::free(r);
 }
 

@@ -23,5 +23,5 @@ void AddReference(OpacTavFSRef* r);
 // One holder less; the number of those left.
 int32_t DeReference(OpacTavFSRef* r);
 
-// Frees the block, its count set to 0 first.
+// Frees the block.
 void Free(OpacTavFSRef* r);

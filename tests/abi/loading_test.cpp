@@ -1,12 +1,16 @@
 // The shared object loaded, used and unloaded while the process goes on: nothing of it may stay.
 #include "support/files.h"
+#include "support/sanitizers.h"
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -74,6 +78,15 @@ static void Use(const Library& library, const std::string& folder) {
     EXPECT_EQ(FIND(library, tav_wcscmpi)(u"\u00e4\u03a9", u"\u00c4\u03c9"), 0);
 }
 
+// Fills both registries, which own what is in them.
+static void Register(const Library& library) {
+    const TavKey key = TAV_KEY('p', 'r', 'e', 'f');
+    const FSRef ref = {};
+    FIND(library, Tav0TranPathRegister)(&key, &ref);
+    const MyStr16 name = {"lang"};
+    FIND(library, Tav0FSValRegister)(&name, u"a text that is long enough to have a block of its own");
+}
+
 TEST(Loading, AgainAndAgain_LeavesNothingBehind) {
     TemporaryFolder folder;
     WriteFile(folder / "file", "x");
@@ -90,6 +103,41 @@ TEST(Loading, AgainAndAgain_LeavesNothingBehind) {
     pthread_key_t key;
     ASSERT_EQ(pthread_key_create(&key, nullptr), 0) << "each load kept a key";
     pthread_key_delete(key);
+}
+
+TEST(Loading, Registrations_GoWithTheLibrary) {
+    if (kAddressSanitizer || kThreadSanitizer) GTEST_SKIP() << "the sanitizers' allocator does not count";
+    const auto bytesInUse = [] { return mallinfo2().uordblks; };
+    size_t before = 0;
+    constexpr int kWarmUp = 20, kCounted = 200;
+    for (int round = 0; round < kWarmUp + kCounted; ++round) {
+        if (round == kWarmUp) before = bytesInUse();
+        Library library;
+        ASSERT_TRUE(library) << dlerror();
+        Register(library);
+    }
+    EXPECT_LT(bytesInUse(), before + 32 * kCounted) << "blocks stay with each load";
+}
+
+// Their holders have the blocks, and may still look at them.
+TEST(Loading, ReferencesStillHeld_OutliveTheLibrary) {
+    const std::u16string path = u"/held";
+    OpacTavFSRef* held = nullptr;
+    {
+        Library library;
+        ASSERT_TRUE(library) << dlerror();
+        Register(library);
+        held = FIND(library, Tav0FSRCreateWithPath)(path.c_str());
+        ASSERT_NE(held, nullptr);
+    }
+    ASSERT_EQ(Mappings(), 0u);
+    int32_t count;
+    TavChar units[6];
+    std::memcpy(&count, held, sizeof count);
+    std::memcpy(units, reinterpret_cast<const char*>(held) + sizeof count, sizeof units);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(std::u16string(units), path);
+    std::free(held);
 }
 
 TEST(Loading, Unloaded_LeavesNoForkHandler) {

@@ -4,9 +4,14 @@
 #include "support/faults.h"
 #include "support/files.h"
 #include "support/references.h"
+#include "support/watching.h"
+
+#include "platform/catalog.h"
+#include "platform/iterators.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <utility>
 
 namespace fs = std::filesystem;
 using Calls = std::vector<std::string>;
@@ -81,6 +86,74 @@ TEST_F(DeleteCalls, OfTree_GoDepthFirstOneItemARead_AndUnlockEachItemJustBeforeI
                                   "FSGetCatalogInfoBulk", "FSCloseIterator", // the sub-folder's end
                                   "FSSetCatalogInfo", "FSDeleteObject",      //
                                   "FSGetCatalogInfoBulk", "FSCloseIterator", "FSDeleteObject"})); // the top
+}
+
+TEST_F(DeleteCalls, OfTree_AskForNodeFlagsAlone_OneItemARead) {
+    MakeTree();
+    const FSRef ref = Reference(tree);
+    int looks = 0, reads = 0, opened = 0;
+    const faults::Watch<decltype(FSGetCatalogInfo)> watchLooks(
+        "FSGetCatalogInfo", [&](auto, FSCatalogInfoBitmap which, auto, auto* name, auto* spec, auto* parent) {
+            ++looks;
+            EXPECT_EQ(which, kFSCatInfoNodeFlags);
+            EXPECT_TRUE(!name && !spec && !parent);
+        });
+    const faults::Watch<decltype(FSOpenIterator)> watchOpening("FSOpenIterator",
+                                                               [&](auto, FSIteratorFlags flags, auto) {
+                                                                   ++opened;
+                                                                   EXPECT_EQ(flags, kFSIterateDelete);
+                                                               });
+    const faults::Watch<decltype(FSGetCatalogInfoBulk)> watchReads(
+        "FSGetCatalogInfoBulk", [&](auto, ItemCount most, auto, auto* changed, FSCatalogInfoBitmap which,
+                                    auto, auto, auto* specs, auto* names) {
+            ++reads;
+            EXPECT_EQ(most, 1u);
+            EXPECT_EQ(which, kFSCatInfoNodeFlags);
+            EXPECT_TRUE(!changed && !specs && !names);
+        });
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(opened, 2);
+    EXPECT_EQ(reads, 4);
+}
+
+// The lock alone is cleared; what else the item's flags said is written back, also after deeper levels have
+// used the shared record.
+TEST_F(DeleteCalls, Unlocking_WritesTheItemsOwnFlagsLessTheLock) {
+    MakeTree();
+    Lock(tree);
+    const FSRef ref = Reference(tree);
+    std::vector<uint16_t> written;
+    const faults::Watch<decltype(FSSetCatalogInfo)> watch(
+        "FSSetCatalogInfo", [&](auto, FSCatalogInfoBitmap which, const FSCatalogInfo* info) {
+            EXPECT_EQ(which, kFSCatInfoNodeFlags);
+            written.push_back(info->nodeFlags);
+        });
+    EXPECT_EQ(FSDeleteObjects(&ref), noErr);
+    EXPECT_EQ(written, (std::vector<uint16_t>{0, kFSNodeIsDirectoryMask, kFSNodeIsDirectoryMask}));
+}
+
+// A read that succeeds but gives no item, or claims more than was asked for, is no reason to delete anything.
+TEST_F(DeleteCalls, ReadThatGivesNotExactlyOneItem_DeletesNothingAndGoesOn) {
+    for (const ItemCount given : {0u, 2u}) {
+        fs::create_directory(tree);
+        WriteFile(tree + "/f", "x");
+        const FSRef ref = Reference(tree);
+        bool isFirst = true;
+        const faults::Watch<decltype(FSGetCatalogInfoBulk)> watch(
+            "FSGetCatalogInfoBulk",
+            [&](auto, auto, ItemCount* actual, auto, auto, FSCatalogInfo* info, FSRef* item, auto, auto) {
+                if (!std::exchange(isFirst, false)) return;
+                *actual = given;
+                *info = {};
+                *item = ref;
+            });
+        const faults::Injection fault({.call = 1, .code = noErr, .operation = "FSGetCatalogInfoBulk"});
+        EXPECT_EQ(FSDeleteFolder(&ref), noErr);
+        EXPECT_EQ(fault.fired(), 1u);
+        EXPECT_EQ(fault.calls("FSDeleteObject"), 1u);
+        EXPECT_TRUE(fs::is_empty(tree));
+    }
 }
 
 TEST_F(DeleteCalls, FailedUnlock_IsNotReported_TheRefusedDeleteIs) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 std::u16string TextOf(const OpacTavFSExp* e) {
@@ -44,4 +45,17 @@ MyStr16 NameOf(const std::string& name) {
     MyStr16 field = {};
     std::memcpy(field.name, name.data(), std::min(name.size(), sizeof field.name));
     return field;
+}
+
+std::string MakeFolderOfBytes(const std::string& above, size_t bytes) {
+    const auto name = [](size_t size) {
+        std::string text(size % 2, 'x');
+        while (text.size() < size) text += "\xC3\xA9";
+        return "/" + text;
+    };
+    std::string path = above;
+    while (bytes - path.size() > 250) path += name(200);
+    path += name(bytes - path.size() - 1);
+    std::filesystem::create_directories(path);
+    return path;
 }

@@ -41,6 +41,9 @@ std::u16string Evaluated(const std::u16string& expression, const OpacTavFSRef* b
 // The platform's reference to an existing object; throws when there is none.
 FSRef PlatformRef(const std::string& path);
 
+// Makes a folder below `above` whose path has that many bytes, and fewer units; gives the path.
+std::string MakeFolderOfBytes(const std::string& above, size_t bytes);
+
 // Four characters as a key in memory, missing ones zero.
 TavKey KeyOf(const std::string& characters);
 

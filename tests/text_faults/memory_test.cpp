@@ -28,7 +28,7 @@ struct Counter {
 
 Counter mallocs, reallocs, news, stringsFromUnits, stringsOnUnits, stringsFromBytes, mutableStrings,
     pathLookups;
-int frees = 0;
+int frees = 0, arrayDeletes = 0;
 CFIndex invisibleUnits = 0; // that strings, but for the last mutable one, are said to have more
 CFMutableStringRef lastMutable = nullptr;
 
@@ -58,6 +58,12 @@ void* __wrap_realloc(void* block, size_t size) {
 void __wrap_free(void* block) {
     ++frees;
     __real_free(block);
+}
+
+void __real__ZdaPv(void* block);
+void __wrap__ZdaPv(void* block) {
+    ++arrayDeletes;
+    __real__ZdaPv(block);
 }
 
 void* REAL_NEW(size_t size, const std::nothrow_t& tag);
@@ -231,6 +237,17 @@ TEST(CTavStringW, TakesRoomForHeaderUnitsAndTerminator) {
     const CTavStringW s(u"abc");
     EXPECT_EQ(news.calls, 1);
     EXPECT_EQ(news.lastSize, 20u);
+}
+
+TEST(CTavStringW, ABlockWhoseCountIsLostIsFreedAllTheSame) {
+    for (const int32_t count : {1, 0, -5}) {
+        const int before = arrayDeletes;
+        {
+            const CTavStringW s(u"abc");
+            s.GetData()->references = count;
+        }
+        EXPECT_EQ(arrayDeletes, before + 1) << count;
+    }
 }
 
 TEST(CTavStringW, WithoutMemoryItIsEmpty) {

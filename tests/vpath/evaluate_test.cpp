@@ -281,6 +281,22 @@ TEST(KeyRoot, ContributesNothingWhenItsFolderIsGone) {
     EXPECT_EQ(Evaluated(u"$gone\\x"), u"x");
 }
 
+TEST(KeyRoot, ContributesNothingWhenItsFolderHasAPathOfMoreThan1023Bytes) {
+    const TemporaryFolder folder;
+    const std::string longest = MakeFolderOfBytes(folder.path(), 1023);
+    RegisterKey("fits", longest);
+    EXPECT_EQ(Evaluated(u"$fits\\x"), Wide(longest + "/x"));
+    RegisterKey("long", MakeFolderOfBytes(folder.path(), 1024));
+    EXPECT_EQ(Evaluated(u"$long\\x"), u"x");
+}
+
+TEST(KeyRoot, ContributesNothingWhenItsFoldersNameIsNotText) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder / "caf\xE9");
+    RegisterKey("bad", folder / "caf\xE9");
+    EXPECT_EQ(Evaluated(u"$bad\\x"), u"x");
+}
+
 TEST(KeyRoot, FailsWithoutAKey) {
     EXPECT_EQ(Evaluated(u"$"), u"(null)");
     EXPECT_EQ(Evaluated(u"$\\x"), u"(null)");

@@ -3,6 +3,8 @@
 #include "vpath/expressions.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <utility>
 
 namespace {
 
@@ -30,6 +32,56 @@ TEST(ExpressionFaults, CreatorsGiveNullAndLeakNothing) {
     EXPECT_EQ(FailCreation([&] { return Tav0FSExpCreateAbs(ref.get()); }), 2u);
     EXPECT_EQ(FailCreation([] { return Tav0FSExpCreateTK("pref"); }), 2u);
     EXPECT_EQ(FailCreation([] { return Tav0FSExpCreateExp(u"$pref"); }), 2u);
+}
+
+TEST(ExpressionFaults, BlocksHaveTheSizesThatTheCapacitiesTell) {
+    const Ref ref = MakeRef(u"/a");
+    const auto blockOf = [](const std::function<OpacTavFSExp*()>& create) {
+        const Injection watch;
+        OpacTavFSExp* const e = create();
+        const Pause pause;
+        EXPECT_EQ(watch.calls("malloc"), 1u);
+        EXPECT_EQ(watch.sizes().back(), e->capacity * sizeof(TavChar));
+        Tav0FSExpRelease(e);
+        return watch.sizes().back();
+    };
+    EXPECT_EQ(blockOf([&] { return Tav0FSExpCreateAbs(ref.get()); }), 3u * 2 + 4);
+    EXPECT_EQ(blockOf([] { return Tav0FSExpCreateTK("ab\0"); }), 12u);
+    EXPECT_EQ(blockOf([] { return Tav0FSExpCreateExp(u"$pref"); }), 10u);
+}
+
+TEST(ExpressionFaults, AGrowingBlockHasTheSizeOfItsCapacity) {
+    const Exp e = MakeExp(u"abc");
+    const Injection watch;
+    AdjustStorageAndGetAppend(e.get(), 4);
+    const Pause pause;
+    EXPECT_EQ(watch.calls("realloc"), 1u);
+    EXPECT_EQ(watch.sizes(), std::vector<size_t>{12});
+}
+
+// A text that no block of the host can hold is claimed over address space that costs nothing.
+TEST(ExpressionFaults, AppendsRefuseToGrowBeyondTheGreatestCount) {
+    if (sizeof(void*) == 4) GTEST_SKIP() << "the text would not fit into the address space";
+    constexpr size_t kUnits = 0x7FFFFFFF;
+    void* const space = mmap(nullptr, kUnits * sizeof(TavChar), PROT_READ,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(space, MAP_FAILED);
+    const Exp e = MakeExp(u"");
+    TavChar* const own = std::exchange(e->storage, static_cast<TavChar*>(space));
+    const uint32_t ownCapacity = std::exchange(e->capacity, kUnits);
+    e->length = kUnits;
+    {
+        const Injection watch;
+        EXPECT_FALSE(AppendSlash(e.get()));
+        EXPECT_EQ(Tav0FSExpAppendSeg(e.get(), u"\\x"), 0);
+        EXPECT_EQ(Tav0FSExpAppendVal(e.get(), ""), 0);
+        EXPECT_EQ(watch.calls("realloc") + watch.calls("malloc"), 0u);
+    }
+    EXPECT_EQ(e->length, kUnits);
+    e->storage = own;
+    e->capacity = ownCapacity;
+    e->length = 0;
+    munmap(space, kUnits * sizeof(TavChar));
 }
 
 TEST(ExpressionFaults, ReexpressionGivesNullAndLeaksNothing) {

@@ -16,17 +16,6 @@ TEST(Globals, AreEmptyAtLoad) {
     EXPECT_EQ(g_FSRefValModAccount, 0u);
 }
 
-// What one file defines in this order is built in this order and destroyed the other way round.
-TEST(Globals, AreFreedAtUnloadButForReferencesStillHeld) {
-    const TavKey key = KeyOf("pref");
-    const MyStr16 name = NameOf("lang");
-    const FSRef folder = {};
-    Tav0TranPathRegister(&key, &folder);
-    Tav0FSValRegister(&name, u"en");
-    static Ref held = MakeRef(u"/held");
-    EXPECT_EQ(s_FSRefs.size(), 1u);
-}
-
 // Children are born while other threads are in the cache; each must find the lock free and the cache whole.
 TEST(Fork, LeavesAUsableCacheInTheChild) {
     const Ref held = MakeRef(u"/held");

@@ -50,6 +50,36 @@ TEST(GetAbsPath, GivesTheSizeWithTheTerminator) {
     EXPECT_STREQ(Narrow(buf.c_str()).c_str(), folder.path().c_str());
 }
 
+// Bytes count, not units.
+TEST(GetAbsPath, GivesNothingForAPathOfMoreThan1023Bytes) {
+    const TemporaryFolder folder;
+    const std::string longest = MakeFolderOfBytes(folder.path(), 1023);
+    const FSRef fits = PlatformRef(longest);
+    EXPECT_EQ(_GetAbsPath(&fits, nullptr, 0), Wide(longest).size() + 1);
+    const FSRef tooLong = PlatformRef(MakeFolderOfBytes(folder.path(), 1024));
+    EXPECT_EQ(_GetAbsPath(&tooLong, nullptr, 0), 0u);
+}
+
+TEST(GetAbsPath, GivesNothingForANameThatIsNotText) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder / "caf\xE9");
+    const FSRef ref = PlatformRef(folder / "caf\xE9");
+    EXPECT_EQ(_GetAbsPath(&ref, nullptr, 0), 0u);
+}
+
+TEST_F(RegisteredFolder, WithAPathOfMoreThan1023BytesHasNothingUnderIt) {
+    const std::string longest = MakeFolderOfBytes(folder.path(), 1023);
+    FSRef ref = PlatformRef(longest);
+    Tav0TranPathRegister(&key, &ref);
+    EXPECT_EQ(IsUnderKey(longest), 1);
+    EXPECT_EQ(OnKey(longest + "/x"), u"$home\\x");
+    const std::string tooLong = MakeFolderOfBytes(folder.path(), 1024);
+    ref = PlatformRef(tooLong);
+    Tav0TranPathRegister(&key, &ref);
+    EXPECT_EQ(IsUnderKey(tooLong), 0);
+    EXPECT_EQ(OnKey(tooLong + "/x"), u"(null)");
+}
+
 TEST(GetAbsPath, GivesNothingForNullOrAFolderThatIsGone) {
     FSRef ref;
     {

@@ -1,6 +1,8 @@
+#include "platform/multiprocessing.h"
 #include "support/faults.h"
 #include "support/files.h"
 #include "support/virtual_paths.h"
+#include "support/watching.h"
 #include "vpath/globals.h"
 
 #include <gtest/gtest.h>
@@ -86,6 +88,24 @@ TEST(CacheFaults, OneLockIsTakenForEachCreationAndRelease) {
     const Pause pause;
     EXPECT_EQ(watch.calls("MPEnterCriticalRegion"), 5u);
     EXPECT_EQ(watch.calls("MPExitCriticalRegion"), 5u);
+}
+
+TEST(CacheFaults, TheLockIsWaitedForWithoutLimit) {
+    std::vector<Duration> waits;
+    const faults::Watch<OSStatus(MPCriticalRegionID, Duration)> watch(
+        "MPEnterCriticalRegion", [&](auto, Duration limit) { waits.push_back(limit); });
+    MakeRef(u"/a");
+    EXPECT_EQ(waits, std::vector<Duration>(2, 0x7FFFFFFF));
+}
+
+TEST(CacheFaults, AReferenceIsOneBlockOfItsCountAndPath) {
+    const Ref other = MakeRef(u"/other"); // has the arrays grown
+    const Injection watch({.operation = "malloc"});
+    OpacTavFSRef* const r = Tav0FSRCreateWithPath(u"/a/b");
+    const Pause pause;
+    EXPECT_EQ(watch.calls("malloc"), 1u);
+    EXPECT_EQ(watch.sizes().front(), 4u + 2 * 5);
+    Tav0FSRRelease(r);
 }
 
 TEST(CacheFaults, AFoundReferenceAllocatesNothing) {

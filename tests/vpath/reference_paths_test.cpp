@@ -36,6 +36,22 @@ TEST(CreateAbsRef, GivesNullForNullAndWhatIsGone) {
     EXPECT_EQ(Tav0FSRCreateAbs(&ref), nullptr);
 }
 
+TEST(CreateAbsRef, GivesNullForAPathOfMoreThan1023Bytes) {
+    const TemporaryFolder folder;
+    const std::string longest = MakeFolderOfBytes(folder.path(), 1023);
+    const FSRef fits = PlatformRef(longest);
+    EXPECT_EQ(PathOf(Ref(Tav0FSRCreateAbs(&fits))), Wide(longest));
+    const FSRef tooLong = PlatformRef(MakeFolderOfBytes(folder.path(), 1024));
+    EXPECT_EQ(Tav0FSRCreateAbs(&tooLong), nullptr);
+}
+
+TEST(CreateAbsRef, GivesNullForANameThatIsNotText) {
+    const TemporaryFolder folder;
+    WriteFile(folder / "caf\xE9", "");
+    const FSRef ref = PlatformRef(folder / "caf\xE9");
+    EXPECT_EQ(Tav0FSRCreateAbs(&ref), nullptr);
+}
+
 TEST(CreateTKRef, GivesTheReferenceForTheFolder) {
     const TemporaryFolder folder;
     const TavKey key = KeyOf("pref");
@@ -211,4 +227,15 @@ TEST(LastComponent, NeedsAPathOf1023UnitsAtMost) {
     EXPECT_EQ(Tav0FSRGetLastPathComponent(MakeRef(longest).get(), nullptr, 0), 1);
     EXPECT_EQ(Tav0FSRRemoveLastPathComponent(MakeRef(longest + u"x").get(), nullptr, 0), nullptr);
     EXPECT_EQ(Tav0FSRGetLastPathComponent(MakeRef(longest + u"x").get(), nullptr, 0), 0);
+}
+
+// The buffer is cleared before the path is read.
+TEST(LastComponentBuffer, IsClearedForATooLongPath) {
+    const Ref tooLong = MakeRef(u"/" + std::u16string(1023, u'x'));
+    TavChar name[3] = u"**";
+    EXPECT_EQ(Tav0FSRRemoveLastPathComponent(tooLong.get(), name, 2), nullptr);
+    EXPECT_EQ(std::u16string(name, 2), std::u16string(2, u'\0'));
+    name[0] = name[1] = u'*';
+    EXPECT_EQ(Tav0FSRGetLastPathComponent(tooLong.get(), name, 2), 0);
+    EXPECT_EQ(std::u16string(name, 2), std::u16string(2, u'\0'));
 }
