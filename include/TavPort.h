@@ -19,7 +19,8 @@
  *
  * What holds for every function, unless its own description says otherwise:
  *   - Text is zero-terminated UTF-16 in units of TavChar. Lengths and buffer sizes count units; a size that a
- *     function asks for or reports as needed includes the terminator, a length does not.
+ *     function asks for or reports as needed includes the terminator, a length does not. It stands at an even
+ *     address, as every array of TavChar does; text in packed records has to be copied out of them.
  *   - Booleans are int32_t: 1 for yes or success, 0 for no or failure. No last-error value is kept.
  *   - What a creating function returns belongs to the caller until the releasing call named beside it.
  *   - Timeouts are milliseconds; any negative value waits without limit. Waits give 0 (signalled), 258 (timed
