@@ -1,8 +1,9 @@
 // Caseless names, on ICU's full case folding and canonical decomposition.
 // The platform keeps its catalog sorted by caseless name; here a folder is read and every name folded, once
 // for as long as it stays unchanged. A folder's change time tells that only when it is clearly older than the
-// reading: within one tick of the file system's clock a change leaves no trace. Sections: folding, what is
-// remembered, finding.
+// reading: within one tick of the file system's clock a change leaves no trace. Where that clock may be a
+// server's, which may run behind, the time must have stood for as long by this system's own. Sections:
+// folding, what is remembered, finding.
 #include "platform/linux/caseless.h"
 
 #include "platform/linux/child_safe_mutex.h"
@@ -135,8 +136,16 @@ void CaselessNames::RememberAnswer(FolderID folder, const std::u16string& folded
     while (bytes_ > kCapacity) Forget(std::prev(folders_.end()));
 }
 
+bool CaselessNames::HasRested(FolderID folder, const ChangeTime& change, uint64_t now) {
+    constexpr uint64_t kLongestTick = 2'500'000'000; // FAT counts in steps of two seconds
+    Sighting& sighting = sightings_[folder % sightings_.size()];
+    if (sighting.id != folder || !(sighting.change == change)) sighting = {folder, change, now};
+    return now - sighting.since > kLongestTick;
+}
+
 void CaselessNames::Clear() {
     folders_.clear();
+    sightings_ = {};
     bytes_ = 0;
 }
 
@@ -191,7 +200,9 @@ OSErr FindCaseless(FolderID folder, const char* name, char (&actual)[256]) {
     auto answer = StateLock()->caseless.Find(folder, change, folded, found);
     if (answer != CaselessNames::Answer::kUnknown) return Take(found, actual);
 
-    bool settled = IsSettled(before.stx_ctime, TraitsOf(folder, ".", before).fineTimes);
+    bool settled = TraitsOf(folder, ".", before).fineTimes
+                       ? IsSettled(before.stx_ctime, true)
+                       : StateLock()->caseless.HasRested(folder, change, MonotonicNow());
     Reading reading;
     result = ReadFolder(handle, folded, reading);
     if (result != noErr) return MissingBecause(result);

@@ -39,6 +39,11 @@ public:
     // Adds what a name turned out to be: one name, or empty for none or several.
     void RememberAnswer(FolderID folder, const std::u16string& folded, const std::string& actual);
 
+    // Whether the folder has shown this change time for longer than any file system's clock takes to tick, by
+    // the clock of `now` (MonotonicNow); begins to count when not seen so before. For volumes whose own clock
+    // may be another machine's.
+    bool HasRested(FolderID folder, const ChangeTime& change, uint64_t now);
+
     size_t bytes() const { return bytes_; }
     void Clear();
 
@@ -56,10 +61,16 @@ private:
 
         size_t bytes() const;
     };
+    struct Sighting {
+        FolderID id = kNoFolder;
+        ChangeTime change;
+        uint64_t since = 0;
+    };
     std::list<Folder>::iterator Lookup(FolderID folder);
     void Forget(std::list<Folder>::iterator folder);
 
     std::list<Folder> folders_; // latest first
+    std::array<Sighting, 64> sightings_;
     size_t bytes_ = 0;
 };
 

@@ -9,7 +9,7 @@
 struct DeviceTraits {
     bool stableInodes; // else name and type are the identity
     bool stableBirths; // overlays give an object a new birth when they copy it up
-    bool fineTimes;    // change times are as fine as the kernel's clock ticks
+    bool fineTimes;    // change times come from the kernel's clock and are as fine as its ticks
 };
 
 DeviceTraits TraitsOfFileSystem(unsigned long long magic);

@@ -308,6 +308,30 @@ TEST_F(Lookup, FolderChangedJustNow_IsNotTrusted) {
     }
 }
 
+// A server whose clock runs behind gives its latest changes old times.
+TEST_F(Lookup, FolderOfAForeignClock_IsNotTrustedForTheAgeOfItsTime) {
+    struct statx facts;
+    ASSERT_EQ(statx(AT_FDCWD, "/", 0, kFactsMask, &facts), 0);
+    for (const bool own : {false, true}) {
+        ForgetReferences();
+        StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {true, true, own});
+        EXPECT_EQ(ResultOf("/no such name"), fnfErr);
+        EXPECT_EQ(StateLock()->caseless.bytes() > 0, own);
+    }
+}
+
+TEST(CaselessNames, ForeignTimes_RestOnceSeenForLongerThanATick) {
+    constexpr uint64_t kSecond = 1'000'000'000;
+    const ChangeTime first = {1000, 0}, second = {1001, 0};
+    CaselessNames names;
+    EXPECT_FALSE(names.HasRested(10, first, 5 * kSecond));
+    EXPECT_FALSE(names.HasRested(10, first, 7 * kSecond));
+    EXPECT_TRUE(names.HasRested(10, first, 8 * kSecond));
+    EXPECT_FALSE(names.HasRested(10, second, 8 * kSecond));
+    EXPECT_FALSE(names.HasRested(10, first, 20 * kSecond)) << "it was another in between";
+    EXPECT_FALSE(names.HasRested(11, first, 30 * kSecond)) << "another folder";
+}
+
 TEST(CaselessNames, Memory_StaysBelowTheBound) {
     CaselessNames names;
     for (FolderID id = 10; id < 40; ++id) {
