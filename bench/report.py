@@ -19,11 +19,12 @@ import sys
 import tomllib
 
 SCATTER = 0.15
+SETTINGS = r"(?:/iterations:\d+)?(?:/repeats:\d+)?(?:/(?:real|manual)_time)?"  # what follows a benchmark's name
 
 
 def measure(program, names, repetitions, counter=None):
     """The times (or a counter) of each named benchmark of a program, one for each repetition."""
-    pattern = "^(" + "|".join(re.escape(name) for name in names) + ")(/iterations:\\d+)?(/real_time)?$"
+    pattern = "^(" + "|".join(re.escape(name) for name in names) + ")" + SETTINGS + "$"
     command = [program, f"--benchmark_filter={pattern}", "--benchmark_format=json",
                f"--benchmark_repetitions={repetitions}", "--benchmark_min_time=0.05",
                "--benchmark_enable_random_interleaving=true"]
@@ -32,7 +33,7 @@ def measure(program, names, repetitions, counter=None):
     for run in json.loads(output)["benchmarks"]:
         if run["run_type"] != "iteration":
             continue
-        name = re.sub(r"(/iterations:\d+)?(/real_time|/manual_time)?$", "", run["name"])
+        name = re.sub(SETTINGS + "$", "", run["run_name"])
         if run.get("error_occurred"):
             sys.exit(f"{program}: {name}: {run['error_message']}")
         unit = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
