@@ -111,8 +111,7 @@ static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format) {
     } else {
         const int folder = item.folder.descriptor();
         constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
-        if (Retry([&] { return statx(folder, item.name, flags, mask, &item.facts); }) != 0)
-            return LastError();
+        if (FactsAt(folder, item.name, flags, item.facts, mask) != 0) return LastError();
     }
     item.isLink = S_ISLNK(item.facts.stx_mode);
     return noErr;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/linux/identity.h"
+#include "platform/linux/system_calls.h"
 #include "platform/types.h"
 
 #include <sys/stat.h>
@@ -92,6 +93,3 @@ void ObjectReplaced(const Place& file, const struct statx& now);
 // Closes cached descriptors that nobody holds; true when there were any, so that an open that failed with -42
 // is worth another try.
 bool CloseIdleDescriptors();
-
-// The facts that Place::facts asks statx for.
-constexpr unsigned kFactsMask = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;

@@ -17,8 +17,8 @@
 
 static_assert(offsetof(DirectoryEntry, name) == 19, "the kernel's linux_dirent64");
 
-int FactsAt(int folder, const char* path, int flags, struct statx& facts) {
-    int result = Retry([&] { return statx(folder, path, flags, kFactsMask, &facts); });
+int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask) {
+    int result = Retry([&] { return statx(folder, path, flags, mask, &facts); });
     // An emulator hands on that there is an id, but not the id; the device has to do there.
     if (result == 0 && facts.stx_mnt_id == 0) facts.stx_mask &= ~static_cast<unsigned>(STATX_MNT_ID);
     return result;

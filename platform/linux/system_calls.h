@@ -21,9 +21,11 @@ auto Retry(Call call) {
     }
 }
 
-// statx of one name or path; `flags` as the system has them (AT_SYMLINK_NOFOLLOW, AT_EMPTY_PATH …),
-// kFactsMask asked.
-int FactsAt(int folder, const char* path, int flags, struct statx& facts);
+// The facts that a place has.
+constexpr unsigned kFactsMask = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
+
+// statx of one name or path; `flags` as the system has them (AT_SYMLINK_NOFOLLOW, AT_EMPTY_PATH …).
+int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask = kFactsMask);
 
 // Opens a path of names below `folder` without following any link, at the end neither. Falls back to steps of
 // one name where openat2 is missing or denied. O_CLOEXEC is added.
