@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <cxxabi.h>
 #include <link.h>
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -54,20 +55,15 @@ bool IsFolder(const std::string& path) {
 // The current folder in front of a relative path; a library's name is never looked for anywhere else.
 std::string Absolute(const std::string& path) {
     if (path[0] == '/') return path;
-    char* folder = getcwd(nullptr, 0);
-    if (!folder) return "";
-    std::string absolute = std::string(folder) + "/" + path;
-    free(folder);
-    return absolute;
+    char folder[PATH_MAX];
+    if (!getcwd(folder, sizeof folder)) return "";
+    return std::string(folder) + "/" + path;
 }
 
 // The path without links; empty when nothing is there.
 std::string WithoutLinks(const std::string& path) {
-    char* resolved = realpath(path.c_str(), nullptr);
-    if (!resolved) return "";
-    std::string result = resolved;
-    free(resolved);
-    return result;
+    char resolved[PATH_MAX];
+    return realpath(path.c_str(), resolved) ? resolved : "";
 }
 
 // The path as it is on disk, where it may differ in letter case; empty when nothing is there.
@@ -159,11 +155,12 @@ OpaqueCFBundle* FindInUse(const std::string& path) {
 }
 
 std::string PathOf(CFURLRef url) {
-    CFStringRef text = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
+    constexpr auto release = [](CFStringRef text) { CFRelease(text); };
+    const std::unique_ptr<const OpaqueCFString, decltype(release)> text(
+        CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle), release);
     if (!text) return "";
     std::string path(text->length * 3, '\0');
     size_t bytes = BytesFromUnits(text->units, text->length, path.data(), path.size());
-    CFRelease(text);
     path.resize(bytes == kNotText ? 0 : bytes);
     return path;
 }

@@ -329,11 +329,11 @@ TEST(GetMagicBusyCreateDate, IsTheMorningOf14February1946InLocalTimeComputedOnce
     UTCDateTime first{1, 1, 1};
     UseTimeZone("EST5");
     ASSERT_EQ(GetMagicBusyCreateDate(&first), noErr);
-    EXPECT_EQ(first.highSeconds, 0);
-    EXPECT_EQ(first.lowSeconds, 1329266096u + 5 * 3600);
-    EXPECT_EQ(first.fraction, 0);
+    EXPECT_EQ(+first.highSeconds, 0);
+    EXPECT_EQ(+first.lowSeconds, 1329266096u + 5 * 3600);
+    EXPECT_EQ(+first.fraction, 0);
     UseTimeZone("UTC0");
     UTCDateTime second{};
     ASSERT_EQ(GetMagicBusyCreateDate(&second), noErr);
-    EXPECT_EQ(second.lowSeconds, first.lowSeconds);
+    EXPECT_EQ(+second.lowSeconds, +first.lowSeconds);
 }
