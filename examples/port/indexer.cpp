@@ -197,6 +197,8 @@ int main(int argc, char** argv) {
     WCHAR* output = Tav0UTF16FromUTF8(argv[2]);
     if (!folder || !output || !PathIsDirectory(folder)) {
         std::fprintf(stderr, "indexer: %s is no folder\n", argv[1]);
+        Tav0UTFRelease(folder);
+        Tav0UTFRelease(output);
         return 2;
     }
 

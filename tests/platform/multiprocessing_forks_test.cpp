@@ -7,6 +7,7 @@
 #include "support/forced_end.h"
 #include "support/processes.h"
 #include "support/running_task.h"
+#include "support/sanitizers.h"
 
 #include <atomic>
 #include <functional>
@@ -181,6 +182,7 @@ TEST(Fork, WaitersOfTheParentDoNotCountInTheChild) {
 
 // A queue's number and its messages are changed in two steps; no child may find itself between them.
 TEST(Fork, WhileMessagesComeAndGoLeavesTheChildWholeQueues) {
+    if (kAddressSanitizer) GTEST_SKIP() << "the sanitizer's allocator may be locked in a child for good";
     MPQueueID queue = 0;
     ASSERT_EQ(MPCreateQueue(&queue), noErr);
     ObjectSlot* slot = FindSlot(queue, ObjectKind::Queue);
@@ -195,7 +197,7 @@ TEST(Fork, WhileMessagesComeAndGoLeavesTheChildWholeQueues) {
         });
     }
     for (int i = 0; i < 200; i++) {
-        ASSERT_EQ(RunInChild([&] {
+        EXPECT_EQ(RunInChild([&] {
                       uint32_t messages = 0;
                       for (TaskMessage* each = slot->firstMessage; each != nullptr; each = each->next) {
                           messages++;

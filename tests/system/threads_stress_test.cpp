@@ -5,6 +5,7 @@
 #include "support/files.h"
 #include "support/forced_end.h"
 #include "support/processes.h"
+#include "support/sanitizers.h"
 #include "support/virtual_paths.h"
 #include "system/synchronisation.h"
 
@@ -184,6 +185,7 @@ constexpr Use kUses[] = {
 } // namespace
 
 TEST(Fork, WhileThreadsUseEverythingLeavesTheChildAbleToUseEverything) {
+    if (kAddressSanitizer) GTEST_SKIP() << "the sanitizer's allocator may be locked in a child for good";
     TemporaryFolder folder;
     std::atomic<bool> done = false;
     std::vector<std::thread> threads;
