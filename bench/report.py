@@ -19,12 +19,12 @@ import sys
 import tomllib
 
 SCATTER = 0.15
-SETTINGS = r"(?:/iterations:\d+)?(?:/repeats:\d+)?(?:/(?:real|manual)_time)?"  # what follows a benchmark's name
+SETTINGS = r"(/iterations:[0-9]+)?(/repeats:[0-9]+)?(/(real|manual)_time)?"  # what follows a benchmark's name
 
 
 def measure(program, names, repetitions, counter=None):
     """The times (or a counter) of each named benchmark of a program, one for each repetition."""
-    pattern = "^(" + "|".join(re.escape(name) for name in names) + ")" + SETTINGS + "$"
+    pattern = "^(" + "|".join(re.sub(r"([.+*?()])", r"\\\1", name) for name in names) + ")" + SETTINGS + "$"
     command = [program, f"--benchmark_filter={pattern}", "--benchmark_format=json",
                f"--benchmark_repetitions={repetitions}", "--benchmark_min_time=0.05",
                "--benchmark_enable_random_interleaving=true"]
@@ -37,7 +37,9 @@ def measure(program, names, repetitions, counter=None):
         if run.get("error_occurred"):
             sys.exit(f"{program}: {name}: {run['error_message']}")
         unit = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
-        samples[name].append(run[counter] if counter else run["real_time"] * unit)
+        # Of work that one thread does without waiting, the time that it really ran.
+        time = run["real_time" if run["name"].endswith("_time") else "cpu_time"] * unit
+        samples[name].append(run[counter] if counter else time)
     missing = [name for name, times in samples.items() if not times]
     if missing:
         sys.exit(f"{program} has no row {', '.join(missing)}")
