@@ -11,7 +11,9 @@ GuardedMemory::GuardedMemory(size_t size, At at) {
     mapping_ = mmap(nullptr, mappingSize_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapping_ == MAP_FAILED) throw std::runtime_error("no guarded memory");
     char* first = static_cast<char*>(mapping_) + page;
-    if (mprotect(first, inner, PROT_READ | PROT_WRITE) != 0) throw std::runtime_error("no guarded memory");
+    // An emulator refuses to open up nothing.
+    if (inner != 0 && mprotect(first, inner, PROT_READ | PROT_WRITE) != 0)
+        throw std::runtime_error("no guarded memory");
     data_ = at == At::Start ? first : first + inner - size;
 }
 
