@@ -13,6 +13,7 @@
 #include <dlfcn.h>
 #include <functional>
 #include <linux/futex.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -68,6 +69,12 @@ void WaitAndRelease(MPSemaphoreID semaphore, MPEventID event) {
 std::vector<std::thread> StartSleepers(size_t count, const std::function<void()>& body,
                                        const ObjectSlot& slot) {
     std::vector<std::atomic<pid_t>> ids(count);
+    // A thousand stacks of the default size do not fit into 32 bits.
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 1 << 20);
+    pthread_setattr_default_np(&small);
+    pthread_attr_destroy(&small);
     std::vector<std::thread> threads;
     for (std::atomic<pid_t>& id : ids) {
         threads.emplace_back([&id, &body] {
