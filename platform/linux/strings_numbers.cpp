@@ -10,6 +10,7 @@
 #include <cfloat>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 
@@ -112,6 +113,11 @@ double Decimal::Value() const {
     char* end = std::copy_n(digits_, count_, text);
     *end++ = 'e';
     end = std::to_chars(end, end + 24, exponent_ - static_cast<int64_t>(count_)).ptr;
+    if (FLT_EVAL_METHOD != 0) {
+        // Where registers are wider than a double, from_chars rounds twice. There is no point for a locale.
+        *end = '\0';
+        return std::strtod(text, nullptr);
+    }
     const std::from_chars_result result = std::from_chars(text, end, value);
     if (result.ec == std::errc{}) return value;
     return exponent_ > 0 ? std::numeric_limits<double>::infinity() : 0.0;
