@@ -1,33 +1,12 @@
 // Both conversions beside ICU's strict ones, and both ways of converting beside each other.
 #include "input.h"
 
+#include "support/strict_icu.h"
 #include "text/utf_sequences.h"
-
-#include <unicode/ustring.h>
 
 #include <optional>
 
 using Wide = std::basic_string<TavChar>;
-
-static std::optional<Wide> IcuDecoded(const std::string& text) {
-    Wide wide(text.size() + 1, 0);
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8(wide.data(), static_cast<int32_t>(wide.size()), &length, text.data(),
-                  static_cast<int32_t>(text.size()), &status);
-    if (U_FAILURE(status)) return std::nullopt;
-    return wide.substr(0, static_cast<size_t>(length));
-}
-
-static std::optional<std::string> IcuEncoded(const Wide& text) {
-    std::string narrow(text.size() * 3 + 1, 0);
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8(narrow.data(), static_cast<int32_t>(narrow.size()), &length, text.data(),
-                static_cast<int32_t>(text.size()), &status);
-    if (U_FAILURE(status)) return std::nullopt;
-    return narrow.substr(0, static_cast<size_t>(length));
-}
 
 static void FromUTF8(const std::string& utf8) {
     const std::optional<Wide> expected = IcuDecoded(utf8);

@@ -1,6 +1,7 @@
 #include "support/processes.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -22,10 +23,21 @@ int RunInChild(const std::function<int()>& body) {
     return ExitStatusOf(child);
 }
 
+bool InChild(const std::function<bool()>& body) {
+    return RunInChild([&] { return body() ? 0 : 1; }) == 0;
+}
+
 int ExitStatusOf(pid_t child) {
+    constexpr int kNoChild = -1000;
+    if (child < 0) {
+        return kNoChild;
+    }
     int status = 0;
-    if (waitpid(child, &status, 0) != child) {
-        return -1000;
+    pid_t ended = -1;
+    while ((ended = waitpid(child, &status, 0)) < 0 && errno == EINTR) {
+    }
+    if (ended != child) {
+        return kNoChild;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }

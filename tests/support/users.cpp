@@ -1,6 +1,6 @@
 #include "support/users.h"
 
-#include "support/child.h"
+#include "support/processes.h"
 
 #include <grp.h>
 #include <unistd.h>

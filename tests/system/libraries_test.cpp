@@ -1,7 +1,7 @@
 #include "TavPort.h"
 
-#include "support/child.h"
 #include "support/files.h"
+#include "support/processes.h"
 #include "support/users.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 #include "text/utf_sequences.h"
 
 #include "support/guarded.h"
+#include "support/strict_icu.h"
 
 #include <gtest/gtest.h>
-#include <unicode/ustring.h>
 
 #include <iostream>
 #include <optional>
@@ -16,26 +16,6 @@ namespace {
 using Narrow = std::string;
 using Wide = std::u16string;
 using Memory = GuardedMemory;
-
-std::optional<Wide> IcuDecoded(const Narrow& text) {
-    Wide wide(text.size() + 1, 0);
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8(wide.data(), static_cast<int32_t>(wide.size()), &length, text.data(),
-                  static_cast<int32_t>(text.size()), &status);
-    if (U_FAILURE(status)) return std::nullopt;
-    return wide.substr(0, static_cast<size_t>(length));
-}
-
-std::optional<Narrow> IcuEncoded(const Wide& text) {
-    Narrow narrow(text.size() * 3 + 1, 0);
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8(narrow.data(), static_cast<int32_t>(narrow.size()), &length, text.data(),
-                static_cast<int32_t>(text.size()), &status);
-    if (U_FAILURE(status)) return std::nullopt;
-    return narrow.substr(0, static_cast<size_t>(length));
-}
 
 // As ICU has it, but that a high surrogate may stand last.
 std::optional<Narrow> ExpectedEncoding(Wide text) {
