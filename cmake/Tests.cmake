@@ -23,12 +23,14 @@ function(tavport_add_tests folder)
   tavport_register_tests(test_${folder} ${folder})
 endfunction()
 
+# By its path everywhere: with an emulator CTest would run the imported target under it, like any executable.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
 # The forwarding layer, made from the seam's own declarations whenever they change.
 file(GLOB seam_headers CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/platform/*.h)
 set(forwarders ${CMAKE_BINARY_DIR}/tests/forwarders)
-find_package(Python3 REQUIRED COMPONENTS Interpreter)
 add_custom_command(OUTPUT ${forwarders}.cpp ${forwarders}.rsp
-  COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/tests/support/make_forwarders.py ${CMAKE_SOURCE_DIR}/platform
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/support/make_forwarders.py ${CMAKE_SOURCE_DIR}/platform
           ${forwarders}.cpp ${forwarders}.rsp
   DEPENDS ${CMAKE_SOURCE_DIR}/tests/support/make_forwarders.py ${seam_headers}
   COMMENT "Making the forwarding layer of the seam"
