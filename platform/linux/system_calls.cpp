@@ -1,27 +1,79 @@
 // Raw system calls: openat2, getdents64, renameat2, and statx through the C library.
 // A kernel before 5.6, an emulator or a sandbox may lack or deny openat2 (ENOSYS, EPERM): then every name is
-// opened on its own with O_NOFOLLOW, which is slower and just as strict. A file system may lack renaming
-// without replacing (EINVAL): then files are linked and unlinked. Sections: facts, opening, entries,
-// renaming.
+// opened on its own with O_NOFOLLOW, which is slower and just as strict. One before 5.8 leaves the mount out of
+// the facts: it is asked for on its own. A file system may lack renaming without replacing (EINVAL): then files
+// are linked and unlinked. Sections: facts, opening, entries, renaming.
 #include "platform/linux/system_calls.h"
 
 #include "platform/linux/references.h"
 
+#include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <string>
+#include <string_view>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 static_assert(offsetof(DirectoryEntry, name) == 19, "the kernel's linux_dirent64");
 
+// The kernel tells the mount with an object's handle, even where there is no room for the handle itself.
+static bool MountOfHandle(int folder, const char* path, int flags, int& mount) {
+    file_handle handle{};
+    int lookup = (flags & AT_EMPTY_PATH) | (flags & AT_SYMLINK_NOFOLLOW ? 0 : AT_SYMLINK_FOLLOW);
+    long result =
+        Retry([&] { return syscall(SYS_name_to_handle_at, folder, path, &handle, &mount, lookup); });
+    return result == 0 || LastErrorNumber() == EOVERFLOW;
+}
+
+static bool MountOfDescriptor(int descriptor, int& mount) {
+    constexpr std::string_view kLabel = "mnt_id:\t";
+    char name[48];
+    std::snprintf(name, sizeof name, "/proc/thread-self/fdinfo/%d", descriptor);
+    int file = Retry([&] { return openat(AT_FDCWD, name, O_RDONLY | O_CLOEXEC); });
+    if (file < 0) return false;
+    std::array<char, 512> content; // the line is among the first
+    ssize_t size = Retry([&] { return read(file, content.data(), content.size()); });
+    Close(file);
+    std::string_view text(content.data(), size < 0 ? 0 : static_cast<size_t>(size));
+    size_t found = text.find(kLabel);
+    if (found == text.npos) return false;
+    const char* digits = text.data() + found + kLabel.size();
+    return std::from_chars(digits, text.data() + text.size(), mount).ec == std::errc();
+}
+
+// For file systems without handles, and where asking for one is denied.
+static bool MountOfOpened(int folder, const char* path, int flags, int& mount) {
+    if (*path == '\0') return MountOfDescriptor(folder, mount);
+    int opened = Retry([&] {
+        return openat(folder, path, O_PATH | O_CLOEXEC | (flags & AT_SYMLINK_NOFOLLOW ? O_NOFOLLOW : 0));
+    });
+    if (opened < 0) return false;
+    bool known = MountOfDescriptor(opened, mount);
+    Close(opened);
+    return known;
+}
+
+// Kernels before 5.8 do not tell the mount with the facts; an emulator hands on that there is an id, but not
+// the id. Where nothing else tells it either, the device has to do.
+static void CompleteMount(int folder, const char* path, int flags, struct statx& facts) {
+    int mount = 0;
+    if (MountOfHandle(folder, path, flags, mount) || MountOfOpened(folder, path, flags, mount)) {
+        facts.stx_mask |= STATX_MNT_ID;
+        facts.stx_mnt_id = static_cast<uint64_t>(mount);
+    } else {
+        facts.stx_mask &= ~static_cast<unsigned>(STATX_MNT_ID);
+    }
+}
+
 int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask) {
     int result = Retry([&] { return statx(folder, path, flags, mask, &facts); });
-    // An emulator hands on that there is an id, but not the id; the device has to do there.
-    if (result == 0 && facts.stx_mnt_id == 0) facts.stx_mask &= ~static_cast<unsigned>(STATX_MNT_ID);
-    return result;
+    if (result != 0 || !(mask & STATX_MNT_ID)) return result;
+    if (!(facts.stx_mask & STATX_MNT_ID) || facts.stx_mnt_id == 0) CompleteMount(folder, path, flags, facts);
+    return 0;
 }
 
 int OpenName(int folder, const char* name, int flags, unsigned mode) {

@@ -311,7 +311,7 @@ TEST_F(Lookup, FolderChangedJustNow_IsNotTrusted) {
 // A server whose clock runs behind gives its latest changes old times.
 TEST_F(Lookup, FolderOfAForeignClock_IsNotTrustedForTheAgeOfItsTime) {
     struct statx facts;
-    ASSERT_EQ(statx(AT_FDCWD, "/", 0, kFactsMask, &facts), 0);
+    ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
     for (const bool own : {false, true}) {
         ForgetReferences();
         StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {true, true, own});

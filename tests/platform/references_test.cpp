@@ -867,7 +867,7 @@ TEST_F(References, FolderMountedInsideItself_HasFinitePaths) {
 
 TEST_F(References, WithoutStableNumbers_NameAndTypeAreTheIdentity) {
     struct statx facts;
-    ASSERT_EQ(statx(AT_FDCWD, folder.path().c_str(), 0, kFactsMask, &facts), 0);
+    ASSERT_EQ(FactsAt(AT_FDCWD, folder.path().c_str(), 0, facts), 0);
     StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {false, false, false});
     fs::create_directory(folder / "d");
     WriteFile(folder / "d/f", "");

@@ -5,6 +5,7 @@
 #include "platform/references_support.h"
 #include "platform/system_call_faults.h"
 #include "support/files.h"
+#include "support/no_descriptors.h"
 
 #include <array>
 #include <atomic>
@@ -13,9 +14,11 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <ostream>
 #include <set>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -51,13 +54,17 @@ extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...
 }
 
 static std::atomic<int> looks = 0, opens = 0;
-static std::atomic<bool> losesMountIDs = false;
+
+// How a host keeps back the number of a mount.
+enum class Mounts { Told, NotTold, Lost };
+static std::atomic<Mounts> mountsAre = Mounts::Told;
 
 extern "C" int statx(int folder, const char* path, int flags, unsigned mask, struct statx* facts) noexcept {
     static auto real = reinterpret_cast<decltype(&statx)>(dlsym(RTLD_NEXT, "statx"));
     ++looks;
     int result = real(folder, path, flags, mask, facts);
-    if (losesMountIDs) facts->stx_mnt_id = 0;
+    if (mountsAre != Mounts::Told) facts->stx_mnt_id = 0;
+    if (mountsAre == Mounts::NotTold) facts->stx_mask &= ~static_cast<unsigned>(STATX_MNT_ID);
     return result;
 }
 
@@ -124,14 +131,84 @@ TEST_P(OpeningWithoutLinks, LinksAnywhere_AreRefused) {
     EXPECT_EQ(denied.times() > 0, GetParam() != 0);
 }
 
-TEST(Facts, MountIDThatIsLost_DoesNotCount) {
-    struct statx facts;
-    losesMountIDs = true;
-    ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
-    losesMountIDs = false;
-    EXPECT_EQ(facts.stx_mask & STATX_MNT_ID, 0u);
-    EXPECT_NE(facts.stx_mask & STATX_INO, 0u);
+// A host that does not tell the mount with the facts: what keeps it back, and how asking for a handle ends.
+struct Reticence {
+    const char* name;
+    Mounts mounts;
+    int handleError;
+};
+
+void PrintTo(const Reticence& reticence, std::ostream* output) {
+    *output << reticence.name;
 }
+
+class FactsWithoutMounts : public SystemCalls, public testing::WithParamInterface<Reticence> {
+protected:
+    // The number of the mount in the facts of a path, asked for from `top`; -1 without one.
+    int64_t MountIn(const char* path, int flags) {
+        struct statx facts;
+        EXPECT_EQ(FactsAt(top, path, flags, facts), 0) << path;
+        EXPECT_NE(facts.stx_mask & STATX_INO, 0u);
+        return facts.stx_mask & STATX_MNT_ID ? static_cast<int64_t>(facts.stx_mnt_id) : -1;
+    }
+};
+
+TEST_P(FactsWithoutMounts, MountIsAskedForOnItsOwn) {
+    WriteFile(folder / "f", "");
+    fs::create_symlink("/proc", folder / "away");
+    struct {
+        const char* path;
+        int flags;
+    } const asked[] = {
+        {"f", AT_SYMLINK_NOFOLLOW}, {"", AT_EMPTY_PATH},    {"away", AT_SYMLINK_NOFOLLOW}, {"away", 0},
+        {"/proc/self/status", 0},   {"/", AT_NO_AUTOMOUNT},
+    };
+    std::vector<int64_t> told, found;
+    for (const auto& one : asked) told.push_back(MountIn(one.path, one.flags));
+    ASSERT_NE(told[2], told[3]) << "the link leads to another mount";
+    mountsAre = GetParam().mounts;
+    {
+        DeniedCall denied(GetParam().handleError ? SYS_name_to_handle_at : -2, GetParam().handleError);
+        for (const auto& one : asked) found.push_back(MountIn(one.path, one.flags));
+        EXPECT_EQ(denied.times() > 0, GetParam().handleError != 0);
+    }
+    mountsAre = Mounts::Told;
+    EXPECT_EQ(found, told);
+}
+
+TEST_P(FactsWithoutMounts, MountThatNothingTells_DoesNotCount) {
+    struct statx facts;
+    mountsAre = GetParam().mounts;
+    {
+        DeniedCall denied(SYS_name_to_handle_at, EOPNOTSUPP);
+        NoDescriptors none;
+        ASSERT_TRUE(none.isSet());
+        EXPECT_EQ(MountIn("/", 0), -1);
+        EXPECT_EQ(MountIn("", AT_EMPTY_PATH), -1);
+        ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
+        EXPECT_EQ(MountOf(facts), DeviceOf(facts));
+    }
+    mountsAre = Mounts::Told;
+}
+
+// Nobody pays for what nobody asked for.
+TEST_P(FactsWithoutMounts, NotAskedFor_CostsNothing) {
+    struct statx facts;
+    int handles = CallsOf(SYS_name_to_handle_at), opensBefore = opens;
+    mountsAre = GetParam().mounts;
+    ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts, STATX_BASIC_STATS), 0);
+    mountsAre = Mounts::Told;
+    EXPECT_EQ(CallsOf(SYS_name_to_handle_at), handles);
+    EXPECT_EQ(opens, opensBefore);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernel, FactsWithoutMounts,
+                         testing::Values(Reticence{"Old", Mounts::NotTold, 0},
+                                         Reticence{"Emulated", Mounts::Lost, 0},
+                                         Reticence{"WithoutHandles", Mounts::NotTold, EOPNOTSUPP},
+                                         Reticence{"DeniesHandles", Mounts::NotTold, EPERM},
+                                         Reticence{"LacksHandles", Mounts::Lost, ENOSYS}),
+                         [](const auto& param) { return param.param.name; });
 
 TEST_P(OpeningWithoutLinks, AbsolutePaths_BeginAtTheRoot) {
     fs::create_directories(folder / "a/b");

@@ -1,4 +1,6 @@
 #include "platform/linux/volume_list.h"
+
+#include "platform/linux/system_calls.h"
 #include "support/private_mounts.h"
 
 #include <algorithm>
@@ -23,7 +25,7 @@ static Names Roots() {
 
 static FSVolumeRefNum NumberOf(const std::string& path) {
     struct statx facts {};
-    EXPECT_EQ(statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_MNT_ID, &facts), 0) << path;
+    EXPECT_EQ(FactsAt(AT_FDCWD, path.c_str(), 0, facts), 0) << path;
     return VolumeNumber(facts);
 }
 
