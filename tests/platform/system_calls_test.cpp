@@ -34,10 +34,22 @@ static bool IsFutex(long number) {
     return number == SYS_futex;
 }
 
+using SystemCall = long (*)(long, ...);
+
+// Found without the guard of a static variable: waiting for another thread at one is a system call by itself.
+static SystemCall RealSystemCall() {
+    static constinit std::atomic<SystemCall> known = nullptr;
+    SystemCall real = known.load();
+    if (!real) {
+        real = reinterpret_cast<SystemCall>(dlsym(RTLD_NEXT, "syscall"));
+        known = real;
+    }
+    return real;
+}
+
 // Stands before the C library's function of this name for everything in the executable. Takes six arguments
 // whatever the call has, like that function itself, which the address sanitizer would not allow.
 extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...) {
-    static auto real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
     if (number == deniedNumber) {
         ++deniedTimes;
         errno = deniedError;
@@ -50,7 +62,7 @@ extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...
     for (long& value : values) value = va_arg(arguments, long);
     va_end(arguments);
     if (IsFutex(number)) ++futexCalls.at(static_cast<size_t>(values[1] & ~FUTEX_PRIVATE_FLAG));
-    return real(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+    return RealSystemCall()(number, values[0], values[1], values[2], values[3], values[4], values[5]);
 }
 
 static std::atomic<int> looks = 0, opens = 0;
