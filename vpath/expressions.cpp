@@ -44,9 +44,10 @@ TavChar* GrowBy(OpacTavFSExp* e, size_t extra) {
 
 // The storage moved into a block of `capacity` units, or null with the old one untouched.
 TavChar* MovedStorage(OpacTavFSExp* e, uint32_t capacity) {
-    if (capacity > std::numeric_limits<size_t>::max() / sizeof(TavChar)) return nullptr;
+    const uint64_t size = uint64_t{capacity} * sizeof(TavChar);
+    if (size > std::numeric_limits<size_t>::max()) return nullptr;
     if (e->storage) {
-        void* grown = std::realloc(e->storage, capacity * sizeof(TavChar));
+        void* grown = std::realloc(e->storage, static_cast<size_t>(size));
         if (grown) return static_cast<TavChar*>(grown);
     }
     // A block that cannot grow where it is may still find room elsewhere.
