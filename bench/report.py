@@ -169,8 +169,10 @@ def main():
 
     report = {"machine": machine(), "rows": [], "growth": [], "counts": []}
     for row in chosen("row"):
-        print(row["name"], file=sys.stderr)
-        report["rows"] += compare(row, arguments.programs, arguments.repetitions)
+        compared = compare(row, arguments.programs, row.get("repetitions", arguments.repetitions))
+        for one in compared:
+            print(f"{one['row']} / {one['peer']}: {one['ratio']:.2f} {verdict(one['ratio'], one['target'])}", file=sys.stderr)
+        report["rows"] += compared
     for row in chosen("growth"):
         print(row["name"], file=sys.stderr)
         report["growth"].append(grow(row, arguments.programs, row.get("repetitions", 3)))
