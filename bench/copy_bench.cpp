@@ -204,7 +204,7 @@ void Measure(benchmark::State& state, const Bench& bench, Seconds start, const s
     }
 }
 
-enum class Who { kLibrary, kLoop, kCommand };
+enum class Who { kLibrary, kLibraryAtOnce, kLoop, kCommand };
 
 void Files(benchmark::State& state, const Volume& volume, Who who) {
     constexpr int kFiles = 5000;
@@ -223,6 +223,9 @@ void Files(benchmark::State& state, const Volume& volume, Who who) {
     switch (who) {
     case Who::kLibrary:
         Measure(state, bench, Seconds(0), [&] { each(CopyWithLibrary); });
+        break;
+    case Who::kLibraryAtOnce:
+        Measure(state, bench, Seconds(0), [&] { CopyWithLibrary(bench / "from", bench / "to/copy"); });
         break;
     case Who::kLoop:
         Measure(state, bench, Seconds(0), [&] {
@@ -243,6 +246,7 @@ void Large(benchmark::State& state, const Volume& volume, Who who) {
     WriteFile(from, size);
     switch (who) {
     case Who::kLibrary:
+    case Who::kLibraryAtOnce:
         Measure(state, bench, Seconds(0), [&] { CopyWithLibrary(from, to); });
         break;
     case Who::kLoop:
@@ -326,6 +330,7 @@ const bool rowsAreAdded = [] {
     for (const Volume& volume : kVolumes) {
         const std::string place = std::string("/") + volume.name;
         Add("Files1KiB/library" + place, 5, {}, Files, volume, Who::kLibrary);
+        Add("Files1KiB/library_folder" + place, 5, {}, Files, volume, Who::kLibraryAtOnce);
         Add("Files1KiB/loop" + place, 5, {}, Files, volume, Who::kLoop);
         Add("Files1KiB/cp_p" + place, 5, {}, Files, volume, Who::kCommand);
         Add("Tree20000/library" + place, 5, {}, Tree, volume, Who::kLibrary);

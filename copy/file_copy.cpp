@@ -3,6 +3,7 @@
 #include "copy/finder_info.h"
 #include "copy/fork_copy.h"
 #include "copy/recursive_delete.h"
+#include "platform/forks.h"
 #include "platform/objects.h"
 #include "platform/references.h"
 #include "platform/strings.h"
@@ -134,23 +135,35 @@ static OSErr RestoreAfterCopy(const FSCatalogInfo& info, const FSRef* newRef, co
     return FSpSetFInfo(newSpec, &finderInfo);
 }
 
-OSErr DoCopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef* destDir,
-                 const HFSUniStr255* newName, CopyParams* params, FSRef* newRef, FSSpec* newSpec) {
-    bool isLink = !params->copyingToDropBox && IsLink(*sourceInfo);
+// Makes the new file and fills it; `isMade` says that there is something to delete when that failed.
+static OSErr MakeAndFill(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef* destDir,
+                         const HFSUniStr255* newName, CopyParams* params, FSRef* newRef, FSSpec* newSpec,
+                         bool* isMade) {
     FSCatalogInfo whileWriting = *sourceInfo;
     if (!params->copyingToDropBox) std::memcpy(whileWriting.finderInfo, kBusyType, 4);
     whileWriting.nodeFlags &= static_cast<uint16_t>(~kFSNodeLockedMask);
     whileWriting.permissions.mode |= kOwnerAccess;
 
+    OSErr result = FSCreateFileUnicode(destDir, newName->length, newName->unicode, kFSCatInfoSettableInfo,
+                                       &whileWriting, newRef, newSpec);
+    *isMade = result == noErr;
+    if (result == noErr) result = CopyForks(source, newRef, params);
+    if (result == noErr && !params->copyingToDropBox) result = RestoreAfterCopy(*sourceInfo, newRef, newSpec);
+    return result;
+}
+
+OSErr DoCopyFile(const FSRef* source, const FSCatalogInfo* sourceInfo, const FSRef* destDir,
+                 const HFSUniStr255* newName, CopyParams* params, FSRef* newRef, FSSpec* newSpec) {
+    bool isLink = !params->copyingToDropBox && IsLink(*sourceInfo);
     FSRef copy;
     FSSpec spec;
-    OSErr result = FSCreateFileUnicode(destDir, newName->length, newName->unicode, kFSCatInfoSettableInfo,
-                                       &whileWriting, &copy, newSpec || isLink ? &spec : nullptr);
-    if (result != noErr) return result; // nothing of ours was made
-    result = CopyForks(source, &copy, params);
-    if (result == noErr && !params->copyingToDropBox) result = RestoreAfterCopy(*sourceInfo, &copy, &spec);
+    bool isMade;
+    PlatformKeepFilesOpen();
+    OSErr result = MakeAndFill(source, sourceInfo, destDir, newName, params, &copy,
+                               newSpec || isLink ? &spec : nullptr, &isMade);
+    PlatformCloseKeptFiles();
     if (result != noErr) {
-        FSDeleteObjects(&copy);
+        if (isMade) FSDeleteObjects(&copy);
         return result;
     }
     if (newRef) *newRef = copy;

@@ -70,9 +70,16 @@ OSErr FSGetForkPosition(FSForkRefNum forkRefNum, int64_t* position);
 OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize);
 OSErr FSSetForkSize(FSForkRefNum forkRefNum, uint16_t positionMode, int64_t positionOffset);
 
-// Reserves space for `requestCount` bytes without changing the logical size; -34 when there is not enough.
+// Reserves space for `requestCount` bytes without changing the logical size; -34 when there is not enough. What
+// a single block holds may be left to the write.
 OSErr FSAllocateFork(FSForkRefNum forkRefNum, FSAllocationFlags flags, uint16_t positionMode,
                      int64_t positionOffset, uint64_t requestCount, uint64_t* actualCount);
+
+// Between these two calls of a thread the provider may keep the file open that the thread makes and the one
+// whose forks it lists, so that the calls that follow on them need not find them again. For one copy; calls do
+// not nest. Results are the same without.
+void PlatformKeepFilesOpen();
+void PlatformCloseKeptFiles();
 
 // The next fork of an object: name, logical and physical size; every output may be null. -1417 after the last
 // one. Folders have no forks; -54 for what is no file. A resource fork that is broken is left out.

@@ -303,8 +303,11 @@ static OSErr LookForSpace(const OpenFork& fork, uint64_t end) {
     return end <= occupied || end - occupied <= free ? noErr : dskFulErr;
 }
 
+// A volume gives out whole blocks, so the first write asks for as much as a small request would.
+constexpr uint64_t kSmallestReserved = 4096;
+
 static OSErr Reserve(OpenFork& fork, uint64_t position, uint64_t count) {
-    if (count == 0) return noErr;
+    if (count == 0 || (count <= kSmallestReserved && position == 0)) return noErr;
     if (count > INT64_MAX - position) return dskFulErr;
     const int result = Retry([&] {
         return fallocate(fork.descriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(position),

@@ -14,6 +14,7 @@
 #include "platform/linux/fork_io.h"
 #include "platform/linux/fork_table.h"
 #include "platform/linux/kept_dates.h"
+#include "platform/linux/kept_files.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/object_facts.h"
 #include "platform/linux/sidecar.h"
@@ -84,6 +85,7 @@ OSErr FSCreateFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar*
     ForkKind kind;
     OSErr result = KindFromName(forkNameLength, forkName, kind);
     if (result != noErr) return result;
+    if (kind == ForkKind::kData && FindKeptFile(*ref)) return noErr;
     return WithDescriptors([&] {
         if (kind == ForkKind::kResource) return MakeResourceFork(*ref);
         Place place;
@@ -172,6 +174,19 @@ static OSErr OpenAsWished(const Wish& wish, Open open) {
     return wish.isCurrent && MayStillRead(result) ? open(kReading) : result;
 }
 
+// On a file that the thread keeps open already, and whose lock it need not ask for: it has made the file.
+static OSErr OpenKept(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
+    KeptFile* const kept = FindKeptFile(ref);
+    if (!kept || kept->isLent || wish.read == wish.write || wish.write != kept->isNew) return fnfErr;
+    Descriptor file(fcntl(kept->file.number(), F_DUPFD_CLOEXEC, 0));
+    if (!file) return fnfErr;
+    fork = NewFork(ForkKind::kData, file, kept->place.facts, wish);
+    if (!fork) return memFullErr;
+    kept->isLent = true;
+    if (wish.write) fork->holdsDate = BeginHoldingDate(kept->place.facts);
+    return noErr;
+}
+
 // Tries where the object was last seen, which saves a look at it.
 static OSErr OpenDataByGuess(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
     Place place;
@@ -245,7 +260,8 @@ static OSErr OpenByReference(const FSRef& ref, ForkKind kind, const Wish& wish,
                              std::unique_ptr<OpenFork>& fork) {
     if (kind == ForkKind::kData) {
         // Any other failure may be another object's that has taken the name.
-        const OSErr result = OpenDataByGuess(ref, wish, fork);
+        OSErr result = OpenKept(ref, wish, fork);
+        if (result == fnfErr) result = OpenDataByGuess(ref, wish, fork);
         if (result == noErr || result == tmfoErr || result == memFullErr) return result;
     }
     Place place;
@@ -316,17 +332,22 @@ static OSErr FindResourceFork(const Place& place, ListedFork& listed) {
     return noErr;
 }
 
-static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& listed) {
-    Place place;
-    OSErr result = LocateTarget(ref, place);
-    if (result != noErr) return result;
+static OSErr NextForkOf(const Place& place, int32_t listedBefore, ListedFork& listed) {
     if (S_ISDIR(place.facts.stx_mode)) return errFSNoMoreItems;
-    result = CheckType(place);
+    const OSErr result = CheckType(place);
     if (result != noErr) return result;
     if (listedBefore == 1) return FindResourceFork(place, listed);
     if (listedBefore != 0) return errFSNoMoreItems;
     listed = DataForkOf(place);
     return noErr;
+}
+
+static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& listed) {
+    if (KeptFile* kept = FindKeptFile(ref)) return NextForkOf(kept->place, listedBefore, listed);
+    if (KeptFile* kept = KeepFileToRead(ref)) return NextForkOf(kept->place, listedBefore, listed);
+    Place place;
+    const OSErr result = LocateTarget(ref, place);
+    return result == noErr ? NextForkOf(place, listedBefore, listed) : result;
 }
 
 OSErr FSIterateForks(const FSRef* ref, CatPositionRec* forkIterator, HFSUniStr255* forkName,

@@ -55,9 +55,7 @@ static bool HasSameClock(const struct statx& facts) {
     return age >= 0 && age < kSecond;
 }
 
-void KeepContentDate(const HeldObject& object) {
-    struct statx facts;
-    if (!S_ISREG(object.facts().stx_mode) || object.Look(facts) != noErr) return;
+void KeepContentDate(const struct statx& facts) {
     const KeptDate kept = {ObjectKey(facts), facts.stx_mtime, HasSameClock(facts), true, false, 0};
     HeldLock guard(ringLock);
     KeptDate* old = Find(kept.key);

@@ -6,8 +6,8 @@
 #include "platform/linux/fork_table.h"
 #include "platform/linux/references.h"
 
-// Remembers the date that the new file has now.
-void KeepContentDate(const HeldObject& object);
+// Remembers the date of the new file, of which `facts` have just been got.
+void KeepContentDate(const struct statx& facts);
 
 // Forgets it, because another date was set.
 void ForgetContentDate(const struct statx& facts);

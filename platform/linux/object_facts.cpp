@@ -290,16 +290,20 @@ OSErr StoreFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitm
     });
 }
 
-OSErr StoreFirstFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
-                      const FSCatalogInfo& info) {
+OSErr StoreKnownFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
+                      const FSCatalogInfo& info, Facts& known) {
     if (!CanHaveFacts(place)) return noErr;
-    Facts facts;
+    Facts facts = known;
     Apply({place, object, whichInfo, info}, facts);
-    if (facts == Facts{}) return noErr;
+    if (facts == known) return noErr;
     Attribute fresh;
     MakeAttribute(fresh);
     WriteFacts(*ParseHeader(fresh, sizeof(fresh)), fresh, facts);
-    if (object.SetAttribute(kMetadataAttribute, fresh, sizeof(fresh)) == 0) return noErr;
-    // No attributes here, or none yet that this user may set.
-    return StoreFacts(place, object, whichInfo, info);
+    OSErr result = noErr;
+    // Defaults are to leave nothing behind, and there may be no attributes here, or none yet that this user may
+    // set.
+    if (facts == Facts{} || object.SetAttribute(kMetadataAttribute, fresh, sizeof(fresh)) < 0)
+        result = StoreFacts(place, object, whichInfo, info);
+    if (result == noErr) known = facts;
+    return result;
 }

@@ -21,6 +21,7 @@ OSErr CheckUnlocked(const Place& place, int file, OSErr refusal);
 OSErr StoreFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
                  const FSCatalogInfo& info);
 
-// The same for an object that has just been made and has neither attribute nor sidecar.
-OSErr StoreFirstFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
-                      const FSCatalogInfo& info);
+// The same for an object that this library has made and whose facts are `known`, as it has stored them itself;
+// they become those that it stores now.
+OSErr StoreKnownFacts(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
+                      const FSCatalogInfo& info, appledouble::Facts& known);

@@ -9,6 +9,7 @@
 #include "platform/linux/attributes.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/kept_files.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
 #include "platform/linux/sighting.h"
@@ -85,15 +86,20 @@ struct Creation {
 } // namespace
 
 // Gives the new object its facts and tells the caller of it.
-static OSErr Furnish(const Place& made, const Descriptor& file, const Creation& creation) {
+static OSErr Furnish(Place& made, Descriptor& file, const Creation& creation) {
     FSRef ref;
-    OSErr result = WithDescriptors(
-        [&] { return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file.number()); });
+    appledouble::Facts stored;
+    const uint64_t sidecars = SidecarsMade();
+    OSErr result = WithDescriptors([&] {
+        return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file.number(), &stored);
+    });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
-    if (result == noErr && creation.newRef) *creation.newRef = ref;
-    return result;
+    if (result != noErr || !creation.newRef) return result;
+    *creation.newRef = ref;
+    if (file && SidecarsMade() == sidecars) KeepNewFile(ref, made, file, stored, sidecars);
+    return noErr;
 }
 
 static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,

@@ -11,10 +11,14 @@
 #include "platform/linux/dates.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/kept_dates.h"
+#include "platform/linux/kept_files.h"
 #include "platform/linux/object_facts.h"
 #include "platform/linux/sidecar.h"
+#include "platform/linux/system_calls.h"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 constexpr FSCatalogInfoBitmap kMetadataFacts = kFSCatInfoNodeFlags | kFSCatInfoCreateDate |
@@ -77,15 +81,23 @@ static OSErr SetPermissions(const Place& place, const HeldObject& object, const 
     return second;
 }
 
+namespace {
+// What is known of an object that this library has made a moment ago.
+struct Known {
+    appledouble::Facts& facts;
+    uint64_t sidecarsMade; // the count when it had no sidecar
+};
+} // namespace
+
 static OSErr Apply(const Place& place, const HeldObject& object, FSCatalogInfoBitmap whichInfo,
-                   const FSCatalogInfo& info, bool isNew) {
-    const uint64_t sidecars = SidecarsMade();
+                   const FSCatalogInfo& info, const Known* known) {
     OSErr result = noErr;
     if (whichInfo & kMetadataFacts)
-        result = (isNew ? StoreFirstFacts : StoreFacts)(place, object, whichInfo, info);
+        result = known ? StoreKnownFacts(place, object, whichInfo, info, known->facts)
+                       : StoreFacts(place, object, whichInfo, info);
     if (result == noErr && (whichInfo & kTimes)) result = SetTimes(object, whichInfo, info);
     if (result == noErr && (whichInfo & kFSCatInfoPermissions)) {
-        const bool isAlone = isNew && SidecarsMade() == sidecars;
+        const bool isAlone = known && SidecarsMade() == known->sidecarsMade;
         result = SetPermissions(place, object, info.permissions, isAlone);
     }
     return result;
@@ -95,30 +107,49 @@ OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const 
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
     HeldObject object;
     const OSErr result = object.Hold(place);
-    return result == noErr ? Apply(place, object, whichInfo, info, false) : result;
+    return result == noErr ? Apply(place, object, whichInfo, info, nullptr) : result;
+}
+
+// Applies to a file that the thread keeps open, wherever it is by now. What nobody can find any more is gone.
+static OSErr ApplyToKept(KeptFile& kept, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    if (FactsAt(kept.file.number(), "", AT_EMPTY_PATH, kept.place.facts) < 0) return LastError();
+    if (kept.place.facts.stx_nlink == 0) return fnfErr;
+    HeldObject object;
+    const OSErr result = object.Hold(kept.place, kept.file.number());
+    const Known known = {kept.facts, kept.sidecarsMade};
+    return result == noErr ? Apply(kept.place, object, whichInfo, info, kept.isNew ? &known : nullptr)
+                           : result;
 }
 
 OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
+    if (KeptFile* kept = FindKeptFile(ref)) return ApplyToKept(*kept, whichInfo, info);
     Place place;
     {
         HeldObject object;
         const OSErr result = object.HoldGuessed(ref, place);
-        if (result == noErr) return Apply(place, object, whichInfo, info, false);
+        if (result == noErr) return Apply(place, object, whichInfo, info, nullptr);
         if (result != fnfErr) return result;
     }
     const OSErr result = Locate(ref, place);
     return result == noErr ? ApplyCatalogInfo(place, whichInfo, info) : result;
 }
 
-OSErr FurnishNewObject(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info,
-                       int file) {
-    OSErr result = DisownOrphan(place.folder.descriptor(), place.name);
+OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, int file,
+                       appledouble::Facts* stored) {
+    OSErr result = DisownOrphan(made.folder.descriptor(), made.name);
     if (result != noErr || whichInfo == kFSCatInfoNone) return result;
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
     HeldObject object;
-    result = file >= 0 ? object.Hold(place, file) : object.Hold(place);
-    if (result == noErr) result = Apply(place, object, whichInfo, *info, true);
-    if (result == noErr && (whichInfo & kFSCatInfoContentMod)) KeepContentDate(object);
-    return result;
+    result = file >= 0 ? object.Hold(made, file) : object.Hold(made);
+    appledouble::Facts facts;
+    const Known known = {stored ? *stored : facts, SidecarsMade()};
+    if (result == noErr) result = Apply(made, object, whichInfo, *info, &known);
+    if (result != noErr || !(whichInfo & kFSCatInfoContentMod) || !S_ISREG(made.facts.stx_mode))
+        return result;
+    struct statx now;
+    if (object.Look(now) != noErr) return noErr; // the date will be that of the last change
+    made.facts = now;
+    KeepContentDate(now);
+    return noErr;
 }

@@ -64,6 +64,9 @@ static bool IsNoFile(int error) {
 
 OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descriptor& file,
                       struct statx& facts) {
+    // Hardly any object has one, and finding nothing is cheaper than opening nothing.
+    if (!forWriting && FactsAt(folder, sidecar, AT_SYMLINK_NOFOLLOW, facts, STATX_TYPE) < 0)
+        return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();
     file.Reset(forWriting ? OpenForWriting(folder, sidecar)
                           : OpenName(folder, sidecar, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     if (!file) return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();

@@ -177,6 +177,15 @@ TEST_P(ForkIO, Allocating_KeepsTheSizeAndTheMark) {
     EXPECT_EQ(Read(5, fsFromStart, 0), "hello");
 }
 
+TEST_P(ForkIO, AllocatingWhatABlockHolds_IsLeftToTheWrite) {
+    uint64_t actual = 0;
+    EXPECT_EQ(FSAllocateFork(fork_, kFSAllocNoRoundUpMask, fsFromStart, 0, 1000, &actual), noErr);
+    EXPECT_EQ(actual, 1000u);
+    EXPECT_EQ(Size(), 0);
+    EXPECT_EQ(Write(std::string(1000, 'x')), noErr);
+    EXPECT_EQ(Size(), 1000);
+}
+
 TEST_P(ForkIO, AllocatingMoreThanThereIs_IsRefused) {
     uint64_t actual = 77;
     EXPECT_EQ(FSAllocateFork(fork_, 0, fsFromStart, 0, uint64_t{1} << 50, &actual), dskFulErr);

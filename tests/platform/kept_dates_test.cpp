@@ -13,7 +13,8 @@ protected:
         WriteFile(path, "");
         FSCatalogInfo info = {};
         info.contentModDate = DateAt(kGiven, 0x8000);
-        EXPECT_EQ(FurnishNewObject(PlaceOf(path), kFSCatInfoContentMod, &info), noErr);
+        Place made = PlaceOf(path);
+        EXPECT_EQ(FurnishNewObject(made, kFSCatInfoContentMod, &info), noErr);
         return RefTo(path);
     }
     static bool IsGiven(const FSRef& ref) {
@@ -142,7 +143,8 @@ TEST_F(KeptDates, SomeoneElsesChangeOfAForkOnlyOpened_EndsIt) {
 
 TEST_F(KeptDates, FileMadeWithoutADate_ChangesItsDateAsUsual) {
     WriteFile(PathTo("x"), "");
-    EXPECT_EQ(FurnishNewObject(PlaceOf(PathTo("x")), kFSCatInfoNone, nullptr), noErr);
+    Place made = PlaceOf(PathTo("x"));
+    EXPECT_EQ(FurnishNewObject(made, kFSCatInfoNone, nullptr), noErr);
     const timespec times[2] = {{1, 0}, {1, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, PathTo("x").c_str(), times, 0), 0);
     ASSERT_EQ(WriteWhole(RefTo(PathTo("x")), false, "data"), noErr);

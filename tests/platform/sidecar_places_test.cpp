@@ -20,7 +20,8 @@ protected:
     // The file "x" as if the library had just made it.
     void MakeNew(const std::string& name) {
         WriteFile(At(name), "data");
-        EXPECT_EQ(FurnishNewObject(PlaceOf(At(name)), kFSCatInfoNone, nullptr), noErr);
+        Place made = PlaceOf(At(name));
+        EXPECT_EQ(FurnishNewObject(made, kFSCatInfoNone, nullptr), noErr);
     }
 
     TemporaryFolder folder_;
@@ -133,7 +134,8 @@ TEST_F(SidecarPlaces, NewFileBesideAnOrphan_HasNoResourceForkAndCannotMakeOne) {
 TEST_F(SidecarPlaces, NewFolderBesideAnOrphan_LeavesItOrdinary) {
     WriteFile(At("._x"), kSound);
     ASSERT_EQ(mkdir(At("x").c_str(), 0755), 0);
-    EXPECT_EQ(FurnishNewObject(PlaceOf(At("x")), kFSCatInfoNone, nullptr), noErr);
+    Place made = PlaceOf(At("x"));
+    EXPECT_EQ(FurnishNewObject(made, kFSCatInfoNone, nullptr), noErr);
     EXPECT_FALSE(Is("._x"));
 }
 
@@ -242,7 +244,7 @@ TEST(SidecarPlacesWithoutAttributes, NewFileBesideAnOrphan_LeavesItOrdinary) {
     if (!volume.reason().empty()) GTEST_SKIP() << volume.reason();
     WriteFile(volume / "._x", kSound);
     WriteFile(volume / "x", "");
-    const Place place = PlaceOf(volume / "x");
+    Place place = PlaceOf(volume / "x");
     EXPECT_EQ(FurnishNewObject(place, kFSCatInfoNone, nullptr), noErr);
     EXPECT_FALSE(IsSidecar(place.folder.descriptor(), "._x"));
     EXPECT_EQ(GetType(volume / "x"), kNoType);

@@ -1,0 +1,220 @@
+// A thread that copies keeps its two files open: results are those of looking each up anew, and the files stay
+// the same ones whoever takes their names meanwhile.
+#include "platform/linux/kept_files.h"
+
+#include "metadata_support.h"
+#include "platform/objects.h"
+#include "support/users.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+namespace {
+class KeptFiles : public testing::Test {
+protected:
+    void SetUp() override {
+        WriteFile(old_, "the content");
+        PlatformKeepFilesOpen();
+    }
+    void TearDown() override { PlatformCloseKeptFiles(); }
+
+    FSRef Make(const std::string& name, FSCatalogInfoBitmap which, const FSCatalogInfo& info) {
+        return MakeIn(folder_ / ".", name, which, info);
+    }
+    static FSRef MakeIn(const std::string& folder, const std::string& name, FSCatalogInfoBitmap which,
+                        const FSCatalogInfo& info) {
+        const FSRef parent = RefTo(folder);
+        const std::u16string wide = Wide(name);
+        FSRef made = {};
+        EXPECT_EQ(FSCreateFileUnicode(&parent, static_cast<UniCharCount>(wide.size()), wide.data(), which,
+                                      &info, &made, nullptr),
+                  noErr);
+        return made;
+    }
+    FSRef MakePlain(const std::string& name) { return Make(name, kFSCatInfoNone, FSCatalogInfo{}); }
+
+    static int64_t ListDataFork(const FSRef& ref) {
+        CatPositionRec position = {};
+        int64_t size = -1;
+        EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
+        return size;
+    }
+    static void Write(const FSRef& ref, const std::string& text) {
+        FSForkRefNum fork = 0;
+        ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, fork), noErr);
+        EXPECT_EQ(FSWriteFork(fork, fsAtMark, 0, static_cast<ByteCount>(text.size()), text.data(), nullptr),
+                  noErr);
+        EXPECT_EQ(FSCloseFork(fork), noErr);
+    }
+    static std::string Read(const FSRef& ref, ByteCount count) {
+        FSForkRefNum fork = 0;
+        std::string text(count, '?');
+        EXPECT_EQ(OpenByRef(ref, false, fsRdPerm, fork), noErr);
+        EXPECT_EQ(FSReadFork(fork, fsAtMark, 0, count, text.data(), nullptr), noErr);
+        EXPECT_EQ(FSCloseFork(fork), noErr);
+        return text;
+    }
+
+    TemporaryFolder folder_;
+    const std::string old_ = folder_ / "old";
+};
+
+int OpenDescriptors() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) count += entry.exists();
+    return count;
+}
+} // namespace
+
+TEST_F(KeptFiles, NewFileWhoseNameIsTaken_IsWrittenAndSetAllTheSame) {
+    const FSRef made = MakePlain("new");
+    std::filesystem::rename(folder_ / "new", folder_ / "away");
+    WriteFile(folder_ / "new", "somebody else's");
+
+    Write(made, "ours");
+    FSCatalogInfo info = {};
+    std::memcpy(info.finderInfo, "TEXTttxt", 8);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), noErr);
+
+    EXPECT_EQ(ReadFile(folder_ / "away"), "ours");
+    EXPECT_TRUE(HasAttribute(folder_ / "away"));
+    EXPECT_EQ(ReadFile(folder_ / "new"), "somebody else's");
+    EXPECT_FALSE(HasAttribute(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, NewFileThatIsDeleted_IsGone) {
+    const FSRef made = MakePlain("new");
+    std::filesystem::remove(folder_ / "new");
+    FSCatalogInfo info = {};
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), fnfErr);
+}
+
+TEST_F(KeptFiles, ListedFileWhoseNameIsTaken_IsReadAllTheSame) {
+    const FSRef ref = RefTo(old_);
+    EXPECT_EQ(ListDataFork(ref), 11);
+    WriteFile(folder_ / "other", "an impostor");
+    std::filesystem::rename(folder_ / "other", old_);
+    EXPECT_EQ(Read(ref, 11), "the content");
+}
+
+TEST_F(KeptFiles, FileOpenedTwice_HasTwoPositions) {
+    const FSRef ref = RefTo(old_);
+    ListDataFork(ref);
+    FSForkRefNum first = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsRdPerm, first), noErr);
+    char text[4] = {};
+    EXPECT_EQ(FSReadFork(first, fsAtMark, 0, 4, text, nullptr), noErr);
+    EXPECT_EQ(Read(ref, 3), "the");
+    EXPECT_EQ(FSReadFork(first, fsAtMark, 0, 3, text, nullptr), noErr);
+    EXPECT_EQ(std::string(text, 3), "con");
+    EXPECT_EQ(FSCloseFork(first), noErr);
+}
+
+TEST_F(KeptFiles, ForkThatOutlivesTheKeeping_GoesOn) {
+    const FSRef ref = RefTo(old_);
+    ListDataFork(ref);
+    FSForkRefNum fork = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsRdPerm, fork), noErr);
+    PlatformCloseKeptFiles();
+    char text[11] = {};
+    EXPECT_EQ(FSReadFork(fork, fsAtMark, 0, 11, text, nullptr), noErr);
+    EXPECT_EQ(std::string(text, 11), "the content");
+    EXPECT_EQ(FSCloseFork(fork), noErr);
+}
+
+TEST_F(KeptFiles, End_ClosesEverything) {
+    const auto copy = [this](const std::string& name) {
+        ListDataFork(RefTo(old_));
+        Write(MakePlain(name), "text");
+    };
+    copy("first"); // opens the folders, too, which stay open
+    PlatformCloseKeptFiles();
+    const int before = OpenDescriptors();
+    PlatformKeepFilesOpen();
+    copy("second");
+    EXPECT_GT(OpenDescriptors(), before);
+    PlatformCloseKeptFiles();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(KeptFiles, OtherThreads_KeepNothing) {
+    std::thread([this] {
+        const FSRef ref = RefTo(old_);
+        ListDataFork(ref);
+        EXPECT_EQ(FindKeptFile(ref), nullptr);
+        EXPECT_FALSE(KeepsFiles());
+    }).join();
+    EXPECT_TRUE(KeepsFiles());
+}
+
+TEST_F(KeptFiles, GivenDate_HoldsWhileTheFileIsWritten) {
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(3'000'000'000, 0x8000);
+    const FSRef made = Make("new", kFSCatInfoContentMod, info);
+    Write(made, "text");
+    const UTCDateTime date = GetInfo(made, kFSCatInfoContentMod).contentModDate;
+    EXPECT_EQ(date.fraction, 0x8000);
+    EXPECT_EQ(std::memcmp(&date, &info.contentModDate, sizeof(date)), 0);
+}
+
+TEST_F(KeptFiles, FactsSetASecondTime_AddToTheFirst) {
+    FSCatalogInfo info = {};
+    std::memcpy(info.finderInfo, "brokMACS", 8);
+    info.backupDate = DateAt(3'100'000'000);
+    const FSRef made = Make("new", kFSCatInfoFinderInfo | kFSCatInfoBackupDate, info);
+    std::memcpy(info.finderInfo, "TEXTttxt", 8);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), noErr);
+    PlatformCloseKeptFiles();
+    const FSCatalogInfo now = GetInfo(made, kFSCatInfoFinderInfo | kFSCatInfoBackupDate);
+    EXPECT_EQ(std::memcmp(now.finderInfo, "TEXTttxt", 8), 0);
+    EXPECT_EQ(std::memcmp(&now.backupDate, &info.backupDate, sizeof(info.backupDate)), 0);
+}
+
+TEST_F(KeptFiles, FactsSetBackToTheDefaults_LeaveNothingBehind) {
+    FSCatalogInfo info = {};
+    std::memcpy(info.finderInfo, "brokMACS", 8);
+    const FSRef made = Make("new", kFSCatInfoFinderInfo, info);
+    EXPECT_TRUE(HasAttribute(folder_ / "new"));
+    const FSCatalogInfo nothing = {};
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &nothing), noErr);
+    EXPECT_FALSE(HasAttribute(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, SidecarMadeMeanwhile_GetsTheFilesRights) {
+    FSCatalogInfo info = {};
+    info.permissions = {getuid(), getgid(), 0, 0, 0700, 0};
+    const FSRef made = Make("new", kFSCatInfoPermissions, info);
+    ASSERT_EQ(FSCreateFork(&made, 13, u"RESOURCE_FORK"), noErr);
+    info.permissions.mode = 0640;
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoPermissions, &info), noErr);
+    EXPECT_EQ(StatusOf(folder_ / "new").st_mode & 07777, 0640u);
+    EXPECT_EQ(StatusOf(folder_ / "._new").st_mode & 0777, 0640u);
+}
+
+// Writing takes the bit away from whoever is not the superuser; what was seen before does not count then.
+TEST_F(KeptFiles, BitThatWritingTookAway_IsSetAgain) {
+    if (!CanBecomeAnotherUser())
+        GTEST_SKIP() << "the superuser's writing takes no bits away, and only he can change";
+    std::filesystem::permissions(folder_ / ".", std::filesystem::perms::all);
+    EXPECT_TRUE(AsAnotherUser([this] {
+        FSCatalogInfo info = {};
+        info.permissions = {geteuid(), getegid(), 0, 0, 04755, 0};
+        const FSRef made = Make("new", kFSCatInfoPermissions | kFSCatInfoContentMod, info);
+        Write(made, "text");
+        const bool isGone = !(StatusOf(folder_ / "new").st_mode & S_ISUID);
+        return isGone && FSSetCatalogInfo(&made, kFSCatInfoPermissions, &info) == noErr &&
+               (StatusOf(folder_ / "new").st_mode & 07777) == 04755;
+    }));
+}
+
+TEST_F(KeptFiles, NewFileOpenedForReading_TakesTheLongerWay) {
+    const FSRef made = MakePlain("new");
+    Write(made, "first");
+    FSForkRefNum fork = 0;
+    ASSERT_EQ(OpenByRef(made, false, fsRdPerm, fork), noErr); // kept for writing only
+    char text[5] = {};
+    EXPECT_EQ(FSReadFork(fork, fsAtMark, 0, 5, text, nullptr), noErr);
+    EXPECT_EQ(std::string(text, 5), "first");
+    EXPECT_EQ(FSCloseFork(fork), noErr);
+}
