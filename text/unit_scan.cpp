@@ -66,8 +66,10 @@ constexpr size_t kPage = 4096; // every page size is a multiple of this
 
 using Block = uint16_t __attribute__((vector_size(kBytes)));
 using ByteBlock = char __attribute__((vector_size(kBytes)));
-using LoadedBlock = uint16_t __attribute__((vector_size(kBytes), aligned(2), may_alias));
-using AlignedBlock = uint16_t __attribute__((vector_size(kBytes), may_alias));
+// The attributes stand with the names: after the type, Clang would take no notice of the alignment.
+using LoadedBlock [[gnu::aligned(2), gnu::may_alias]] = Block;
+using AlignedBlock [[gnu::may_alias]] = Block;
+static_assert(sizeof(LoadedBlock) == kBytes && alignof(LoadedBlock) == alignof(TavChar));
 
 TAV_WIDE Block Load(const TavChar* p) {
     return *reinterpret_cast<const LoadedBlock*>(p);
