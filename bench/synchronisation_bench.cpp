@@ -235,7 +235,7 @@ static void HostPingPong(benchmark::State& state) {
     Placement placement(state);
     std::thread other([&] {
         placement.There();
-        for (sem_wait(&ping.semaphore); !done; sem_wait(&ping.semaphore)) {
+        while (sem_wait(&ping.semaphore) == 0 && !done) {
             sem_post(&pong.semaphore);
         }
     });
@@ -291,7 +291,7 @@ static void HostWaiters(benchmark::State& state) {
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < count; i++) {
         threads.emplace_back([&] {
-            for (sem_wait(&gate); !done; sem_wait(&gate)) {
+            while (sem_wait(&gate) == 0 && !done) {
                 sem_post(&back);
             }
         });
