@@ -159,17 +159,19 @@ OSErr CopyFolder(FSCopyFolderGlobals* globals) {
     return result;
 }
 
+// What has been visited goes from the head, so that the list never holds more than what is still to visit.
 OSErr ProcessFolderList(FSCopyFolderGlobals* globals) {
-    OSErr result = noErr;
-    InitIterator(&globals->folderList, &globals->position);
-    for (; result == noErr && globals->position; Next(&globals->position)) {
+    for (;;) {
+        InitIterator(&globals->folderList, &globals->position);
+        if (!globals->position) return noErr;
         auto item = static_cast<const FolderListItem*>(GetData(globals->position));
         globals->sourceDir = &item->sourceDir;
         globals->destDir = &item->destDir;
         globals->level = item->level;
-        result = CopyFolder(globals);
+        OSErr result = CopyFolder(globals);
+        if (result != noErr) return result;
+        RemoveHead(&globals->folderList);
     }
-    return result;
 }
 
 // One block for each of the batch's arrays; the memory error when one cannot be had.

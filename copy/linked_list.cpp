@@ -31,14 +31,19 @@ void InsertList(GenLinkedList* dest, GenLinkedList* src, ListPosition after) {
     InitLinkedList(src, nullptr);
 }
 
+void RemoveHead(GenLinkedList* list) {
+    if (!list || !list->head) return;
+    ListNode* node = list->head;
+    list->head = node->next;
+    if (!list->head) list->tail = nullptr;
+    --list->itemCount;
+    if (list->disposeProc) list->disposeProc(node->data);
+    DisposePtr(reinterpret_cast<Ptr>(node));
+}
+
 void DestroyList(GenLinkedList* list) {
     if (!list) return;
-    for (ListNode* node = list->head; node;) {
-        ListNode* next = node->next;
-        if (list->disposeProc) list->disposeProc(node->data);
-        DisposePtr(reinterpret_cast<Ptr>(node));
-        node = next;
-    }
+    while (list->head) RemoveHead(list);
     InitLinkedList(list, nullptr);
 }
 

@@ -36,6 +36,9 @@ OSErr AddToTail(GenLinkedList* list, void* data);
 // are joined; an empty `src` changes nothing.
 void InsertList(GenLinkedList* dest, GenLinkedList* src, ListPosition after);
 
+// Disposes of the first item and its node, if there is one.
+void RemoveHead(GenLinkedList* list);
+
 // Disposes of every item and node; the list is then empty and has no call-back.
 void DestroyList(GenLinkedList* list);
 

@@ -69,8 +69,10 @@ TEST_F(CopySteps, NewFileIsCreatedFilledAndThenGivenItsRealFacts) {
     Names log = watch.log();
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
-    const Names expected =
-        Log({kPreflight, {"FSCreateFileUnicode"}, kForks, {"FSSetCatalogInfo", "DisposePtr"}});
+    const Names expected = Log({kPreflight,
+                                {"PlatformKeepFilesOpen", "FSCreateFileUnicode"},
+                                kForks,
+                                {"FSSetCatalogInfo", "PlatformCloseKeptFiles", "DisposePtr"}});
     EXPECT_EQ(log, expected);
 }
 
@@ -81,10 +83,11 @@ TEST_F(CopySteps, ReplacedFileIsSetAsideFirstAndDeletedLast) {
     Names log = watch.log();
     faults::Pause pause;
     ASSERT_EQ(result, noErr);
-    const Names expected = Log({kPreflight,
-                                {"FSRenameUnicode", "FSCompareFSRefs", "FSCreateFileUnicode"},
-                                kForks,
-                                {"FSSetCatalogInfo", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"}});
+    const Names expected = Log(
+        {kPreflight,
+         {"FSRenameUnicode", "FSCompareFSRefs", "PlatformKeepFilesOpen", "FSCreateFileUnicode"},
+         kForks,
+         {"FSSetCatalogInfo", "PlatformCloseKeptFiles", "FSGetCatalogInfo", "FSDeleteObject", "DisposePtr"}});
     EXPECT_EQ(log, expected);
 }
 
@@ -122,6 +125,18 @@ TEST_F(CopySteps, BufferThatCannotBeHadIsTheMemoryError) {
     OSErr result = Copy();
     faults::Pause pause;
     EXPECT_EQ(result, memFullErr);
+    EXPECT_TRUE(fs::is_empty(folder / "to"));
+}
+
+// The filter and whatever else comes after a file finds it closed.
+TEST_F(CopySteps, FilesAreNotKeptOpenAfterAFailure) {
+    faults::Injection fault({.call = 1, .code = ioErr, .operation = "FSReadFork"});
+    OSErr result = Copy();
+    Names log = fault.log();
+    faults::Pause pause;
+    EXPECT_EQ(result, ioErr);
+    auto closed = std::find(log.begin(), log.end(), "PlatformCloseKeptFiles");
+    EXPECT_NE(std::find(closed, log.end(), "FSDeleteObject"), log.end());
     EXPECT_TRUE(fs::is_empty(folder / "to"));
 }
 

@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
+#include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -63,6 +66,26 @@ protected:
 } // namespace
 
 // ---- Listings
+
+// What is visited gives its memory back, so that depth costs none.
+TEST_F(FolderCopySteps, ListHoldsNoFolderThatHasBeenVisited) {
+    std::string path = From("tree");
+    for (int depth = 0; depth < 40; ++depth) fs::create_directory(path += "/sub");
+    FSRef source = Reference(From("tree")), dest = Reference(folder / "to");
+    faults::Injection watch;
+    OSErr result = FSCopyObject(&source, &dest, 0, kFSCatInfoNone, kDupeActionStandard, nullptr, false, false,
+                                nullptr, nullptr, nullptr, nullptr);
+    const std::vector<std::string> log = watch.log();
+    faults::Pause pause;
+    ASSERT_EQ(result, noErr);
+    int blocks = 0, most = 0;
+    for (const std::string& call : log) {
+        blocks += (call == "NewPtr") - (call == "DisposePtr");
+        most = std::max(most, blocks);
+    }
+    EXPECT_EQ(blocks, 0);
+    EXPECT_LE(most, 4 + 2 * 2); // the buffer and the batch; a node and its item for this folder and the next
+}
 
 TEST_F(FolderCopySteps, FolderThatMayNotBeOpenedIsCopiedEmpty) {
     MakeFiles(3);

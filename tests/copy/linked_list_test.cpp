@@ -42,6 +42,21 @@ using Numbers = std::vector<int>;
 
 } // namespace
 
+TEST_F(LinkedListTest, RemovingTheHead_DisposesOfOneItem) {
+    Fill(dest, 1, 2);
+    RemoveHead(&dest);
+    EXPECT_EQ(disposed, std::vector{1});
+    EXPECT_EQ(Items(dest), std::vector{2});
+    EXPECT_EQ(GetNumberOfItems(&dest), 1u);
+    RemoveHead(&dest);
+    RemoveHead(&dest);
+    EXPECT_EQ(disposed, (std::vector{1, 2}));
+    EXPECT_EQ(dest.tail, nullptr);
+    Fill(dest, 3, 3);
+    EXPECT_EQ(Items(dest), std::vector{3});
+    RemoveHead(nullptr);
+}
+
 TEST_F(LinkedListTest, AddToTailKeepsTheOrder) {
     Fill(dest, 1, 3);
     EXPECT_EQ(Items(dest), (Numbers{1, 2, 3}));
