@@ -175,8 +175,12 @@ TAV_WIDE size_t CommonByGroups(const TavChar* a, const TavChar* b, size_t limit)
     while (i < limit) {
         const size_t safe = std::min(LeftInPage(a + i), LeftInPage(b + i)) / sizeof(TavChar);
         const size_t end = std::min(limit, i + safe);
-        while (i + kGroup * kUnits <= end && IsCommonGroup<fold>(a + i, b + i)) i += kGroup * kUnits;
-        for (; i + kUnits <= end; i += kUnits) {
+        for (;; i += kUnits) {
+            // Most texts differ or end before a group would pay.
+            if (i >= kGroup * kUnits) {
+                while (i + kGroup * kUnits <= end && IsCommonGroup<fold>(a + i, b + i)) i += kGroup * kUnits;
+            }
+            if (i + kUnits > end) break;
             if (const uint32_t bits = Zeros(Continues<fold>(a + i, b + i))) return i + FirstUnit(bits);
         }
         // The last few units before a page or the limit.

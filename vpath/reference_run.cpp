@@ -7,67 +7,35 @@
 
 namespace {
 
-// The first eight of the `length` units at `text` in a number that orders as they do. A unit that does not fit
-// in a byte ends it with the highest byte, so that different texts may have the same key.
-struct Key {
-    static constexpr unsigned kUnits = 8;
-
-    Key(const TavChar* text, size_t length) {
-        if (length >= kUnits) {
-            uint32_t above = 0; // more than a byte where a unit is 0xFF or more
-#pragma GCC unroll 8
-            for (unsigned i = 0; i < kUnits; ++i) {
-                above |= text[i] + 1u;
-                bits = bits << 8 | (text[i] & 0xFFu);
-            }
-            covered = kUnits;
-            if (above <= 0xFF) return;
-        }
-        TakeOneByOne(text, std::min<size_t>(length, kUnits));
-    }
-
-    uint64_t bits = 0;
-    unsigned covered = 0; // units that are the same in every text with this key
-
-private:
-    void TakeOneByOne(const TavChar* text, size_t length) {
-        bits = 0;
-        for (covered = 0; covered < length; ++covered) {
-            const unsigned shift = 8 * (kUnits - 1 - covered);
-            if (text[covered] >= 0xFF) {
-                bits |= uint64_t{0xFF} << shift;
-                return;
-            }
-            bits |= uint64_t{text[covered]} << shift;
-        }
-    }
-};
-
 // Units that both texts begin with, at most `limit`.
 uint32_t CommonUnits(const TavChar* a, const TavChar* b, uint32_t limit) {
     return static_cast<uint32_t>(scan::CommonLength<Fold::None>(a, b, limit));
 }
 
-// The first of `count` sorted keys that is not less than `key`. No branch depends on the keys: half of them
-// would be foreseen wrongly.
-size_t LowerBoundOfKey(const uint64_t* keys, size_t count, uint64_t key) {
-    const uint64_t* first = keys;
-    while (count > 1) {
-        const size_t half = count / 2;
-        first += half & -static_cast<size_t>(first[half - 1] < key);
-        count -= half;
+// The first of `count` sorted keys that is not less than `key`, by quarters: the three keys of a step are
+// fetched together, and no branch depends on them.
+size_t LowerBoundOfKey(const PathKey* keys, size_t count, const PathKey& key) {
+    const PathKey* first = keys;
+    while (count > 8) {
+        const size_t quarter = count / 4;
+        const size_t passed = size_t{first[quarter - 1] < key} + size_t{first[2 * quarter - 1] < key} +
+                              size_t{first[3 * quarter - 1] < key};
+        first += passed * quarter;
+        count -= 3 * quarter;
     }
-    return static_cast<size_t>(first - keys) + (count == 1 && *first < key);
+    size_t less = 0;
+    for (size_t i = 0; i < count; ++i) less += first[i] < key;
+    return static_cast<size_t>(first - keys) + less;
 }
 
 // The end of the equal keys that begin at `first`; mostly there are few of them.
-size_t EndOfEqualKeys(const uint64_t* keys, size_t first, size_t count, uint64_t key) {
-    if (first == count || keys[first] != key) return first;
+size_t EndOfEqualKeys(const PathKey* keys, size_t first, size_t count) {
+    const PathKey& key = keys[first];
     size_t step = 1;
     while (step < count - first && keys[first + step] == key) step *= 2;
-    const size_t known = first + step / 2 + 1;
-    const size_t end = std::min(first + step, count);
-    return key == UINT64_MAX ? count : known + LowerBoundOfKey(keys + known, end - known, key + 1);
+    const auto known = keys + first + step / 2;
+    const auto end = keys + std::min(first + step, count);
+    return static_cast<size_t>(std::upper_bound(known, end, key) - keys);
 }
 
 } // namespace
@@ -81,28 +49,25 @@ bool ElementBeforePath::operator()(const OpacTavFSRef* element, const TavChar* p
 ReferenceRun::Bound ReferenceRun::LowerBoundAmong(size_t count, const TavChar* path) const {
     if (count == 0) return {0, false};
     const size_t length = SegLen(path);
-    const size_t place = length < common_ ? count : LowerBoundByKeys(count, path, length);
+    const size_t place = length < common_ ? count : LowerBoundByKey(count, path, length);
 
     const TavChar* const found = refs_[place < count ? place : sample_]->Path();
     const size_t same = scan::CommonLength<Fold::None>(found, path, SIZE_MAX);
-    if (same < common_) return {path[same] > found[same] ? count : FirstElement(0, count), false};
-    return {place, place < count && same == length && !found[same]};
+    const bool isLess = found[same] < path[same];
+    if (same < common_) return {isLess ? count : FirstElement(0, count), false};
+    if (place == count) return {count, false};
+    return {isLess ? FirstElement(place + 1, count) : place, same == length && !found[same]};
 }
 
-// The lower bound of a path of `length` units that begins as all in the run do; some element's place or the
-// end for any other that is as long.
-size_t ReferenceRun::LowerBoundByKeys(size_t count, const TavChar* path, size_t length) const {
-    const Key key(path + common_, length - common_);
-    size_t shared = common_ + key.covered;
-    size_t first = LowerBoundOfKey(keys_.data(), count, key.bits);
-    size_t last = EndOfEqualKeys(keys_.data(), first, count, key.bits);
-    if (last - first > 1 && key.covered == Key::kUnits) {
-        const Key next(path + shared, length - shared);
-        first += LowerBoundOfKey(&nextKeys_[first], last - first, next.bits);
-        last = EndOfEqualKeys(nextKeys_.data(), first, last, next.bits);
-        shared += next.covered;
-    }
-    return FirstElement(LowerBoundOfEqualKeys(first, last, ElementBeforePath{shared}, path), count);
+// The lower bound of a path of `length` units that begins as all in the run do, or the only element in front
+// of it that has the same key. For any other path some element's place or the end.
+size_t ReferenceRun::LowerBoundByKey(size_t count, const TavChar* path, size_t length) const {
+    const PathKey key(path, length, common_);
+    const size_t first = LowerBoundOfKey(keys_.data(), count, key);
+    if (first + 1 < count && keys_[first + 1] == key)
+        return FirstElement(LowerBoundOfEqualKeys(first, EndOfEqualKeys(keys_.data(), first, count), path),
+                            count);
+    return FirstElement(first, count);
 }
 
 // The first place from `place` on that is not empty.
@@ -111,8 +76,8 @@ size_t ReferenceRun::FirstElement(size_t place, size_t count) const {
     return place;
 }
 
-size_t ReferenceRun::LowerBoundOfEqualKeys(size_t first, size_t last, ElementBeforePath before,
-                                           const TavChar* path) const {
+size_t ReferenceRun::LowerBoundOfEqualKeys(size_t first, size_t last, const TavChar* path) const {
+    const ElementBeforePath before{common_};
     while (first < last) {
         const size_t middle = first + (last - first) / 2;
         const size_t probe = FirstElement(middle, last);
@@ -130,15 +95,12 @@ void ReferenceRun::Insert(size_t place, OpacTavFSRef* ref) {
     Reserve(size() + 1);
     const uint32_t common = refs_.empty() ? SegLen(path) : CommonUnits(refs_[0]->Path(), path, common_);
     if (common != common_) SetCommon(common);
-    keys_.insert(keys_.begin() + place, 0);
-    nextKeys_.insert(nextKeys_.begin() + place, 0);
+    keys_.insert(keys_.begin() + place, KeyOf(ref));
     refs_.insert(refs_.begin() + place, ref);
-    SetKeys(place);
 }
 
 void ReferenceRun::Erase(size_t place) {
     keys_.erase(keys_.begin() + place);
-    nextKeys_.erase(nextKeys_.begin() + place);
     refs_.erase(refs_.begin() + place);
 }
 
@@ -173,10 +135,9 @@ void ReferenceRun::Absorb(ReferenceRun& other) {
             std::move_backward(array.begin() + place, array.begin() + end, array.begin() + end + left);
         };
         open(keys_);
-        open(nextKeys_);
         open(refs_);
         refs_[place + left - 1] = ref;
-        SetKeys(place + left - 1);
+        keys_[place + left - 1] = KeyOf(ref);
         end = place;
     }
     other.Resize(0);
@@ -188,14 +149,12 @@ void ReferenceRun::Compact() {
     for (size_t from = 0; from < refs_.size(); ++from) {
         if (!refs_[from]) continue;
         keys_[to] = keys_[from];
-        nextKeys_[to] = nextKeys_[from];
         refs_[to++] = refs_[from];
     }
     Resize(to);
     empty_ = sample_ = 0;
     if (to < refs_.capacity() / 4) {
         keys_.shrink_to_fit();
-        nextKeys_.shrink_to_fit();
         refs_.shrink_to_fit();
     }
     if (to == 0) return;
@@ -207,20 +166,15 @@ void ReferenceRun::Compact() {
 
 void ReferenceRun::SetCommon(uint32_t common) {
     common_ = common;
-    for (size_t i = 0; i < refs_.size(); ++i) SetKeys(i);
+    for (size_t i = 0; i < refs_.size(); ++i) keys_[i] = KeyOf(refs_[i]);
 }
 
-void ReferenceRun::SetKeys(size_t place) {
-    const TavChar* const text = refs_[place]->Path() + common_;
-    const size_t length = SegLen(text);
-    const Key key(text, length);
-    keys_[place] = key.bits;
-    nextKeys_[place] = key.covered == Key::kUnits ? Key(text + Key::kUnits, length - Key::kUnits).bits : 0;
+PathKey ReferenceRun::KeyOf(const OpacTavFSRef* ref) const {
+    return {ref->Path(), SegLen(ref->Path()), common_};
 }
 
 void ReferenceRun::Resize(size_t count) {
     keys_.resize(count);
-    nextKeys_.resize(count);
     refs_.resize(count);
 }
 
@@ -228,6 +182,5 @@ void ReferenceRun::Resize(size_t count) {
 void ReferenceRun::Reserve(size_t count) {
     const size_t roomy = count + count / 8 + 8;
     if (count > keys_.capacity()) keys_.reserve(roomy);
-    if (count > nextKeys_.capacity()) nextKeys_.reserve(roomy);
     if (count > refs_.capacity()) refs_.reserve(roomy);
 }

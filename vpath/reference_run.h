@@ -1,6 +1,7 @@
 // A contiguous sorted array of references with keys beside each, so that a bisection rarely looks at a path.
 #pragma once
 
+#include "vpath/path_key.h"
 #include "vpath/references.h"
 
 #include <cstddef>
@@ -13,7 +14,7 @@ struct ElementBeforePath {
 };
 
 // Ordered by path. Every path in the run begins with the same `common_` units; the key of a reference tells
-// the eight units after them. Erased places stay, empty, until Compact.
+// those after them. Erased places stay, empty, until Compact.
 class ReferenceRun {
 public:
     // The first place whose path is not less than `path`: never an empty one, size() when there is none.
@@ -47,17 +48,15 @@ public:
 
 private:
     Bound LowerBoundAmong(size_t count, const TavChar* path) const;
-    size_t LowerBoundByKeys(size_t count, const TavChar* path, size_t length) const;
-    size_t LowerBoundOfEqualKeys(size_t first, size_t last, ElementBeforePath before,
-                                 const TavChar* path) const;
+    size_t LowerBoundByKey(size_t count, const TavChar* path, size_t length) const;
+    size_t LowerBoundOfEqualKeys(size_t first, size_t last, const TavChar* path) const;
     size_t FirstElement(size_t place, size_t count) const;
     void SetCommon(uint32_t common);
-    void SetKeys(size_t place);
+    PathKey KeyOf(const OpacTavFSRef* ref) const;
     void Resize(size_t count);
     void Reserve(size_t count);
 
-    std::vector<uint64_t> keys_;
-    std::vector<uint64_t> nextKeys_;
+    std::vector<PathKey> keys_;
     std::vector<OpacTavFSRef*> refs_;
     size_t empty_ = 0;
     size_t sample_ = 0; // some element that is not empty

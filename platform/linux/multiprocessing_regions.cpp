@@ -1,9 +1,12 @@
 // Critical regions: a slot's value is the task id of the holder, 0 while the region is free; its detail counts
-// the holder's further entries. Entering and leaving is one compare-and-swap each. The platform lets a task leave a region that it does
-// not hold undefined; here that fails.
+// the holder's further entries. Entering and leaving is one compare-and-swap each, or a plain store while the
+// process has one thread: a signal handler that enters a region leaves it again, and nobody else could come in
+// between. The platform lets a task leave a region that it does not hold undefined; here that fails.
 #include "platform/linux/current_task.h"
 #include "platform/linux/multiprocessing_ids.h"
 #include "platform/linux/multiprocessing_wait.h"
+
+#include <sys/single_threaded.h>
 
 namespace {
 
@@ -34,6 +37,18 @@ OSStatus EnterAgain(ObjectSlot& slot, MPCriticalRegionID region) {
     return slot.detail.compare_exchange_strong(detail, detail + 1) ? OSStatus{noErr} : kMPInvalidIDErr;
 }
 
+// For the holder, whose state is `mine`.
+OSStatus FreeRegion(ObjectSlot& slot, uint64_t mine) {
+    TerminationHold hold;
+    if (!slot.state.compare_exchange_strong(mine, MakeState(StateID(mine), 0))) {
+        return kMPInvalidIDErr; // deleted under the holder's feet
+    }
+    if (HasWaiters(slot)) [[unlikely]] {
+        WakeOneWaiter(slot);
+    }
+    return noErr;
+}
+
 } // namespace
 
 OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion) {
@@ -53,6 +68,10 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
     Entry entry{criticalRegion, CurrentTaskID()};
     uint64_t state = MakeState(entry.region, 0);
     uint64_t mine = MakeState(entry.region, entry.task);
+    if (__libc_single_threaded && slot->state.load(std::memory_order_relaxed) == state) {
+        slot->state.store(mine, std::memory_order_relaxed);
+        return noErr;
+    }
     if (slot->state.compare_exchange_strong(state, mine)) {
         return noErr;
     }
@@ -77,12 +96,9 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
     if (StateID(detail) == criticalRegion && StateValue(detail) != 0) {
         return slot->detail.compare_exchange_strong(detail, detail - 1) ? OSStatus{noErr} : kMPInvalidIDErr;
     }
-    TerminationHold hold;
-    if (!slot->state.compare_exchange_strong(mine, MakeState(criticalRegion, 0))) {
-        return kMPInvalidIDErr; // deleted under the holder's feet
+    if (__libc_single_threaded) {
+        slot->state.store(MakeState(criticalRegion, 0), std::memory_order_relaxed);
+        return noErr;
     }
-    if (HasWaiters(*slot)) [[unlikely]] {
-        WakeOneWaiter(*slot);
-    }
-    return noErr;
+    return FreeRegion(*slot, mine);
 }
