@@ -1,4 +1,4 @@
-// tav_wcsstr: candidates by their first units, compared on the spot. A haystack that keeps producing
+// tav_wcsstr: candidates are compared on the spot. A haystack that keeps producing
 // candidates that fail late is handed over to a search that never looks back, so that the cost stays linear.
 #include "text/unit_scan.h"
 
@@ -9,9 +9,6 @@ namespace {
 
 // Longer needles are searched by their first units only, and compared where those occur.
 constexpr size_t kTableUnits = 512;
-
-// Compared units beyond the haystack's own that are let pass before the search changes.
-constexpr size_t kPatience = 256;
 
 // Knuth, Morris and Pratt: for each prefix of the needle, how long the longest border of it is.
 class BorderSearch {
@@ -53,19 +50,13 @@ private:
 TavChar* tav_wcsstr(const TavChar* hay, const TavChar* needle) {
     if (!*needle) return const_cast<TavChar*>(hay);
     if (!needle[1]) return tav_wcschr(hay, *needle);
-    const size_t length = scan::Length(needle), prefix = std::min(length, kMostPrefix);
-    const TavChar* start = hay;
-    const auto matches = [=](const TavChar* p) {
-        return scan::CommonLength<Fold::None>(needle, p, length) == length;
-    };
-    for (size_t compared = 0;; ++hay) {
-        hay = scan::FindPrefix(hay, needle, prefix);
-        if (!hay) return nullptr;
-        const size_t common =
-            prefix + scan::CommonLength<Fold::None>(needle + prefix, hay + prefix, length - prefix);
-        if (common == length) return const_cast<TavChar*>(hay);
-        compared += common;
-        if (compared > kPatience + static_cast<size_t>(hay - start)) break;
+    const size_t length = scan::Length(needle);
+    Patience patience(hay);
+    const TavChar* found = scan::FindNeedle(hay, needle, length, patience);
+    if (patience.IsOver()) {
+        found = BorderSearch(needle, length).Find(found, [=](const TavChar* p) {
+            return scan::CommonLength<Fold::None>(needle, p, length) == length;
+        });
     }
-    return const_cast<TavChar*>(BorderSearch(needle, length).Find(hay, matches));
+    return const_cast<TavChar*>(found);
 }

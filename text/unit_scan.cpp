@@ -33,9 +33,10 @@ const TavChar* FindLast(const TavChar* s, TavChar unit) {
     return last;
 }
 
-const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
+const TavChar* FindNeedle(const TavChar* s, const TavChar* needle, size_t length, Patience& patience) {
     for (; *s; ++s) {
-        if (CommonLength<Fold::None>(needle, s, n) == n) return s;
+        const size_t common = CommonLength<Fold::None>(needle, s, length);
+        if (common == length || patience.IsOver(s, common)) return s;
     }
     return nullptr;
 }
@@ -61,6 +62,7 @@ namespace {
 
 constexpr size_t kUnits = 16;  // in a block
 constexpr size_t kBytes = 32;  // in a block
+constexpr size_t kPair = 2;    // blocks whose units have a bit pair each in 64 bits
 constexpr size_t kGroup = 4;   // blocks taken together in long texts
 constexpr size_t kPage = 4096; // every page size is a multiple of this
 
@@ -86,17 +88,34 @@ TAV_WIDE Block Least(const Block& a, const Block& b) {
     return a < b ? a : b;
 }
 
-// Two bits for each unit that is zero, the first unit's lowest.
-TAV_WIDE uint32_t Zeros(const Block& block) {
-    const auto zeros = reinterpret_cast<ByteBlock>(block == Block{});
-    return static_cast<uint32_t>(__builtin_ia32_pmovmskb256(zeros));
+// The least of the units in the same place of a group's blocks.
+TAV_WIDE Block LeastOfGroup(const TavChar* p) {
+    return Least(Least(LoadAligned(p), LoadAligned(p + kUnits)),
+                 Least(LoadAligned(p + 2 * kUnits), LoadAligned(p + 3 * kUnits)));
 }
 
-uint32_t FirstUnit(uint32_t bits) {
+// Two bits for each unit of a comparison's result, the first unit's lowest.
+template <typename Truth>
+TAV_WIDE uint32_t Bits(const Truth& truth) {
+    return static_cast<uint32_t>(__builtin_ia32_pmovmskb256(reinterpret_cast<ByteBlock>(truth)));
+}
+
+// The same for each unit that is zero.
+TAV_WIDE uint32_t Zeros(const Block& block) {
+    return Bits(block == Block{});
+}
+
+template <typename Bits>
+uint32_t FirstUnit(Bits bits) {
     return static_cast<uint32_t>(std::countr_zero(bits)) / 2;
 }
-uint32_t LastUnit(uint32_t bits) {
-    return (31 - static_cast<uint32_t>(std::countl_zero(bits))) / 2;
+uint32_t LastUnit(uint64_t bits) {
+    return (63 - static_cast<uint32_t>(std::countl_zero(bits))) / 2;
+}
+
+// The bits below the lowest.
+uint64_t Below(uint64_t bits) {
+    return (bits & (0 - bits)) - 1;
 }
 
 uintptr_t Address(const TavChar* p) {
@@ -104,6 +123,9 @@ uintptr_t Address(const TavChar* p) {
 }
 const TavChar* BlockOf(const TavChar* p) {
     return p - Address(p) % kBytes / sizeof(TavChar);
+}
+const TavChar* PairOf(const TavChar* p) {
+    return p - Address(p) % (kPair * kBytes) / sizeof(TavChar);
 }
 bool IsGroupAligned(const TavChar* p) {
     return Address(p) % (kGroup * kBytes) == 0;
@@ -114,34 +136,41 @@ size_t LeftInPage(const TavChar* p) {
     return kPage - Address(p) % kPage;
 }
 
-// Searches turn what they look for into zeros: here the terminator alone,
+// Searches give the bits of what they look for in a block, and whether a group has any: the terminator alone,
 struct EndSearch {
-    TAV_WIDE Block operator()(const Block& block) const { return block; }
+    TAV_WIDE uint32_t InBlock(const TavChar* p) const { return Zeros(LoadAligned(p)); }
+    TAV_WIDE bool IsInGroup(const TavChar* p) const { return Zeros(LeastOfGroup(p)) != 0; }
 };
 
-// and here a unit or the terminator.
+// and a unit or the terminator.
 struct UnitOrEndSearch {
     Block wanted;
-    TAV_WIDE Block operator()(const Block& block) const { return Least(block, block ^ wanted); }
+    TAV_WIDE uint32_t InBlock(const TavChar* p) const {
+        const Block block = LoadAligned(p);
+        return Zeros(Least(block, block ^ wanted));
+    }
+    TAV_WIDE bool IsInGroup(const TavChar* p) const {
+        const auto front = (LoadAligned(p) == wanted) | (LoadAligned(p + kUnits) == wanted);
+        const auto back = (LoadAligned(p + 2 * kUnits) == wanted) | (LoadAligned(p + 3 * kUnits) == wanted);
+        return Bits(front | back | (LeastOfGroup(p) == Block{})) != 0;
+    }
 };
 
-// Whether a group has what is looked for.
+// Two bits for each unit of a pair that is looked for.
 template <typename Search>
-[[gnu::always_inline]] TAV_WIDE inline bool IsInGroup(const TavChar* p, const Search& search) {
-    const Block front = Least(search(LoadAligned(p)), search(LoadAligned(p + kUnits)));
-    const Block back = Least(search(LoadAligned(p + 2 * kUnits)), search(LoadAligned(p + 3 * kUnits)));
-    return Zeros(Least(front, back)) != 0;
+[[gnu::always_inline]] TAV_WIDE inline uint64_t FoundInPair(const TavChar* p, const Search& search) {
+    return search.InBlock(p) | uint64_t{search.InBlock(p + kUnits)} << 32;
 }
 
 // The first unit that is looked for; one is known to come.
 template <typename Search>
 TAV_WIDE const TavChar* FindFirst(const TavChar* s, const Search& search) {
-    const TavChar* p = BlockOf(s);
+    const TavChar* p = PairOf(s);
     const size_t skipped = static_cast<size_t>(s - p);
-    if (const uint32_t bits = Zeros(search(LoadAligned(p))) >> (2 * skipped)) return s + FirstUnit(bits);
-    for (p += kUnits;; p += kUnits) {
-        while (IsGroupAligned(p) && !IsInGroup(p, search)) p += kGroup * kUnits;
-        if (const uint32_t bits = Zeros(search(LoadAligned(p)))) return p + FirstUnit(bits);
+    if (const uint64_t bits = FoundInPair(p, search) >> (2 * skipped)) return s + FirstUnit(bits);
+    for (p += kPair * kUnits;; p += kPair * kUnits) {
+        while (IsGroupAligned(p) && !search.IsInGroup(p)) p += kGroup * kUnits;
+        if (const uint64_t bits = FoundInPair(p, search)) return p + FirstUnit(bits);
     }
 }
 
@@ -173,18 +202,20 @@ template <Fold fold>
 TAV_WIDE size_t CommonByGroups(const TavChar* a, const TavChar* b, size_t limit) {
     size_t i = 0;
     while (i < limit) {
-        const size_t safe = std::min(LeftInPage(a + i), LeftInPage(b + i)) / sizeof(TavChar);
-        const size_t end = std::min(limit, i + safe);
+        const size_t safe = i + std::min(LeftInPage(a + i), LeftInPage(b + i)) / sizeof(TavChar);
         for (;; i += kUnits) {
             // Most texts differ or end before a group would pay.
             if (i >= kGroup * kUnits) {
+                const size_t end = std::min(limit, safe);
                 while (i + kGroup * kUnits <= end && IsCommonGroup<fold>(a + i, b + i)) i += kGroup * kUnits;
             }
-            if (i + kUnits > end) break;
-            if (const uint32_t bits = Zeros(Continues<fold>(a + i, b + i))) return i + FirstUnit(bits);
+            if (i >= limit || i + kUnits > safe) break;
+            if (const uint32_t bits = Zeros(Continues<fold>(a + i, b + i)))
+                return std::min(limit, i + FirstUnit(bits));
         }
-        // The last few units before a page or the limit.
-        const size_t rest = end - i;
+        if (i >= limit) break;
+        // The last few units before a page.
+        const size_t rest = std::min(limit, safe) - i;
         const size_t common = plain::CommonLength<fold>(a + i, b + i, rest);
         i += common;
         if (common < rest) return i;
@@ -192,26 +223,39 @@ TAV_WIDE size_t CommonByGroups(const TavChar* a, const TavChar* b, size_t limit)
     return limit;
 }
 
-// The beginning of a needle, up to a block of it.
-class Prefix {
+// A text to be found, by its first and its last unit and then as a whole.
+class Needle {
 public:
-    TAV_WIDE Prefix(const TavChar* needle, size_t n) : needle_(needle), n_(n), counted_(~0u >> (32 - 2 * n)) {
-        std::copy_n(needle, n, units_);
+    TAV_WIDE Needle(const TavChar* units, size_t length)
+        : first_(Filled(units[0])), last_(Filled(units[length - 1])), units_(units), length_(length),
+          counted_(~0u >> (32 - 2 * std::min(length, kUnits))) {
+        std::copy_n(units, std::min(length, kUnits), front_);
     }
 
-    TAV_WIDE bool IsAt(const TavChar* p) const {
-        if (LeftInPage(p) < kBytes) return plain::CommonLength<Fold::None>(needle_, p, n_) == n_;
-        return (~Zeros(Load(p) ^ Load(units_)) & counted_) == 0;
+    // Of the units of the block at `p` those where it may stand.
+    TAV_WIDE uint32_t Candidates(const TavChar* p) const {
+        const uint32_t firsts = Zeros(LoadAligned(p) ^ first_);
+        // Behind the text may be a page that must not be touched.
+        if (!firsts || LeftInPage(p) < kBytes + (length_ - 1) * sizeof(TavChar)) return firsts;
+        return firsts & Zeros(Load(p + length_ - 1) ^ last_);
+    }
+
+    // How many units it has in common with the text at `p`, or 0 when not even a block.
+    TAV_WIDE size_t CommonAt(const TavChar* p) const {
+        if (LeftInPage(p) < kBytes) return plain::CommonLength<Fold::None>(units_, p, length_);
+        if (~Zeros(Load(p) ^ Load(front_)) & counted_) return 0;
+        return length_ <= kUnits
+                   ? length_
+                   : kUnits + CommonByGroups<Fold::None>(units_ + kUnits, p + kUnits, length_ - kUnits);
     }
 
 private:
-    const TavChar* needle_;
-    size_t n_;
-    uint32_t counted_;
-    TavChar units_[kMostPrefix] = {};
+    Block first_, last_;
+    const TavChar* units_;
+    size_t length_;
+    uint32_t counted_; // the bits of the units in front_
+    TavChar front_[kUnits] = {};
 };
-
-static_assert(kMostPrefix == kUnits);
 
 } // namespace
 
@@ -228,36 +272,37 @@ TAV_WIDE const TavChar* FindOrEnd(const TavChar* s, TavChar unit) {
 TAV_WIDE const TavChar* FindLast(const TavChar* s, TavChar unit) {
     const UnitOrEndSearch search = {Filled(unit)};
     const TavChar* last = nullptr;
-    const TavChar* p = BlockOf(s);
-    uint32_t counted = ~0u << 2 * (s - p);
-    for (;; p += kUnits, counted = ~0u) {
-        // Groups that hold neither are passed over.
-        while (counted == ~0u && IsGroupAligned(p) && !IsInGroup(p, search)) p += kGroup * kUnits;
-        const Block block = LoadAligned(p);
-        const uint32_t end = Zeros(block) & counted;
-        // Of the units that count, those in front of the terminator.
-        if (end) counted &= (end & (0u - end)) - 1;
-        if (const uint32_t found = Zeros(block ^ search.wanted) & counted) last = p + LastUnit(found);
+    const TavChar* p = PairOf(s);
+    const size_t skipped = static_cast<size_t>(s - p);
+    uint64_t bits = FoundInPair(p, search) >> (2 * skipped) << (2 * skipped);
+    for (;;) {
+        while (!bits) {
+            p += kPair * kUnits;
+            while (IsGroupAligned(p) && !search.IsInGroup(p)) p += kGroup * kUnits;
+            bits = FoundInPair(p, search);
+        }
+        const uint64_t end = FoundInPair(p, EndSearch{}) & bits;
+        const uint64_t found = end ? bits & Below(end) : bits;
+        if (found) last = p + LastUnit(found);
         if (end) return last;
+        bits = 0;
     }
 }
 
-TAV_WIDE const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
-    const Prefix prefix(needle, n);
-    const Block first = Filled(needle[0]), second = Filled(needle[1]);
+TAV_WIDE const TavChar* FindNeedle(const TavChar* s, const TavChar* units, size_t length,
+                                   Patience& patience) {
+    const Needle needle(units, length);
     const TavChar* p = BlockOf(s);
-    uint32_t counted = ~0u << 2 * (s - p), begun = 0;
+    uint32_t counted = ~0u << 2 * (s - p);
     for (;; p += kUnits, counted = ~0u) {
-        const Block block = LoadAligned(p);
-        const uint32_t firsts = Zeros(block ^ first) & counted;
-        const uint32_t ends = Zeros(block) & counted;
-        // Pairs are met at their second unit.
-        uint32_t pairs = (firsts << 2 | begun) & Zeros(block ^ second);
-        begun = firsts >> 30;
-        if (ends) pairs &= (ends & (0u - ends)) - 1;
-        for (; pairs; pairs &= pairs - 1, pairs &= pairs - 1) {
-            const TavChar* place = p + FirstUnit(pairs) - 1;
-            if (prefix.IsAt(place)) return place;
+        const uint32_t ends = Zeros(LoadAligned(p)) & counted;
+        uint32_t candidates = needle.Candidates(p) & counted;
+        if (ends) candidates &= static_cast<uint32_t>(Below(ends));
+        for (; candidates; candidates &= candidates - 1, candidates &= candidates - 1) {
+            const TavChar* place = p + FirstUnit(candidates);
+            const size_t common = needle.CommonAt(place);
+            if (common == 0) continue;
+            if (common == length || patience.IsOver(place, common)) return place;
         }
         if (ends) return nullptr;
     }

@@ -24,8 +24,25 @@
 #define TAV_UNIT_BLOCKS 0
 #endif
 
-// How much of a needle is looked for in one go.
-constexpr size_t kMostPrefix = 16;
+// How much a search for a text may compare in vain before one that never looks back is the better one.
+class Patience {
+public:
+    explicit Patience(const TavChar* start) : start_(start) {}
+
+    // Whether it is over at `place`, where as many more units were compared.
+    bool IsOver(const TavChar* place, size_t compared) {
+        compared_ += compared;
+        return isOver_ = compared_ > kSpare + static_cast<size_t>(place - start_);
+    }
+    bool IsOver() const { return isOver_; }
+
+private:
+    static constexpr size_t kSpare = 256;
+
+    const TavChar* start_;
+    size_t compared_ = 0;
+    bool isOver_ = false;
+};
 
 enum class Fold { None, Ascii };
 
@@ -37,9 +54,9 @@ const TavChar* FindOrEnd(const TavChar* s, TavChar unit);
 // The last unit before the terminator that equals `unit`, null if none.
 const TavChar* FindLast(const TavChar* s, TavChar unit);
 
-// The first place where the first `n` units of a needle stand, from two to kMostPrefix, none of them 0; null if
-// there is none.
-const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n);
+// The first place where a needle of at least two units stands, null if there is none; or, when that takes more
+// than patience allows, a place in front of which there is none.
+const TavChar* FindNeedle(const TavChar* s, const TavChar* needle, size_t length, Patience& patience);
 
 // How many units the texts have in common before they differ, end, or reach `limit`; with Fold::Ascii the
 // capitals A to Z count as small letters.
@@ -58,7 +75,7 @@ inline bool Available() {
 
 const TavChar* FindOrEnd(const TavChar* s, TavChar unit);
 const TavChar* FindLast(const TavChar* s, TavChar unit);
-const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n);
+const TavChar* FindNeedle(const TavChar* s, const TavChar* needle, size_t length, Patience& patience);
 template <Fold fold>
 size_t CommonLength(const TavChar* a, const TavChar* b, size_t limit);
 
@@ -85,11 +102,11 @@ inline const TavChar* FindLast(const TavChar* s, TavChar unit) {
     return plain::FindLast(s, unit);
 }
 
-inline const TavChar* FindPrefix(const TavChar* s, const TavChar* needle, size_t n) {
+inline const TavChar* FindNeedle(const TavChar* s, const TavChar* needle, size_t length, Patience& patience) {
 #if TAV_UNIT_BLOCKS
-    if (blocks::Available()) return blocks::FindPrefix(s, needle, n);
+    if (blocks::Available()) return blocks::FindNeedle(s, needle, length, patience);
 #endif
-    return plain::FindPrefix(s, needle, n);
+    return plain::FindNeedle(s, needle, length, patience);
 }
 
 template <Fold fold>

@@ -49,41 +49,68 @@ TEST(UnitBlocks, FindWhatThePlainLoopsFind) {
     }
 }
 
-TEST(UnitBlocks, FindPrefixesWhereThePlainLoopDoes) {
+TEST(UnitBlocks, FindNeedlesWhereThePlainLoopDoes) {
     if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     Random random;
-    size_t found = 0;
+    size_t found = 0, givenUp = 0;
     for (int round = 0; round < 40000; ++round) {
         const Text text = random.NextText();
         if (text.size() < 2) continue;
         const GuardedText<char16_t> guarded(text, round % 2 ? At::End : At::Start);
         const TavChar* s = guarded.get() + random.engine() % (text.size() + 1);
-        const size_t n = 2 + random.engine() % (std::min(text.size(), kMostPrefix) - 1);
+        const size_t most = std::min<size_t>(text.size(), 40), n = 2 + random.engine() % (most - 1);
         Text needle = text.substr(random.engine() % (text.size() - n + 1), n);
         if (round % 4 == 0) needle.back() = u'q';
-        const TavChar* place = plain::FindPrefix(s, needle.c_str(), n);
+        if (round % 8 == 1) needle[n / 2] = u'q';
+        const GuardedText<char16_t> guardedNeedle(needle, round % 2 ? At::Start : At::End);
+        Patience forPlain(s), forBlocks(s);
+        const TavChar* place = plain::FindNeedle(s, guardedNeedle.get(), n, forPlain);
+        const TavChar* byBlocks = blocks::FindNeedle(s, guardedNeedle.get(), n, forBlocks);
+        if (forPlain.IsOver() || forBlocks.IsOver()) {
+            ++givenUp;
+            const size_t at = Text(s).find(needle);
+            ASSERT_TRUE(at == Text::npos || s + at >= (forPlain.IsOver() ? place : byBlocks));
+            continue;
+        }
         found += place != nullptr;
-        ASSERT_EQ(blocks::FindPrefix(s, needle.c_str(), n), place);
+        ASSERT_EQ(byBlocks, place);
     }
     EXPECT_GT(found, 1000u);
+    EXPECT_LT(givenUp, 1000u);
 }
 
-TEST(UnitBlocks, FindAPrefixAtEveryPlaceOfABlock) {
+TEST(UnitBlocks, FindANeedleAtEveryPlaceOfABlock) {
     if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
     for (size_t before = 0; before < 80; ++before) {
         const GuardedText<char16_t> text(Text(before, u'a') + u"b");
         for (size_t start = 0; start <= before + 1; ++start) {
             const TavChar* s = text.get() + start;
-            EXPECT_EQ(blocks::FindPrefix(s, u"ab", 2), start < before ? text.get() + before - 1 : nullptr);
-            EXPECT_EQ(blocks::FindPrefix(s, u"ba", 2), nullptr);
+            Patience patience(s);
+            EXPECT_EQ(blocks::FindNeedle(s, u"ab", 2, patience),
+                      start < before ? text.get() + before - 1 : nullptr);
+            EXPECT_EQ(blocks::FindNeedle(s, u"ba", 2, patience), nullptr);
+            EXPECT_FALSE(patience.IsOver());
         }
     }
 }
 
-TEST(UnitBlocks, APairBehindTheTerminatorIsNotFound) {
+TEST(UnitBlocks, ANeedleBehindOrAcrossTheTerminatorIsNotFound) {
     if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
-    alignas(32) const char16_t texts[32] = u"xxxx\0ab";
-    EXPECT_EQ(blocks::FindPrefix(texts, u"ab", 2), nullptr);
+    alignas(32) const char16_t texts[32] = u"xxxa\0bab";
+    Patience patience(texts);
+    EXPECT_EQ(blocks::FindNeedle(texts, u"ab", 2, patience), nullptr);
+    EXPECT_EQ(blocks::FindNeedle(texts, u"axb", 3, patience), nullptr);
+}
+
+TEST(UnitBlocks, LosePatienceWithNeedlesThatFailLate) {
+    if (!blocks::Available()) GTEST_SKIP() << "this processor has no registers of 32 bytes";
+    const Text text(2000, u'a');
+    Text needle(62, u'a');
+    needle[60] = u'b';
+    Patience patience(text.c_str());
+    const TavChar* const place = blocks::FindNeedle(text.c_str(), needle.c_str(), needle.size(), patience);
+    EXPECT_TRUE(patience.IsOver());
+    EXPECT_LT(place - text.c_str(), 20);
 }
 
 TEST(UnitBlocks, CompareAsThePlainLoopsDo) {
