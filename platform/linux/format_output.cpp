@@ -21,6 +21,7 @@ void Output::Append(std::string_view ascii) {
 }
 
 void Output::AppendFill(UniChar unit, size_t n) {
+    if (n == 0) return;
     if (UniChar* place = Extend(n)) std::fill_n(place, n, unit);
 }
 

@@ -191,10 +191,10 @@ Boolean CFStringFindWithOptions(CFStringRef string, CFStringRef toFind, CFRange 
     assert(options == 0 && range.location >= 0 && range.length >= 0);
     const auto location = static_cast<size_t>(range.location), length = static_cast<size_t>(range.length);
     assert(location + length <= string->length);
-    const View sought = ViewOf(toFind);
-    const size_t at = ViewOf(string).substr(location, length).find(sought);
-    if (at == View::npos) return false;
-    *result = {static_cast<CFIndex>(location + at), static_cast<CFIndex>(sought.size())};
+    const View text = ViewOf(string).substr(location, length), sought = ViewOf(toFind);
+    const auto at = std::search(text.begin(), text.end(), sought.begin(), sought.end());
+    if (at == text.end() && !sought.empty()) return false;
+    *result = {range.location + (at - text.begin()), static_cast<CFIndex>(sought.size())};
     return true;
 }
 
