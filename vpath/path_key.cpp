@@ -11,12 +11,6 @@ constexpr size_t kHalf = PathKey::kUnits / 2;
 using Units = uint16_t __attribute__((vector_size(kHalf * 2)));
 using Bytes = uint8_t __attribute__((vector_size(kHalf)));
 
-Units Load(const TavChar* p) {
-    Units units;
-    std::memcpy(&units, p, sizeof units);
-    return units;
-}
-
 bool FitInBytes(const Units& front, const Units& last) {
     // 0xFF is the mark of those that do not fit.
     const Units above = (front | (front + 1) | last | (last + 1)) & 0xFF00;
@@ -42,7 +36,9 @@ PathKey::PathKey(const TavChar* path, size_t length, size_t from) {
     const size_t inFirst = std::min(units, kHalf);
     if (from + inFirst >= kHalf) {
         // A half of which the path has less than eight units is taken with those in front of it.
-        const Units last = Load(path + from + units - kHalf), front = Load(path + from + inFirst - kHalf);
+        Units front, last;
+        std::memcpy(&front, path + from + inFirst - kHalf, sizeof front);
+        std::memcpy(&last, path + from + units - kHalf, sizeof last);
         if (FitInBytes(front, last)) {
             first = Ordered(front, inFirst);
             second = Ordered(last, units - inFirst);

@@ -5,8 +5,7 @@
 #include "platform/linux/current_task.h"
 #include "platform/linux/multiprocessing_ids.h"
 #include "platform/linux/multiprocessing_wait.h"
-
-#include <sys/single_threaded.h>
+#include "platform/linux/one_thread.h"
 
 namespace {
 
@@ -68,7 +67,7 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
     Entry entry{criticalRegion, CurrentTaskID()};
     uint64_t state = MakeState(entry.region, 0);
     uint64_t mine = MakeState(entry.region, entry.task);
-    if (__libc_single_threaded && slot->state.load(std::memory_order_relaxed) == state) {
+    if (HasOneThread() && slot->state.load(std::memory_order_relaxed) == state) {
         slot->state.store(mine, std::memory_order_relaxed);
         return noErr;
     }
@@ -96,7 +95,7 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
     if (StateID(detail) == criticalRegion && StateValue(detail) != 0) {
         return slot->detail.compare_exchange_strong(detail, detail - 1) ? OSStatus{noErr} : kMPInvalidIDErr;
     }
-    if (__libc_single_threaded) {
+    if (HasOneThread()) {
         slot->state.store(MakeState(criticalRegion, 0), std::memory_order_relaxed);
         return noErr;
     }
