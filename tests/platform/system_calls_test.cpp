@@ -156,10 +156,11 @@ void PrintTo(const Reticence& reticence, std::ostream* output) {
 
 class FactsWithoutMounts : public SystemCalls, public testing::WithParamInterface<Reticence> {
 protected:
-    // The number of the mount in the facts of a path, asked for from `top`; -1 without one.
-    int64_t MountIn(const char* path, int flags) {
+    // The number of the mount in the facts of a path, asked for from a folder; -1 without one. Static, since the
+    // sanitizer needs descriptors to check a member call, and there may be none.
+    static int64_t MountIn(int folder, const char* path, int flags) {
         struct statx facts;
-        EXPECT_EQ(FactsAt(top, path, flags, facts), 0) << path;
+        EXPECT_EQ(FactsAt(folder, path, flags, facts), 0) << path;
         EXPECT_NE(facts.stx_mask & STATX_INO, 0u);
         return facts.stx_mask & STATX_MNT_ID ? static_cast<int64_t>(facts.stx_mnt_id) : -1;
     }
@@ -176,12 +177,12 @@ TEST_P(FactsWithoutMounts, MountIsAskedForOnItsOwn) {
         {"/proc/self/status", 0},   {"/", AT_NO_AUTOMOUNT},
     };
     std::vector<int64_t> told, found;
-    for (const auto& one : asked) told.push_back(MountIn(one.path, one.flags));
+    for (const auto& one : asked) told.push_back(MountIn(top, one.path, one.flags));
     ASSERT_NE(told[2], told[3]) << "the link leads to another mount";
     mountsAre = GetParam().mounts;
     {
         DeniedCall denied(GetParam().handleError ? SYS_name_to_handle_at : -2, GetParam().handleError);
-        for (const auto& one : asked) found.push_back(MountIn(one.path, one.flags));
+        for (const auto& one : asked) found.push_back(MountIn(top, one.path, one.flags));
         EXPECT_EQ(denied.times() > 0, GetParam().handleError != 0);
     }
     mountsAre = Mounts::Told;
@@ -190,13 +191,14 @@ TEST_P(FactsWithoutMounts, MountIsAskedForOnItsOwn) {
 
 TEST_P(FactsWithoutMounts, MountThatNothingTells_DoesNotCount) {
     struct statx facts;
+    const int folderOfTest = top;
     mountsAre = GetParam().mounts;
     {
         DeniedCall denied(SYS_name_to_handle_at, EOPNOTSUPP);
         NoDescriptors none;
         ASSERT_TRUE(none.isSet());
-        EXPECT_EQ(MountIn("/", 0), -1);
-        EXPECT_EQ(MountIn("", AT_EMPTY_PATH), -1);
+        EXPECT_EQ(MountIn(folderOfTest, "/", 0), -1);
+        EXPECT_EQ(MountIn(folderOfTest, "", AT_EMPTY_PATH), -1);
         ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
         EXPECT_EQ(MountOf(facts), DeviceOf(facts));
     }
