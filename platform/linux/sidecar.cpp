@@ -204,7 +204,7 @@ OSErr Sidecar::SetFacts(const Facts& facts) {
         const SidecarName name(place_->name);
         return unlinkat(place_->folder.descriptor(), name.bytes, 0) == 0 ? noErr : LastError();
     }
-    return !allFit && CanBeRewritten() ? Rewrite(facts) : Scatter(before, after);
+    return !allFit && CanBeRewritten() ? Rewrite(facts, false) : Scatter(before, after);
 }
 
 // ---- Writing anew
@@ -219,24 +219,36 @@ bool Sidecar::CanBeRewritten() const {
     });
 }
 
-OSErr Sidecar::WriteCopy(int to, const Facts& facts) const {
-    uint8_t front[kMostFrontSize];
-    MakeFront(true, front);
-    auto header = ParseHeader(front, sizeof(front));
-    WriteFacts(*header, front, facts);
+static bool HasMoreThanFinderInfo(const Facts& facts) {
+    Facts rest = facts;
+    std::fill(std::begin(rest.finderInfo), std::end(rest.finderInfo), uint8_t{0});
+    return rest != Facts{};
+}
+
+OSErr Sidecar::WriteCopy(int to, const Facts& facts, bool withFork) const {
     const auto fork = ResourceFork();
-    if (fork) {
-        if (fork->length > UINT32_MAX - kFullFrontSize) return ioErr;
-        appledouble::AddResourceFork(*header, front, kFullFrontSize);
-        header = ParseHeader(front, sizeof(front));
-        Store32(front + header->Find(kResourceFork)->where + 8, static_cast<uint32_t>(fork->length));
+    withFork = withFork || fork;
+    // File servers read a resource fork only from a sidecar with the plain front's two entries.
+    const bool full = !withFork || HasMoreThanFinderInfo(facts) || LacksAttributes(to);
+    uint8_t front[kMostFrontSize];
+    const size_t size = MakeFront(full, front);
+    auto header = ParseHeader(std::span(front, size), size);
+    WriteFacts(*header, std::span(front, size), facts);
+    if (withFork && full) {
+        appledouble::AddResourceFork(*header, front, size);
+        header = ParseHeader(std::span(front, size), size);
     }
-    OSErr result = fork ? CopyBytes(file_.number(), *fork, to, kFullFrontSize) : noErr;
-    if (result == noErr) result = WriteBytes(to, front, sizeof(front), 0);
+    OSErr result = noErr;
+    if (fork) {
+        if (fork->length > UINT32_MAX - size) return ioErr;
+        Store32(front + header->Find(kResourceFork)->where + 8, static_cast<uint32_t>(fork->length));
+        result = CopyBytes(file_.number(), *fork, to, size);
+    }
+    if (result == noErr) result = WriteBytes(to, front, size, 0);
     return result == noErr && fdatasync(to) < 0 ? LastError() : result;
 }
 
-OSErr Sidecar::Rewrite(const Facts& facts) {
+OSErr Sidecar::Rewrite(const Facts& facts, bool withFork) {
     // Whoever has the fork open would go on writing to what is replaced.
     if (IsForkOpen(place_->facts, ForkKind::kResource)) return fBsyErr;
     const int folder = place_->folder.descriptor();
@@ -244,7 +256,7 @@ OSErr Sidecar::Rewrite(const Facts& facts) {
     char newName[64];
     Descriptor file(MakeUnnamed(folder, newName));
     if (!file) return LastError();
-    OSErr result = WriteCopy(file.number(), facts);
+    OSErr result = WriteCopy(file.number(), facts, withFork);
     Match(file.number(), place_->facts);
     if (result == noErr && renameat(folder, newName, folder, name.bytes) < 0) result = LastError();
     if (result != noErr) {
@@ -299,8 +311,7 @@ OSErr Sidecar::MakeResourceFork() {
     if (result != ioErr || !CanBeRewritten()) return result;
     Facts facts;
     result = GetFacts(facts);
-    if (result == noErr) result = Rewrite(facts);
-    return result == noErr ? AddResourceFork() : result;
+    return result == noErr ? Rewrite(facts, true) : result;
 }
 
 // Copies the fork behind everything else and only then says so in the header; the old bytes stay unused.

@@ -51,8 +51,8 @@ private:
     OSErr Gather(Gathered& gathered) const;
     OSErr Scatter(const Gathered& before, const Gathered& after) const;
     bool CanBeRewritten() const;
-    OSErr Rewrite(const appledouble::Facts& facts);
-    OSErr WriteCopy(int to, const appledouble::Facts& facts) const;
+    OSErr Rewrite(const appledouble::Facts& facts, bool withFork);
+    OSErr WriteCopy(int to, const appledouble::Facts& facts, bool withFork) const;
     bool HoldsNothing(const Gathered& gathered) const;
     bool IsBlank(const appledouble::Entry& fork) const;
     OSErr AddResourceFork();

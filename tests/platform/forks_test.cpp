@@ -475,6 +475,31 @@ TEST_F(Forks, SidecarWithoutAFork_CanBeGivenOne) {
     }
 }
 
+// The number of entries is the header's last field.
+static int EntriesOf(const std::string& record) {
+    return record.at(24) << 8 | record.at(25);
+}
+
+// A file server reads a resource fork only from a sidecar with Finder information and a fork.
+TEST_F(Forks, SidecarWrittenAnewForAFork_HasTwoEntries) {
+    WriteFile(SidecarOf(file_), AppleDouble({{9, 38, FinderInfo("TEXTttxt")}}));
+    ASSERT_EQ(MakeResourceFork(RefTo(file_)), noErr);
+    ASSERT_EQ(WriteWhole(RefTo(file_), true, "resource"), noErr);
+    const std::string record = ReadFile(SidecarOf(file_));
+    EXPECT_EQ(EntriesOf(record), 2);
+    EXPECT_EQ(record.substr(50), FinderInfo("TEXTttxt") + "resource");
+}
+
+TEST_F(Forks, SidecarWithDatesWrittenAnewForAFork_KeepsThem) {
+    const std::string dates = "12345678abcdefgh";
+    WriteFile(SidecarOf(file_), AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {8, 82, dates}}));
+    ASSERT_EQ(MakeResourceFork(RefTo(file_)), noErr);
+    const std::string record = ReadFile(SidecarOf(file_));
+    EXPECT_EQ(EntriesOf(record), 4);
+    EXPECT_NE(record.find("1234"), std::string::npos);
+    EXPECT_NE(record.find("abcd"), std::string::npos);
+}
+
 TEST_F(Forks, SidecarThatCannotHoldAForkWithoutLoss_IsReported) {
     const std::string sidecar = AppleDouble({{9, 38, FinderInfo("TEXTttxt") + "more"}});
     WriteFile(SidecarOf(file_), sidecar);
