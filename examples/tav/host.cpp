@@ -79,10 +79,12 @@ void ReadFinderInfo(const std::vector<unsigned char>& record, host::Facts& facts
 }
 
 void ReadLock(const std::vector<unsigned char>& record, host::Facts& facts) {
-    const uint32_t kFileInfo = 10;
+    const uint32_t kServerInfo = 14;
+    const unsigned char kWriteInhibited = 0x20;
     uint32_t length = 0;
-    const unsigned char* info = Entry(record, kFileInfo, length);
-    if (info && length >= 4 && info + 4 <= record.data() + record.size()) facts.locked = info[3] & 1;
+    const unsigned char* info = Entry(record, kServerInfo, length);
+    if (info && length >= 4 && info + 4 <= record.data() + record.size())
+        facts.locked = info[3] & kWriteInhibited;
 }
 
 std::string ModeText(mode_t mode) {

@@ -20,8 +20,8 @@ PROGRAM = sys.argv[1:]
 del sys.argv[1:]
 
 METADATA = (bytes.fromhex("00051607 00020000") + bytes(16) + bytes.fromhex("0002") +
-            bytes.fromhex("00000009 00000032 00000020") + bytes.fromhex("0000000a 00000052 00000004") +
-            b"TEXTttxt" + bytes.fromhex("4000") + bytes(22) + bytes.fromhex("00000001"))
+            bytes.fromhex("00000009 00000032 00000020") + bytes.fromhex("0000000e 00000052 00000004") +
+            b"TEXTttxt" + bytes.fromhex("4000") + bytes(22) + bytes.fromhex("000001a0"))
 
 
 class Client(unittest.TestCase):
