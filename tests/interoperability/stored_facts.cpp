@@ -101,7 +101,7 @@ void ReadResource(const FSRef& ref) {
     ByteCount count = 0;
     Check(FSReadFork(fork, fsFromStart, 0, bytes.size(), bytes.data(), &count), "FSReadFork");
     Check(FSCloseFork(fork), "FSCloseFork");
-    std::fwrite(bytes.data(), 1, count, stdout);
+    if (count) std::fwrite(bytes.data(), 1, count, stdout);
 }
 
 void WriteResource(const FSRef& ref) {
