@@ -179,10 +179,16 @@ Arguments::~Arguments() {
     va_end(list_);
 }
 
+static bool IsInteger(ArgumentType type) {
+    return type <= ArgumentType::Size;
+}
+
 Value Arguments::Take(ArgumentType type, uint32_t position) {
     if (!slots_) return Fetch(type);
     const size_t index = position > 0 && position <= count_ ? position - 1 : next_++;
-    return slots_[index].value;
+    const Slot& slot = slots_[index];
+    const bool isAsNamed = slot.type == type || (IsInteger(slot.type) && IsInteger(type));
+    return isAsNamed ? slot.value : Value();
 }
 
 // Notes the type of every argument, then fetches them all.

@@ -105,6 +105,7 @@ enum class Found {
 Found Parse(const UniChar*& place, const UniChar* end, Conversion& conversion);
 
 // What a conversion takes from the variable arguments.
+// The integers come first.
 enum class ArgumentType : uint8_t { None, Int, Long, LongLong, IntMax, Size, Pointer, Double, LongDouble };
 
 ArgumentType TypeOf(const Conversion& conversion);
@@ -130,7 +131,8 @@ public:
     bool ok() const { return ok_; }
 
     // The argument of a type at a position, from 1, or the next one for 0. A position beyond the number of
-    // arguments that the format uses counts as the next.
+    // arguments that the format uses counts as the next. An argument that an earlier conversion names as one of
+    // another kind (integer, pointer, floating) counts as zero, since it cannot be read as both.
     Value Take(ArgumentType type, uint32_t position);
 
 private:

@@ -202,6 +202,17 @@ TEST(StringFormat, PositionsOfDifferentTypesInAnyOrder) {
     EXPECT_EQ(Format("%1$*2$.*3$f|", 3.14159, 8, 2), "    3.14|");
 }
 
+// Following a number as a pointer would be the end of the process.
+TEST(StringFormat, ArgumentNamedAsTwoKinds_CountsAsZeroForTheSecond) {
+    EXPECT_EQ(Format("%1$d %1$s", 5), "5 (null)");
+    EXPECT_EQ(Format("%1$d %P", 5), "5 (null)");
+    EXPECT_EQ(Format("%1$lld %1$S %1$@", 5LL), "5 (null) (null)");
+    EXPECT_EQ(Format("%1$.1f %1$s %1$d", 1.5), "1.5 (null) 0");
+    EXPECT_EQ(Format("%1$s %1$d %1$f", "x"), "x 0 0.000000");
+    EXPECT_EQ(Format("%1$f %1$Lf", 1.5), "1.500000 0.000000");
+    EXPECT_EQ(Format("%1$d %1$lld", 5, 6), "5 5");
+}
+
 TEST(StringFormat, ManyPositions) {
     std::string format, expected;
     for (int i = 0; i < 30; ++i) {
