@@ -5,7 +5,6 @@
 #include "platform/linux/descriptor_cache.h"
 
 #include "platform/linux/identity.h"
-#include "platform/linux/kept_files.h"
 #include "platform/linux/one_thread.h"
 #include "platform/linux/system_calls.h"
 
@@ -54,7 +53,7 @@ static constinit thread_local MountLook lastLook = {};
 
 bool IsMountViewRecent(uint64_t now) {
     constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
-    return lastLook.when && (now - lastLook.when < kTrusted || KeepsFiles());
+    return lastLook.when && now - lastLook.when < kTrusted;
 }
 
 MountView CurrentMountView(uint64_t now) {

@@ -343,8 +343,13 @@ static OSErr NextForkOf(const Place& place, int32_t listedBefore, ListedFork& li
 }
 
 static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& listed) {
-    if (KeptFile* kept = FindKeptFile(ref)) return NextForkOf(kept->place, listedBefore, listed);
-    if (KeptFile* kept = KeepFileToRead(ref)) return NextForkOf(kept->place, listedBefore, listed);
+    if (KeptFile* const kept = FindKeptFile(ref)) {
+        // Its content may have changed since, which only the data fork's size tells.
+        const OSErr result = listedBefore == 0 ? LookAgain(*kept) : OSErr{noErr};
+        return result == noErr ? NextForkOf(kept->place, listedBefore, listed) : result;
+    }
+    if (const KeptFile* const kept = KeepFileToRead(ref))
+        return NextForkOf(kept->place, listedBefore, listed);
     Place place;
     const OSErr result = LocateTarget(ref, place);
     return result == noErr ? NextForkOf(place, listedBefore, listed) : result;

@@ -7,6 +7,8 @@
 
 #include "platform/forks.h"
 #include "platform/linux/current_task.h"
+#include "platform/linux/errors.h"
+#include "platform/linux/system_calls.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -32,12 +34,13 @@ void PlatformCloseKeptFiles() {
     kept = nullptr;
 }
 
-bool KeepsFiles() {
-    return kept;
-}
-
 static bool Is(const KeptFile& file, const FSRef& ref) {
     return file.file && std::memcmp(&file.ref, &ref, sizeof(ref)) == 0;
+}
+
+OSErr LookAgain(KeptFile& file) {
+    if (FactsAt(file.file.number(), "", AT_EMPTY_PATH, file.place.facts) < 0) return LastError();
+    return file.place.facts.stx_nlink == 0 ? fnfErr : noErr;
 }
 
 KeptFile* FindKeptFile(const FSRef& ref) {

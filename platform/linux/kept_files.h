@@ -19,8 +19,8 @@ struct KeptFile {
     uint64_t sidecarsMade;    // the count when the file had no sidecar
 };
 
-// Whether the calling thread is copying a file and so cannot be changing its root or mounts.
-bool KeepsFiles();
+// Looks at the file again; -43 when nobody can find it any more.
+OSErr LookAgain(KeptFile& file);
 
 // The file that `ref` stands for, if the calling thread keeps it open; else null.
 KeptFile* FindKeptFile(const FSRef& ref);

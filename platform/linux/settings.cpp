@@ -14,10 +14,8 @@
 #include "platform/linux/kept_files.h"
 #include "platform/linux/object_facts.h"
 #include "platform/linux/sidecar.h"
-#include "platform/linux/system_calls.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <optional>
 #include <unistd.h>
 
@@ -110,12 +108,11 @@ OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const 
     return result == noErr ? Apply(place, object, whichInfo, info, nullptr) : result;
 }
 
-// Applies to a file that the thread keeps open, wherever it is by now. What nobody can find any more is gone.
+// Applies to a file that the thread keeps open, wherever it is by now.
 static OSErr ApplyToKept(KeptFile& kept, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
-    if (FactsAt(kept.file.number(), "", AT_EMPTY_PATH, kept.place.facts) < 0) return LastError();
-    if (kept.place.facts.stx_nlink == 0) return fnfErr;
     HeldObject object;
-    const OSErr result = object.Hold(kept.place, kept.file.number());
+    OSErr result = LookAgain(kept);
+    if (result == noErr) result = object.Hold(kept.place, kept.file.number());
     const Known known = {kept.facts, kept.sidecarsMade};
     return result == noErr ? Apply(kept.place, object, whichInfo, info, kept.isNew ? &known : nullptr)
                            : result;

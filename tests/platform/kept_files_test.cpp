@@ -4,6 +4,7 @@
 
 #include "metadata_support.h"
 #include "platform/objects.h"
+#include "support/files.h"
 #include "support/users.h"
 
 #include <cstdio>
@@ -59,12 +60,6 @@ protected:
     TemporaryFolder folder_;
     const std::string old_ = folder_ / "old";
 };
-
-int OpenDescriptors() {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) count += entry.exists();
-    return count;
-}
 } // namespace
 
 TEST_F(KeptFiles, NewFileWhoseNameIsTaken_IsWrittenAndSetAllTheSame) {
@@ -130,7 +125,7 @@ TEST_F(KeptFiles, End_ClosesEverything) {
     };
     copy("first"); // opens the folders, too, which stay open
     PlatformCloseKeptFiles();
-    const int before = OpenDescriptors();
+    const size_t before = OpenDescriptors();
     PlatformKeepFilesOpen();
     copy("second");
     EXPECT_GT(OpenDescriptors(), before);
@@ -143,9 +138,7 @@ TEST_F(KeptFiles, OtherThreads_KeepNothing) {
         const FSRef ref = RefTo(old_);
         ListDataFork(ref);
         EXPECT_EQ(FindKeptFile(ref), nullptr);
-        EXPECT_FALSE(KeepsFiles());
     }).join();
-    EXPECT_TRUE(KeepsFiles());
 }
 
 TEST_F(KeptFiles, GivenDate_HoldsWhileTheFileIsWritten) {
@@ -190,6 +183,16 @@ TEST_F(KeptFiles, SidecarMadeMeanwhile_GetsTheFilesRights) {
     EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoPermissions, &info), noErr);
     EXPECT_EQ(StatusOf(folder_ / "new").st_mode & 07777, 0640u);
     EXPECT_EQ(StatusOf(folder_ / "._new").st_mode & 0777, 0640u);
+}
+
+TEST_F(KeptFiles, ListedAgain_HasTheSizeOfNow) {
+    const FSRef made = MakePlain("new"), ref = RefTo(old_);
+    EXPECT_EQ(ListDataFork(made), 0);
+    EXPECT_EQ(ListDataFork(ref), 11);
+    Write(made, "text");
+    WriteFile(old_, "more content");
+    EXPECT_EQ(ListDataFork(made), 4);
+    EXPECT_EQ(ListDataFork(ref), 12);
 }
 
 // Writing takes the bit away from whoever is not the superuser; what was seen before does not count then.
