@@ -42,12 +42,6 @@ private:
 };
 #define FIND(library, name) (library).Find(#name, &name)
 
-static size_t OpenDescriptors() {
-    size_t count = 0;
-    for ([[maybe_unused]] auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-    return count;
-}
-
 static size_t Mappings() {
     std::ifstream maps("/proc/self/maps");
     size_t count = 0;

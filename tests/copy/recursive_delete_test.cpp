@@ -47,11 +47,6 @@ bool Exists(const std::string& path) {
     return fs::exists(fs::symlink_status(path));
 }
 
-size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 // Nested folders named "d", as many as asked for, made step by step since their path is too long for the
 // system.
 void MakeNestedFolders(const std::string& top, int depth) {

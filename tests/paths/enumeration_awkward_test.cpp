@@ -22,11 +22,6 @@ using Names = std::vector<std::string>;
 
 namespace {
 
-size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 std::string Repeated(const char* text, int count) {
     std::string result;
     while (count-- > 0) result += text;

@@ -92,11 +92,6 @@ std::vector<std::string> Names(const std::string& path, FSIteratorFlags flags = 
 
 using Strings = std::vector<std::string>;
 
-size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 // The process's own memory in bytes, without what it shares.
 size_t MemoryInUse() {
     std::ifstream file("/proc/self/statm");

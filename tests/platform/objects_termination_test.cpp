@@ -20,11 +20,6 @@ namespace {
 
 constexpr int kRounds = 40;
 
-size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 class TerminatedOperations : public ForcedEnd {
 protected:
     void SetUp() override {

@@ -32,11 +32,6 @@ protected:
     TemporaryFolder folder;
 };
 
-size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 // ---- Making, and back to a path ----
 
 TEST_F(References, Path_ComesBackAsStored) {

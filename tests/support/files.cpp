@@ -30,6 +30,11 @@ std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+size_t OpenDescriptors() {
+    using Listing = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(Listing("/proc/self/fd"), Listing()));
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 static std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>& Converter() {

@@ -23,6 +23,9 @@ private:
 void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
 
+// How many descriptors the process has open, the one that counts them among them.
+size_t OpenDescriptors();
+
 // UTF-8 and UTF-16 for ASCII and well-formed text, independent of the code under test.
 std::u16string Wide(const std::string& utf8);
 std::string Narrow(const std::u16string& units);
