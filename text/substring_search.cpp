@@ -1,5 +1,5 @@
-// tav_wcsstr: candidates are compared on the spot. A haystack that keeps producing
-// candidates that fail late is handed over to a search that never looks back, so that the cost stays linear.
+// tav_wcsstr: candidates are compared on the spot. A haystack that keeps producing candidates that fail late is
+// handed over to a search that never looks back, so that the cost stays linear.
 #include "text/unit_scan.h"
 
 #include <algorithm>

@@ -21,8 +21,9 @@ OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FS
 
 // Completes an object that has just been made at `made` and is open as `file` (-1: not open): an orphan
 // "._name" that was there before stays an ordinary entry for good instead of becoming its sidecar, and the
-// facts are stored (`info` may be null when `whichInfo` selects none; `stored` receives those in the metadata). A content-modification date among them
-// holds while its forks are first written, and `made` then tells the facts as they have become.
+// facts are stored (`info` may be null when `whichInfo` selects none; `stored` receives those in the
+// metadata). A content-modification date among them holds while its forks are first written, and `made` then
+// tells the facts as they have become.
 OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, int file = -1,
                        appledouble::Facts* stored = nullptr);
 
