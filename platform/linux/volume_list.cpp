@@ -215,15 +215,17 @@ static void UnlockWatch() {
 static Viewpoint CurrentViewpoint() {
     Viewpoint viewpoint;
     viewpoint.process = getpid();
-    struct stat space {};
-    if (stat(kNamespace, &space) == 0) {
-        viewpoint.namespaceDevice = space.st_dev;
-        viewpoint.namespaceInode = space.st_ino;
-    }
     struct statx root {};
     if (FactsAt(AT_FDCWD, "/", AT_STATX_DONT_SYNC, root) == 0) {
         viewpoint.rootMount = root.stx_mnt_id;
         viewpoint.rootInode = root.stx_ino;
+    }
+    // No two mounts of any namespaces have the same number, and the open table keeps those of its own taken.
+    if (root.stx_mask & STATX_MNT_ID) return viewpoint;
+    struct stat space {};
+    if (stat(kNamespace, &space) == 0) {
+        viewpoint.namespaceDevice = space.st_dev;
+        viewpoint.namespaceInode = space.st_ino;
     }
     return viewpoint;
 }
