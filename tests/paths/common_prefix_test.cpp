@@ -1,5 +1,6 @@
 #include "TavPort.h"
 #include "paths/drives.h"
+#include "support/path_models.h"
 #include "support/private_mounts.h"
 #include "support/tables.h"
 
@@ -28,29 +29,6 @@ Prefix Common(const std::u16string& path1, const std::u16string& path2) {
     EXPECT_TRUE(std::all_of(out.begin() + static_cast<ptrdiff_t>(room), out.end(),
                             [](TavChar unit) { return unit == kGuard; }));
     return {out.c_str(), length};
-}
-
-std::u16string Folded(std::u16string text) {
-    for (auto& unit : text) {
-        if (unit >= u'A' && unit <= u'Z') unit = char16_t(unit + 32);
-    }
-    return text;
-}
-
-bool IsAbsolute(const std::u16string& path) {
-    return !path.empty() && (path[0] == u'/' || path[0] == u'~');
-}
-
-// Tries every length, longest first; for paths on the start-up volume and relative ones.
-std::u16string ModelCommon(const std::u16string& path1, const std::u16string& path2) {
-    if (IsAbsolute(path1) != IsAbsolute(path2)) return u"";
-    auto ends = [](const std::u16string& path, size_t n) { return n == path.size() || path[n] == u'/'; };
-    for (size_t n = std::min(path1.size(), path2.size()); n > 0; --n) {
-        std::u16string front = path1.substr(0, n);
-        if (Folded(front) != Folded(path2.substr(0, n)) || !ends(path1, n) || !ends(path2, n)) continue;
-        return front.back() == u'/' ? front : front + u"/";
-    }
-    return path1.size() && path2.size() && path1[0] == u'/' && path2[0] == u'/' ? u"/" : u"";
 }
 
 } // namespace
@@ -142,7 +120,7 @@ TEST(TavPathCommonPrefix, RandomPaths_GiveTheModelsPrefix) {
     for (int i = 0; i < 5000; ++i) {
         std::u16string path1 = path(), path2 = path();
         if (path1.empty() && path2.empty()) continue; // pinned above
-        std::u16string expected = ModelCommon(path1, path2);
+        std::u16string expected = path_models::Common(path1, path2);
         ASSERT_EQ(Common(path1, path2), (Prefix{expected, static_cast<int32_t>(expected.size())}))
             << Escape(path1 + u" " + path2);
     }

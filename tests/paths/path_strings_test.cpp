@@ -1,4 +1,5 @@
 #include "TavPort.h"
+#include "support/path_models.h"
 #include "support/tables.h"
 
 #include <gtest/gtest.h>
@@ -100,46 +101,6 @@ unsigned Seed() {
     unsigned seed = std::random_device{}();
     std::cout << "seed " << seed << '\n';
     return seed;
-}
-
-// The naive models work on lists of components and know nothing of URLs.
-
-std::u16string Stripped(std::u16string path) {
-    while (path.size() > 1 && path.back() == u'/') path.pop_back();
-    return path;
-}
-
-std::u16string ModelName(const std::u16string& path) {
-    std::u16string own = Stripped(path), name;
-    if (own == u"/") return own;
-    for (char16_t unit : own) {
-        if (unit == u'/')
-            name.clear();
-        else
-            name += unit;
-    }
-    return name;
-}
-
-// The extension with its dot.
-std::u16string ModelExtension(const std::u16string& path) {
-    std::u16string name = ModelName(path), base = name, extension;
-    while (!base.empty() && base.back() != u'.') base.pop_back();
-    if (base.empty() || base.size() == name.size()) return u"";
-    extension = name.substr(base.size() - 1);
-    base.pop_back();
-    bool onlyDots = base.find_first_not_of(u'.') == std::u16string::npos;
-    return onlyDots ? u"" : extension;
-}
-
-std::u16string ModelParent(const std::u16string& path) {
-    std::u16string own = Stripped(path), name = ModelName(path);
-    if (own == u"/") return u"/..";
-    std::u16string front = own.substr(0, own.size() - name.size());
-    if (name == u"..") return own + u"/..";
-    if (name == u".") return front + u"..";
-    if (front.empty() || front == u"./") return u"";
-    return front == u"/" ? front : front.substr(0, front.size() - 1);
 }
 
 } // namespace
@@ -324,21 +285,11 @@ TEST(PathStrings, RandomPaths_AreEditedLikeTheModel) {
     for (int i = 0; i < 20000; ++i) {
         std::u16string path = paths.Next(), more = paths.Next();
         SCOPED_TRACE(Escape(path));
-        size_t slashes = std::min(more.find_first_not_of(u'/'), more.size());
-        bool closed = !path.empty() && path.back() == u'/';
-        EXPECT_EQ(Appended(path, more), path + (closed ? u"" : u"/") + more.substr(slashes));
-
-        std::u16string parent = closed         ? path.substr(0, path.size() - 1)
-                                : path.empty() ? u""
-                                               : ModelParent(path);
-        EXPECT_EQ(FileSpecRemoved(path), (Change{path, parent, !path.empty()}));
-
-        std::u16string extension = ModelExtension(path), own = Stripped(path);
-        EXPECT_EQ(ExtensionRemoved(path), own.substr(0, own.size() - extension.size()));
-
-        bool barred = extension.find_first_of(u" \u200E") != std::u16string::npos;
-        EXPECT_EQ(ExtensionOf(path), path.substr(path.size() - (barred ? 0 : extension.size())));
-        EXPECT_EQ(FileNameOf(path), path.substr(path.size() - ModelName(path).size()));
+        EXPECT_EQ(Appended(path, more), path_models::Appended(path, more));
+        EXPECT_EQ(FileSpecRemoved(path), (Change{path, path_models::FileSpecRemoved(path), !path.empty()}));
+        EXPECT_EQ(ExtensionRemoved(path), path_models::ExtensionRemoved(path));
+        EXPECT_EQ(static_cast<size_t>(ExtensionAt(path)), path_models::ExtensionAt(path));
+        EXPECT_EQ(FileNameOf(path), path.substr(path_models::FileNameAt(path)));
         if (HasFailure()) break;
     }
 }
@@ -348,12 +299,11 @@ TEST(PathStrings, RandomPaths_GetAndLoseSlashesLikeTheModel) {
     for (int i = 0; i < 20000; ++i) {
         std::u16string path = paths.Next();
         SCOPED_TRACE(Escape(path));
-        bool closed = !path.empty() && path.back() == u'/';
         Buffer added(path, path.size() + 2), removed(path, path.size() + 1);
         EXPECT_EQ(*TavPathAddSlash(added.data()), 0);
-        EXPECT_EQ(added.text(), path.empty() || closed ? path : path + u"/");
+        EXPECT_EQ(added.text(), path_models::SlashAdded(path));
         EXPECT_EQ(*TavPathRemoveSlash(removed.data()), 0);
-        EXPECT_EQ(removed.text(), closed && path.size() > 1 ? path.substr(0, path.size() - 1) : path);
+        EXPECT_EQ(removed.text(), path_models::SlashRemoved(path));
         EXPECT_TRUE(added.intact() && removed.intact());
         if (HasFailure()) break;
     }
