@@ -26,6 +26,12 @@ foreach(part tavport_logic tavport_provider)
   target_compile_options(${part} PRIVATE -fno-semantic-interposition)
   set_target_properties(${part} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endforeach()
+if(TAVPORT_COVERAGE)
+  foreach(part tavport_logic tavport_provider)
+    target_compile_options(${part} PRIVATE --coverage -fprofile-update=atomic)
+    target_link_options(${part} INTERFACE --coverage)
+  endforeach()
+endif()
 # The types behind the exported functions, for debuggers and for the record of the binary interface.
 target_compile_options(tavport_logic PRIVATE -g)
 # The system calls that only the GNU headers declare, and 64-bit offsets and times on 32-bit hosts. The latter change the

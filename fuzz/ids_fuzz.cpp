@@ -18,6 +18,9 @@ struct Object {
     uint32_t maximum = 0;
 };
 
+// The sanitizer does not learn of the end of threads that are terminated, and keeps what it has for them.
+int terminationsLeft = 50000;
+
 uint32_t TwiceTheParameter(void* parameter) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(parameter) * 2);
 }
@@ -206,7 +209,7 @@ void Sequence::UseThread() {
         Expect((TavResumeThread(thread) != 0) == (thread->suspendMutex != 0));
         break;
     case 1:
-        TavTerminateThread(thread, 7); // it may have ended
+        if (--terminationsLeft > 0) TavTerminateThread(thread, 7); // it may have ended
         break;
     default:
         Join(thread);
@@ -293,7 +296,7 @@ Sequence::~Sequence() {
 
 } // namespace
 
-// The sanitizer does not learn of the end of threads that are terminated, and takes what they had for leaks.
+// What it has for them would count as leaked.
 extern "C" const char* __asan_default_options() {
     return "detect_leaks=0";
 }

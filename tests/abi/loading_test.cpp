@@ -33,14 +33,14 @@ public:
     Library& operator=(const Library&) = delete;
     explicit operator bool() const { return handle_ != nullptr; }
     template <typename Function>
-    Function* Find(const char* name, Function*) const {
+    Function* Find(const char* name) const {
         return reinterpret_cast<Function*>(dlsym(handle_, name));
     }
 
 private:
     void* handle_;
 };
-#define FIND(library, name) (library).Find(#name, &name)
+#define FIND(library, name) (library).Find<decltype(name)>(#name)
 
 static size_t Mappings() {
     std::ifstream maps("/proc/self/maps");
