@@ -21,7 +21,7 @@ add_library(tavport_logic OBJECT ${logic_sources})
 add_library(tavport_provider OBJECT ${provider_sources})
 foreach(part tavport_logic tavport_provider)
   target_include_directories(${part} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
-  target_link_libraries(${part} PRIVATE tavport_warnings)
+  target_link_libraries(${part} PRIVATE tavport_warnings tavport_hardening)
   # The library's own calls reach its own functions, so they may be inlined and take no detour.
   target_compile_options(${part} PRIVATE -fno-semantic-interposition)
   set_target_properties(${part} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
@@ -66,7 +66,7 @@ file(CONFIGURE OUTPUT ${version_script} CONTENT "TAVPORT_1 {\n  global:\n    ${g
 # library folder.
 function(tavport_add_shared_library target)
   add_library(${target} SHARED)
-  target_link_libraries(${target} PRIVATE tavport_logic tavport_provider)
+  target_link_libraries(${target} PRIVATE tavport_logic tavport_provider tavport_hardening)
   target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>)
   target_link_options(${target} PRIVATE -Wl,--version-script=${version_script} -Wl,--as-needed
                                         -Wl,-Bsymbolic-functions)

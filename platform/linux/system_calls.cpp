@@ -49,7 +49,7 @@ static bool MountOfDescriptor(int descriptor, int& mount) {
 static bool MountOfOpened(int folder, const char* path, int flags, int& mount) {
     if (*path == '\0') return MountOfDescriptor(folder, mount);
     int opened = Retry([&] {
-        return openat(folder, path, O_PATH | O_CLOEXEC | (flags & AT_SYMLINK_NOFOLLOW ? O_NOFOLLOW : 0));
+        return openat(folder, path, O_PATH | O_CLOEXEC | (flags & AT_SYMLINK_NOFOLLOW ? O_NOFOLLOW : 0), 0);
     });
     if (opened < 0) return false;
     bool known = MountOfDescriptor(opened, mount);
