@@ -205,6 +205,19 @@ void MakeAttribute(Attribute& attribute) {
     WriteHeader(attribute, kAttributePlaces);
 }
 
+static constexpr Header HeaderOfAttribute() {
+    Header header{};
+    for (const Place& place : kAttributePlaces)
+        header.entries[header.count++] = {place.id, place.offset, place.length, 0};
+    return header;
+}
+
+void MakeAttribute(Attribute& attribute, const Facts& facts) {
+    static constexpr Header kHeader = HeaderOfAttribute();
+    MakeAttribute(attribute);
+    WriteFacts(kHeader, attribute, facts);
+}
+
 void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& attribute) {
     const Entry* comment = from.Find(kComment);
     if (!comment || !comment->length || comment->length > kCommentRoom) return;

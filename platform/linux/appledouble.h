@@ -72,6 +72,7 @@ bool WriteFacts(const Header& header, std::span<uint8_t> bytes, const Facts& fac
 constexpr size_t kAttributeSize = 402;
 using Attribute = uint8_t[kAttributeSize];
 void MakeAttribute(Attribute& attribute);
+void MakeAttribute(Attribute& attribute, const Facts& facts);
 
 // Takes the comment, the one thing in a foreign record that the attribute also has a place for, along.
 void CopyComment(const Header& from, std::span<const uint8_t> bytes, Attribute& attribute);

@@ -205,9 +205,8 @@ static int StoreInAttribute(const Place& place, const HeldObject& object, Record
     std::span<uint8_t> bytes = record.bytes();
     Attribute fresh;
     if (!header || !WriteFacts(*header, bytes, facts)) {
-        MakeAttribute(fresh);
+        MakeAttribute(fresh, facts);
         if (header) CopyComment(*header, bytes, fresh);
-        WriteFacts(*ParseHeader(fresh, sizeof(fresh)), fresh, facts);
         bytes = fresh;
     }
     if (HoldsNothing(*ParseHeader(bytes, bytes.size()), bytes) && !HasFinderInfoInSidecar(place)) {
@@ -297,8 +296,7 @@ OSErr StoreKnownFacts(const Place& place, const HeldObject& object, FSCatalogInf
     Apply({place, object, whichInfo, info}, facts);
     if (facts == known) return noErr;
     Attribute fresh;
-    MakeAttribute(fresh);
-    WriteFacts(*ParseHeader(fresh, sizeof(fresh)), fresh, facts);
+    MakeAttribute(fresh, facts);
     OSErr result = noErr;
     // Defaults are to leave nothing behind, and there may be no attributes here, or none yet that this user may
     // set.

@@ -49,6 +49,14 @@ TEST(AppleDoubleAttribute, New_HasTheEntriesThatFileServersExpect) {
               Big32(0x80000000) + Big32(0x80000000) + Big32(0x80000000) + Big32(0x80000000));
 }
 
+TEST(AppleDoubleAttribute, MadeWithFacts_IsTheOneThatTheyAreWrittenTo) {
+    Attribute made, written;
+    MakeAttribute(made, SomeFacts());
+    MakeAttribute(written);
+    ASSERT_TRUE(WriteFacts(*ParseHeader(written, sizeof(written)), written, SomeFacts()));
+    EXPECT_EQ(std::memcmp(made, written, sizeof(made)), 0);
+}
+
 TEST(AppleDoubleAttribute, Facts_LieWhereFileServersLookForThem) {
     Attribute attribute;
     MakeAttribute(attribute);
