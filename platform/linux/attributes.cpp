@@ -167,12 +167,12 @@ int HeldObject::SetOwner(uid_t user, gid_t group) const {
     return fchownat(descriptor_, "", user, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
 }
 
-int HeldObject::SetTimes(const timespec (&times)[2]) const {
-    if (isFile_) return futimens(descriptor_, times);
-    const int result = utimensat(descriptor_, "", times, AT_EMPTY_PATH);
+int HeldObject::SetTimes(const FileTimes& times) const {
+    if (isFile_) return futimens(descriptor_, times.data());
+    const int result = utimensat(descriptor_, "", times.data(), AT_EMPTY_PATH);
     if (result == 0 || (LastErrorNumber() != EINVAL && LastErrorNumber() != ENOENT)) return result;
     // Before Linux 5.8 only a name will do; it was this object's a moment ago.
-    return utimensat(place_->folder.descriptor(), place_->name, times, AT_SYMLINK_NOFOLLOW);
+    return utimensat(place_->folder.descriptor(), place_->name, times.data(), AT_SYMLINK_NOFOLLOW);
 }
 
 // ---- Descriptors

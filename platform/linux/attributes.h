@@ -3,9 +3,13 @@
 
 #include "platform/linux/references.h"
 
+#include <array>
 #include <cstddef>
 #include <ctime>
 #include <sys/types.h>
+
+// Access and content-modification time, as the system calls take them.
+using FileTimes = std::array<timespec, 2>;
 
 // The attribute in which metadata lives.
 constexpr char kMetadataAttribute[] = "user.org.netatalk.Metadata";
@@ -41,7 +45,7 @@ public:
     int RemoveAttribute(const char* attribute) const;
     int SetMode(mode_t mode) const;
     int SetOwner(uid_t user, gid_t group) const;
-    int SetTimes(const timespec (&times)[2]) const;
+    int SetTimes(const FileTimes& times) const;
 
     // The facts as they are now.
     OSErr Look(struct statx& facts) const;

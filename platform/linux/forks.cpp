@@ -85,7 +85,10 @@ OSErr FSCreateFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar*
     ForkKind kind;
     OSErr result = KindFromName(forkNameLength, forkName, kind);
     if (result != noErr) return result;
-    if (kind == ForkKind::kData && FindKeptFile(*ref)) return noErr;
+    if (KeptFile* const kept = FindKeptFile(*ref)) {
+        if (kind == ForkKind::kData) return noErr;
+        kept->isFresh = false; // what comes next may take long
+    }
     return WithDescriptors([&] {
         if (kind == ForkKind::kResource) return MakeResourceFork(*ref);
         Place place;
@@ -178,11 +181,10 @@ static OSErr OpenAsWished(const Wish& wish, Open open) {
 static OSErr OpenKept(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
     KeptFile* const kept = FindKeptFile(ref);
     if (!kept || kept->isLent || wish.read == wish.write || wish.write != kept->isNew) return fnfErr;
-    Descriptor file(fcntl(kept->file.number(), F_DUPFD_CLOEXEC, 0));
+    Descriptor file(LendDescriptor(*kept));
     if (!file) return fnfErr;
     fork = NewFork(ForkKind::kData, file, kept->place.facts, wish);
     if (!fork) return memFullErr;
-    kept->isLent = true;
     if (wish.write) fork->holdsDate = BeginHoldingDate(kept->place.facts);
     return noErr;
 }
@@ -293,7 +295,10 @@ OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* f
 }
 
 OSErr FinishFork(OpenFork& fork) {
-    if (fork.holdsDate) EndHoldingDate(fork);
+    struct statx facts;
+    facts.stx_mask = 0;
+    if (fork.holdsDate) EndHoldingDate(fork, facts);
+    if (TakeDescriptorBack(fork, facts)) return noErr;
     const int descriptor = fork.descriptor;
     fork.descriptor = -1;
     if (descriptor < 0 || close(descriptor) == 0 || LastErrorNumber() == EINTR) return noErr;
@@ -343,7 +348,7 @@ static OSErr NextForkOf(const Place& place, int32_t listedBefore, ListedFork& li
 }
 
 static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& listed) {
-    if (KeptFile* const kept = FindKeptFile(ref)) {
+    if (KeptFile* const kept = FindKeptFile(ref); kept && (listedBefore != 0 || kept->file)) {
         // Its content may have changed since, which only the data fork's size tells.
         const OSErr result = listedBefore == 0 ? LookAgain(*kept) : OSErr{noErr};
         return result == noErr ? NextForkOf(kept->place, listedBefore, listed) : result;

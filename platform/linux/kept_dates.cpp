@@ -3,7 +3,8 @@
 // The kernel sets the date at every write, so it is put back when the fork is closed; a file that is opened
 // for writing once more afterwards changes its date as any file does. Somebody else's change shows as a date
 // other than the one given, when the fork is opened, or as one later than this process's last own change,
-// when it is closed; the latter only where the volume goes by the same clock.
+// when it is closed; the latter only where the volume goes by the same clock. A file that a thread keeps open
+// for writing is given its dates only then.
 #include "platform/linux/kept_dates.h"
 
 #include "platform/linux/attributes.h"
@@ -11,7 +12,6 @@
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -30,7 +30,9 @@ int64_t SystemTime() {
 namespace {
 struct KeptDate {
     ObjectKey key;
-    statx_timestamp date;
+    FileTimes times;       // the access time only as long as it is owed
+    statx_timestamp shown; // the content-modification time that the file has until it is written
+    bool isOwed;           // the dates have not been set yet
     bool sameClock;
     bool isSet;
     bool isWritten; // a fork was written and closed, others are still open
@@ -42,11 +44,14 @@ static constinit ChildSafeMutex ringLock;
 static constinit KeptDate ring[128] = {};
 static constinit std::atomic<unsigned> keptInAll = 0;
 
+// Begins with the latest, which is mostly the one.
 static KeptDate* Find(const ObjectKey& key) {
-    auto* end = std::end(ring);
-    auto* found =
-        std::find_if(ring, end, [&key](const KeptDate& each) { return each.isSet && each.key == key; });
-    return found == end ? nullptr : found;
+    const unsigned count = keptInAll.load(std::memory_order_relaxed);
+    for (unsigned age = 1; age <= std::size(ring); ++age) {
+        KeptDate& each = ring[(count - age) % std::size(ring)];
+        if (each.isSet && each.key == key) return &each;
+    }
+    return nullptr;
 }
 
 // Whether the change that has just been made bears a time that the system's own clock could have given.
@@ -55,13 +60,24 @@ static bool HasSameClock(const struct statx& facts) {
     return age >= 0 && age < kSecond;
 }
 
-void KeepContentDate(const struct statx& facts) {
-    const KeptDate kept = {ObjectKey(facts), facts.stx_mtime, HasSameClock(facts), true, false, 0};
+static void Keep(const struct statx& facts, const FileTimes& times, bool isOwed) {
+    const KeptDate kept = {ObjectKey(facts),    times, facts.stx_mtime, isOwed,
+                           HasSameClock(facts), true,  false,           0};
     HeldLock guard(ringLock);
     KeptDate* old = Find(kept.key);
     const unsigned count = keptInAll.load(std::memory_order_relaxed);
     *(old ? old : &ring[count % std::size(ring)]) = kept;
     if (!old) keptInAll.store(count + 1 ? count + 1 : 1, std::memory_order_relaxed);
+}
+
+void KeepContentDate(const struct statx& facts) {
+    const timespec date = {static_cast<time_t>(facts.stx_mtime.tv_sec),
+                           static_cast<long>(facts.stx_mtime.tv_nsec)};
+    Keep(facts, {timespec{0, UTIME_OMIT}, date}, false);
+}
+
+void KeepOwedDates(const struct statx& facts, const FileTimes& times) {
+    Keep(facts, times, true);
 }
 
 void ForgetContentDate(const struct statx& facts) {
@@ -70,37 +86,54 @@ void ForgetContentDate(const struct statx& facts) {
     if (KeptDate* kept = Find(ObjectKey(facts))) kept->isSet = false;
 }
 
+static bool IsChanged(const KeptDate& kept, const struct statx& now) {
+    return Nanoseconds(kept.shown) != Nanoseconds(now.stx_mtime);
+}
+
 bool BeginHoldingDate(const struct statx& facts) {
     if (keptInAll.load(std::memory_order_relaxed) == 0) return false;
     HeldLock guard(ringLock);
     KeptDate* kept = Find(ObjectKey(facts));
     if (!kept) return false;
-    if (kept->users == 0 && Nanoseconds(kept->date) != Nanoseconds(facts.stx_mtime)) kept->isSet = false;
+    if (kept->users == 0 && IsChanged(*kept, facts)) kept->isSet = false;
     if (kept->isSet) ++kept->users;
     return kept->isSet;
 }
 
-static bool WasChangedByOthers(const OpenFork& fork, const KeptDate& kept) {
-    struct statx facts;
-    if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) < 0) return true;
-    if (!fork.isChanged) return Nanoseconds(facts.stx_mtime) != Nanoseconds(kept.date) && kept.users == 1;
-    return kept.sameClock && Nanoseconds(facts.stx_mtime) > fork.lastChange;
+static bool WasChangedByOthers(const OpenFork& fork, const KeptDate& kept, const struct statx& now) {
+    if (!fork.isChanged) return IsChanged(kept, now) && kept.users == 1;
+    return kept.sameClock && Nanoseconds(now.stx_mtime) > fork.lastChange;
 }
 
-void EndHoldingDate(OpenFork& fork) {
+static bool SetDates(int file, KeptDate& kept) {
+    if (futimens(file, kept.times.data()) != 0) return false;
+    kept.shown = {kept.times[1].tv_sec, static_cast<uint32_t>(kept.times[1].tv_nsec), 0};
+    kept.times[0].tv_nsec = UTIME_OMIT;
+    kept.isOwed = false;
+    return true;
+}
+
+void EndHoldingDate(OpenFork& fork, struct statx& facts) {
+    facts.stx_mask = 0;
     HeldLock guard(ringLock);
     KeptDate* kept = Find(fork.key);
     if (!kept || kept->users == 0) return;
-    if (WasChangedByOthers(fork, *kept)) {
+    if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) < 0 || WasChangedByOthers(fork, *kept, facts)) {
         kept->isSet = false;
         return;
     }
-    if (fork.isChanged) {
-        timespec times[2] = {};
-        times[0].tv_nsec = UTIME_OMIT;
-        times[1].tv_sec = static_cast<time_t>(kept->date.tv_sec);
-        times[1].tv_nsec = static_cast<long>(kept->date.tv_nsec);
-        kept->isWritten = futimens(fork.descriptor, times) == 0;
-    }
+    const bool isSet = (fork.isChanged || kept->isOwed) && SetDates(fork.descriptor, *kept);
+    if (fork.isChanged) kept->isWritten = isSet;
     if (--kept->users == 0 && kept->isWritten) kept->isSet = false;
+}
+
+OSErr SetOwedDates(int file, const struct statx& now) {
+    HeldLock guard(ringLock);
+    KeptDate* kept = Find(ObjectKey(now));
+    if (!kept || !kept->isOwed) return noErr;
+    if (IsChanged(*kept, now)) {
+        kept->isSet = false;
+        return noErr;
+    }
+    return SetDates(file, *kept) ? noErr : LastError();
 }

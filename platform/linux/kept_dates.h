@@ -9,6 +9,13 @@
 // Remembers the date of the new file, of which `facts` have just been got.
 void KeepContentDate(const struct statx& facts);
 
+// Remembers the dates that the new file is still to be given: when its fork is closed or SetOwedDates is
+// called. `facts` have just been got.
+void KeepOwedDates(const struct statx& facts, const FileTimes& times);
+
+// Sets the dates that the open file is owed, unless they have been set or somebody else has changed it.
+OSErr SetOwedDates(int file, const struct statx& now);
+
 // Forgets it, because another date was set.
 void ForgetContentDate(const struct statx& facts);
 
@@ -16,8 +23,9 @@ void ForgetContentDate(const struct statx& facts);
 bool BeginHoldingDate(const struct statx& facts);
 
 // Tells that the fork has been used to the end; puts the date back if the fork was written and nobody else
-// has changed the file since.
-void EndHoldingDate(OpenFork& fork);
+// has changed the file since. `facts` tell of the file as it was before that; their mask is 0 when they could
+// not be got.
+void EndHoldingDate(OpenFork& fork, struct statx& facts);
 
 // The system's clock in nanoseconds, as OpenFork::lastChange counts.
 int64_t SystemTime();

@@ -8,6 +8,8 @@
 #include "platform/forks.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/folders.h"
+#include "platform/linux/kept_dates.h"
 #include "platform/linux/system_calls.h"
 
 #include <cstring>
@@ -30,12 +32,15 @@ void PlatformKeepFilesOpen() {
 
 void PlatformCloseKeptFiles() {
     const TerminationHold hold;
+    if (!kept) return;
+    KeptFile& made = kept->made;
+    if (made.file && made.owesDates && LookAgain(made) == noErr) (void)PayOwedDates(made);
     delete kept;
     kept = nullptr;
 }
 
 static bool Is(const KeptFile& file, const FSRef& ref) {
-    return file.file && std::memcmp(&file.ref, &ref, sizeof(ref)) == 0;
+    return file.isSet && std::memcmp(&file.ref, &ref, sizeof(ref)) == 0;
 }
 
 OSErr LookAgain(KeptFile& file) {
@@ -49,21 +54,32 @@ KeptFile* FindKeptFile(const FSRef& ref) {
     return Is(kept->read, ref) ? &kept->read : nullptr;
 }
 
-void KeepNewFile(const FSRef& ref, const Place& made, Descriptor& file, const appledouble::Facts& facts,
+bool CanKeepNewFile() {
+    return kept && !kept->made.isSet;
+}
+
+void KeepNewFile(const FSRef& ref, const Place& made, Descriptor& file, const NewFile& facts,
                  uint64_t sidecarsMade) {
-    if (!kept || kept->made.file) return;
+    if (!CanKeepNewFile()) return;
     KeptFile& slot = kept->made;
+    slot.isSet = true;
     slot.ref = ref;
-    slot.place = made;
+    slot.place.folder = made.folder;
+    std::strcpy(slot.place.name, made.name);
+    slot.place.folderID = made.folderID;
+    slot.place.facts = made.facts;
+    slot.place.isLink = slot.place.standsForTarget = false;
     slot.file.Reset(file.Release());
     slot.isNew = true;
     slot.isLent = false;
-    slot.facts = facts;
+    slot.facts = facts.stored;
     slot.sidecarsMade = sidecarsMade;
+    slot.owesDates = facts.owesDates;
+    slot.isFresh = false;
 }
 
 KeptFile* KeepFileToRead(const FSRef& ref) {
-    if (!kept || kept->read.file) return nullptr;
+    if (!kept || kept->read.isSet) return nullptr;
     KeptFile& slot = kept->read;
     Identity identity;
     if (Guess(ref, slot.place, identity) != noErr || !S_ISREG(slot.place.facts.stx_mode)) return nullptr;
@@ -75,7 +91,42 @@ KeptFile* KeepFileToRead(const FSRef& ref) {
         slot.file.Reset(-1);
         return nullptr;
     }
+    slot.isSet = true;
     slot.ref = ref;
     slot.isNew = slot.isLent = false;
     return &slot;
+}
+
+// Whether closing the file may report what became of its data, as where it is still to be sent to a server.
+static bool ClosingTells(const Place& place) {
+    return !TraitsOf(place.folderID, place.name, place.facts).fineTimes;
+}
+
+int LendDescriptor(KeptFile& file) {
+    file.isLent = true;
+    if (file.isNew && ClosingTells(file.place)) return fcntl(file.file.number(), F_DUPFD_CLOEXEC, 0);
+    if (file.isNew) file.numberOut = file.file.number();
+    return file.file.Release();
+}
+
+bool TakeDescriptorBack(OpenFork& fork, const struct statx& facts) {
+    if (!kept || !kept->made.numberOut) return false;
+    KeptFile& made = kept->made;
+    // Another thread may have closed the fork, and the number stand for something else.
+    if (fork.descriptor != made.numberOut || !fork.canWrite || !(fork.key == ObjectKey(made.place.facts)))
+        return false;
+    made.file.Reset(fork.descriptor);
+    fork.descriptor = -1;
+    made.numberOut = 0;
+    made.owesDates = made.owesDates && !fork.holdsDate;
+    if (!facts.stx_mask) return true;
+    made.place.facts = facts;
+    made.isFresh = facts.stx_nlink > 0;
+    return true;
+}
+
+OSErr PayOwedDates(KeptFile& file) {
+    if (!file.isNew || !file.owesDates) return noErr;
+    file.owesDates = false;
+    return SetOwedDates(file.file.number(), file.place.facts);
 }

@@ -19,13 +19,20 @@ OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatal
 OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info);
 OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info);
 
-// Completes an object that has just been made at `made` and is open as `file` (-1: not open): an orphan
+// A file that has just been made and is open.
+struct NewFile {
+    int descriptor;
+    bool isToBeKept;           // its dates may then wait (see KeepOwedDates)
+    appledouble::Facts stored; // receives the facts in the metadata
+    bool owesDates;            // receives whether its dates wait
+};
+
+// Completes an object that has just been made at `made`, a `file` or something that is not open: an orphan
 // "._name" that was there before stays an ordinary entry for good instead of becoming its sidecar, and the
-// facts are stored (`info` may be null when `whichInfo` selects none; `stored` receives those in the
-// metadata). A content-modification date among them holds while its forks are first written, and `made` then
-// tells the facts as they have become.
-OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, int file = -1,
-                       appledouble::Facts* stored = nullptr);
+// facts are stored (`info` may be null when `whichInfo` selects none). A content-modification date among them
+// holds while its forks are first written; unless it waits, `made` then tells the facts as they have become.
+OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info,
+                       NewFile* file = nullptr);
 
 // 0 when the object is not locked, `refusal` when it is, else why that cannot be told. Needs no more of
 // `place.facts` than the type.

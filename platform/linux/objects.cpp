@@ -9,6 +9,7 @@
 #include "platform/linux/attributes.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/kept_dates.h"
 #include "platform/linux/kept_files.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
@@ -45,11 +46,9 @@ static OSErr Unlink(const Place& place) {
 
 // ---- Creating
 
-// Makes the empty file or folder that `made` names and looks at it; a file stays open. Where permissions are
-// to follow, nobody else gets in before they are set.
-static OSErr MakeFile(Place& made, bool isPrivate, Descriptor& file) {
-    file.Reset(
-        OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, isPrivate ? 0600 : 0666));
+// Makes the empty file or folder that `made` names and looks at it; a file stays open.
+static OSErr MakeFile(Place& made, mode_t mode, Descriptor& file) {
+    file.Reset(OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, mode));
     if (!file) return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
     if (FactsAt(file.number(), "", AT_EMPTY_PATH, made.facts) == 0) return noErr;
     const OSErr result = LastError();
@@ -57,9 +56,9 @@ static OSErr MakeFile(Place& made, bool isPrivate, Descriptor& file) {
     return result;
 }
 
-static OSErr MakeFolder(Place& made, bool isPrivate, Descriptor&) {
+static OSErr MakeFolder(Place& made, mode_t mode, Descriptor&) {
     const int folder = made.folder.descriptor();
-    if (Retry([&] { return mkdirat(folder, made.name, isPrivate ? 0700 : 0777); }) != 0)
+    if (Retry([&] { return mkdirat(folder, made.name, mode); }) != 0)
         return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
     if (FactsAt(folder, made.name, AT_SYMLINK_NOFOLLOW, made.facts) != 0) return LastError();
     return IsFolder(made) ? noErr : fnfErr;
@@ -85,25 +84,37 @@ struct Creation {
 };
 } // namespace
 
+// The mode to make an object with. Where permissions are to follow, nobody else gets in before they are set,
+// unless they are the same for all others, whatever owner and group are set before them.
+static mode_t ModeWhenMade(const Creation& creation, mode_t usual) {
+    if (!(creation.whichInfo & kFSCatInfoPermissions)) return usual;
+    const mode_t own = usual & S_IRWXU, mode = creation.catalogInfo->permissions.mode & 07777;
+    const bool isSameForOthers = (mode >> 3 & 7) == (mode & 7) && !(mode & ~0777u);
+    return isSameForOthers && (mode & own) == own ? mode : own;
+}
+
 // Gives the new object its facts and tells the caller of it.
 static OSErr Furnish(Place& made, Descriptor& file, const Creation& creation) {
     FSRef ref;
-    appledouble::Facts stored;
+    NewFile newFile = {file.number(), creation.newRef && CanKeepNewFile(), {}, false};
     const uint64_t sidecars = SidecarsMade();
     OSErr result = WithDescriptors([&] {
-        return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file.number(), &stored);
+        return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file ? &newFile : nullptr);
     });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
     if (result != noErr || !creation.newRef) return result;
     *creation.newRef = ref;
-    if (file && SidecarsMade() == sidecars) KeepNewFile(ref, made, file, stored, sidecars);
-    return noErr;
+    if (file && SidecarsMade() == sidecars)
+        KeepNewFile(ref, made, file, newFile, sidecars);
+    else if (newFile.owesDates)
+        result = SetOwedDates(file.number(), made.facts);
+    return result;
 }
 
 static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
-                    const Creation& creation, OSErr (*make)(Place&, bool, Descriptor&)) {
+                    const Creation& creation, mode_t usualMode, OSErr (*make)(Place&, mode_t, Descriptor&)) {
     if (!parentRef || !name || (creation.whichInfo != kFSCatInfoNone && !creation.catalogInfo))
         return paramErr;
     const TerminationHold hold;
@@ -113,8 +124,7 @@ static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniCh
         result = WithDescriptors([&] { return OpenContainer(*parentRef, made.folderID, made.folder); });
     Descriptor file;
     if (result == noErr)
-        result =
-            WithDescriptors([&] { return make(made, creation.whichInfo & kFSCatInfoPermissions, file); });
+        result = WithDescriptors([&] { return make(made, ModeWhenMade(creation, usualMode), file); });
     if (result != noErr) return result;
     result = Furnish(made, file, creation);
     if (result != noErr) Unmake(made);
@@ -124,13 +134,14 @@ static OSErr Create(const FSRef* parentRef, UniCharCount nameLength, const UniCh
 OSErr FSCreateFileUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
                           FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                           FSSpec* newSpec) {
-    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, nullptr}, MakeFile);
+    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, nullptr}, 0666,
+                  MakeFile);
 }
 
 OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, const UniChar* name,
                                FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                                FSSpec* newSpec, uint32_t* newDirID) {
-    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, newDirID},
+    return Create(parentRef, nameLength, name, {whichInfo, catalogInfo, newRef, newSpec, newDirID}, 0777,
                   MakeFolder);
 }
 

@@ -30,9 +30,13 @@ static timespec TimeOrOmit(bool isWanted, const UTCDateTime& date) {
     return time ? *time : timespec{0, UTIME_OMIT};
 }
 
+static FileTimes TimesOf(FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    return {TimeOrOmit(whichInfo & kFSCatInfoAccessDate, info.accessDate),
+            TimeOrOmit(whichInfo & kFSCatInfoContentMod, info.contentModDate)};
+}
+
 static OSErr SetTimes(const HeldObject& object, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
-    const timespec times[2] = {TimeOrOmit(whichInfo & kFSCatInfoAccessDate, info.accessDate),
-                               TimeOrOmit(whichInfo & kFSCatInfoContentMod, info.contentModDate)};
+    const FileTimes times = TimesOf(whichInfo, info);
     if (times[1].tv_nsec != UTIME_OMIT) ForgetContentDate(object.facts());
     return object.SetTimes(times) == 0 ? noErr : LastError();
 }
@@ -111,7 +115,9 @@ OSErr ApplyCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, const 
 // Applies to a file that the thread keeps open, wherever it is by now.
 static OSErr ApplyToKept(KeptFile& kept, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
     HeldObject object;
-    OSErr result = LookAgain(kept);
+    OSErr result = kept.isFresh ? OSErr{noErr} : LookAgain(kept);
+    kept.isFresh = false;
+    if (result == noErr) result = PayOwedDates(kept);
     if (result == noErr) result = object.Hold(kept.place, kept.file.number());
     const Known known = {kept.facts, kept.sidecarsMade};
     return result == noErr ? Apply(kept.place, object, whichInfo, info, kept.isNew ? &known : nullptr)
@@ -120,7 +126,7 @@ static OSErr ApplyToKept(KeptFile& kept, FSCatalogInfoBitmap whichInfo, const FS
 
 OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
-    if (KeptFile* kept = FindKeptFile(ref)) return ApplyToKept(*kept, whichInfo, info);
+    if (KeptFile* kept = FindKeptFile(ref); kept && kept->file) return ApplyToKept(*kept, whichInfo, info);
     Place place;
     {
         HeldObject object;
@@ -132,18 +138,31 @@ OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FS
     return result == noErr ? ApplyCatalogInfo(place, whichInfo, info) : result;
 }
 
-OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, int file,
-                       appledouble::Facts* stored) {
+// Whether the dates of a new file can be set when it has been written: that changes them anyway. Its owner can
+// set them, so that has to stay the same.
+static bool DatesCanWait(const Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    const bool isOwnerSame =
+        !(whichInfo & kFSCatInfoPermissions) || info.permissions.userID == made.facts.stx_uid;
+    return isOwnerSame && (whichInfo & kFSCatInfoContentMod) && TimeFromDate(info.contentModDate);
+}
+
+OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, NewFile* file) {
     OSErr result = DisownOrphan(made.folder.descriptor(), made.name);
     if (result != noErr || whichInfo == kFSCatInfoNone) return result;
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
     HeldObject object;
-    result = file >= 0 ? object.Hold(made, file) : object.Hold(made);
+    result = file ? object.Hold(made, file->descriptor) : object.Hold(made);
     appledouble::Facts facts;
-    const Known known = {stored ? *stored : facts, SidecarsMade()};
-    if (result == noErr) result = Apply(made, object, whichInfo, *info, &known);
+    const Known known = {file ? file->stored : facts, SidecarsMade()};
+    const bool wait = file && file->isToBeKept && DatesCanWait(made, whichInfo, *info);
+    if (result == noErr) result = Apply(made, object, wait ? whichInfo & ~kTimes : whichInfo, *info, &known);
     if (result != noErr || !(whichInfo & kFSCatInfoContentMod) || !S_ISREG(made.facts.stx_mode))
         return result;
+    if (wait) {
+        KeepOwedDates(made.facts, TimesOf(whichInfo, *info));
+        file->owesDates = true;
+        return noErr;
+    }
     struct statx now;
     if (object.Look(now) != noErr) return noErr; // the date will be that of the last change
     made.facts = now;

@@ -221,3 +221,136 @@ TEST_F(KeptFiles, NewFileOpenedForReading_TakesTheLongerWay) {
     EXPECT_EQ(std::string(text, 5), "first");
     EXPECT_EQ(FSCloseFork(fork), noErr);
 }
+
+namespace {
+constexpr FSCatalogInfoBitmap kDates = kFSCatInfoContentMod | kFSCatInfoAccessDate;
+
+FSCatalogInfo SomeDates() {
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(3'000'000'000, 0x8000);
+    info.accessDate = DateAt(3'000'000'777);
+    return info;
+}
+
+// Also without the library's own eyes, which might remember.
+bool HasSomeDates(const std::string& path) {
+    const struct stat status = StatusOf(path);
+    return status.st_mtim.tv_sec == 3'000'000'000 - k1970 && status.st_mtim.tv_nsec == 500'000'000 &&
+           status.st_atim.tv_sec == 3'000'000'777 - k1970;
+}
+} // namespace
+
+TEST_F(KeptFiles, GivenDates_AreThereWhenTheForkIsClosed) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    Write(made, "text");
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, GivenDatesOfAForkThatIsNotWritten_AreThereToo) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    Write(made, "");
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, GivenDatesOfAFileThatIsNotOpened_AreThereWhenFactsAreSet) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    FSCatalogInfo info = {};
+    std::memcpy(info.finderInfo, "TEXTttxt", 8);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), noErr);
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, GivenDatesOfAFileThatIsNotUsed_AreThereAtTheEnd) {
+    Make("new", kDates, SomeDates());
+    PlatformCloseKeptFiles();
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+}
+
+TEST_F(KeptFiles, AnotherDateSetBeforeWriting_LeavesTheAccessDate) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(3'100'000'000);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoContentMod, &info), noErr);
+    PlatformCloseKeptFiles();
+    EXPECT_EQ(StatusOf(folder_ / "new").st_mtim.tv_sec, 3'100'000'000 - k1970);
+    EXPECT_EQ(StatusOf(folder_ / "new").st_atim.tv_sec, 3'000'000'777 - k1970);
+}
+
+TEST_F(KeptFiles, GivenDatesOfASecondNewFile_AreThereAtOnce) {
+    Make("new", kDates, SomeDates());
+    Make("second", kDates, SomeDates());
+    EXPECT_TRUE(HasSomeDates(folder_ / "second"));
+}
+
+TEST_F(KeptFiles, SomeoneElsesWriting_KeepsItsOwnDate) {
+    Make("new", kDates, SomeDates());
+    const auto born = StatusOf(folder_ / "new").st_mtim;
+    do WriteFile(folder_ / "new", "someone else's"); // until the clock for changes has moved on
+    while (StatusOf(folder_ / "new").st_mtim.tv_nsec == born.tv_nsec);
+    const auto theirs = StatusOf(folder_ / "new").st_mtim;
+    PlatformCloseKeptFiles();
+    EXPECT_EQ(StatusOf(folder_ / "new").st_mtim.tv_sec, theirs.tv_sec);
+    EXPECT_EQ(StatusOf(folder_ / "new").st_mtim.tv_nsec, theirs.tv_nsec);
+}
+
+TEST_F(KeptFiles, NewFilesForkClosedByAnotherThread_LeavesTheRestToTheLongerWay) {
+    MakePlain("first"); // opens the folder, which stays open
+    PlatformCloseKeptFiles();
+    const size_t before = OpenDescriptors();
+    PlatformKeepFilesOpen();
+    const FSRef made = Make("new", kDates, SomeDates());
+    FSForkRefNum fork = 0;
+    ASSERT_EQ(OpenByRef(made, false, fsWrPerm, fork), noErr);
+    EXPECT_EQ(FSWriteFork(fork, fsAtMark, 0, 4, "text", nullptr), noErr);
+    std::thread([fork] { EXPECT_EQ(FSCloseFork(fork), noErr); }).join();
+    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+
+    // Another file's descriptor has the number now.
+    WriteFile(folder_ / "other", "");
+    FSForkRefNum others = 0;
+    ASSERT_EQ(OpenByRef(RefTo(folder_ / "other"), false, fsWrPerm, others), noErr);
+    EXPECT_EQ(FSCloseFork(others), noErr);
+    FSCatalogInfo info = {};
+    std::memcpy(info.finderInfo, "TEXTttxt", 8);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), noErr);
+    EXPECT_TRUE(HasAttribute(folder_ / "new"));
+    EXPECT_FALSE(HasAttribute(folder_ / "other"));
+}
+
+TEST_F(KeptFiles, NewFilesForkThatOutlivesTheKeeping_GoesOn) {
+    MakePlain("first");
+    PlatformCloseKeptFiles();
+    const size_t before = OpenDescriptors();
+    PlatformKeepFilesOpen();
+    const FSRef made = Make("new", kDates, SomeDates());
+    FSForkRefNum fork = 0;
+    ASSERT_EQ(OpenByRef(made, false, fsWrPerm, fork), noErr);
+    PlatformCloseKeptFiles();
+    EXPECT_EQ(FSWriteFork(fork, fsAtMark, 0, 4, "text", nullptr), noErr);
+    EXPECT_EQ(FSCloseFork(fork), noErr);
+    EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+    EXPECT_EQ(ReadFile(folder_ / "new"), "text");
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+// While a resource fork is copied, much can happen to the file.
+TEST_F(KeptFiles, FileThatIsDeletedBehindItsDataFork_IsGone) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    Write(made, "text");
+    ASSERT_EQ(FSCreateFork(&made, 13, u"RESOURCE_FORK"), noErr);
+    std::filesystem::remove(folder_ / "new");
+    FSCatalogInfo info = {};
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoFinderInfo, &info), fnfErr);
+}
+
+TEST_F(KeptFiles, SourceListedOn_TellsItsResourceForkWhenItsDataForkIsClosed) {
+    WriteFile(folder_ / "._old", AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "resource"}}));
+    const FSRef ref = RefTo(old_);
+    CatPositionRec position = {};
+    int64_t size = 0;
+    ASSERT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
+    EXPECT_EQ(Read(ref, 11), "the content");
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
+    EXPECT_EQ(size, 8);
+}

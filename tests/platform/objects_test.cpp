@@ -172,6 +172,28 @@ TEST_F(Creation, WithPermissions_TakesThemWhateverTheUmask) {
     EXPECT_EQ(ModeOf(folder / "d"), 0777u);
 }
 
+// Some can be given when the object is made, some only afterwards.
+TEST_F(Creation, EveryKindOfMode_IsAsGivenWhateverTheUmask) {
+    FSCatalogInfo info{};
+    info.permissions.userID = getuid();
+    info.permissions.groupID = getgid();
+    int number = 0;
+    for (const mode_t mask : {0u, 022u, 077u, 0777u}) {
+        for (const uint16_t mode : {0744, 0644, 0600, 0640, 0604, 0622, 0444, 0077, 0, 04755, 02755, 01777}) {
+            const std::string name = std::to_string(++number);
+            info.permissions.mode = mode;
+            const mode_t before = umask(mask);
+            EXPECT_EQ(CreateFile(top, Wide("f" + name).c_str(), nullptr, kFSCatInfoPermissions, &info),
+                      noErr);
+            EXPECT_EQ(CreateFolder(top, Wide("d" + name).c_str(), nullptr, kFSCatInfoPermissions, &info),
+                      noErr);
+            umask(before);
+            EXPECT_EQ(ModeOf(folder / ("f" + name)), mode) << std::oct << mode << " under " << mask;
+            EXPECT_EQ(ModeOf(folder / ("d" + name)), mode) << std::oct << mode << " under " << mask;
+        }
+    }
+}
+
 TEST_F(Creation, LockGiven_NewFileIsLocked) {
     FSCatalogInfo info{};
     info.nodeFlags = kFSNodeLockedMask;
