@@ -18,6 +18,7 @@
 #include "platform/linux/metadata.h"
 #include "platform/linux/object_facts.h"
 #include "platform/linux/sidecar.h"
+#include "platform/linux/sighting.h"
 #include "platform/linux/system_calls.h"
 #include "platform/linux/with_descriptors.h"
 
@@ -326,7 +327,7 @@ static ListedFork DataForkOf(const Place& place) {
 // -1417 when there is none or it cannot be understood.
 static OSErr FindResourceFork(const Place& place, ListedFork& listed) {
     Sidecar sidecar;
-    if (place.isLink) return errFSNoMoreItems;
+    if (place.isLink || IsInBareFolder(place)) return errFSNoMoreItems;
     const OSErr result = sidecar.Open(place, false);
     if (result != noErr) return result == fnfErr || result == ioErr ? errFSNoMoreItems : result;
     const auto fork = sidecar.ResourceFork();

@@ -5,6 +5,7 @@
 #include "platform/iterators.h"
 #include "platform/linux/folder_reader.h"
 #include "platform/linux/references.h"
+#include "platform/linux/sighting.h"
 
 struct OpaqueFSIterator {
     FSRef container;
@@ -19,6 +20,7 @@ struct OpaqueFSIterator {
     // that.
     bool hasNoSidecars = false;
     uint64_t sidecarsMade = 0;
+    BareFolder bareFolder; // for copies, if that is so
 
     // The folder's last change when it was last looked at for the caller, at first when it was opened.
     struct statx_timestamp changed = {};

@@ -47,6 +47,8 @@ static OSErr OpenReader(OpaqueFSIterator& iterator, const Place& folder) {
     OSErr result = OpenFolder(folder, iterator.item.folder);
     if (result == noErr) result = FolderNumber(folder, iterator.item.folderID);
     if (result == noErr) result = iterator.reader.Open(iterator.item.folder.descriptor());
+    if (result == noErr && !iterator.isForDelete)
+        iterator.bareFolder = SeeBareFolder(folder, iterator.item.folderID);
     return result;
 }
 
@@ -205,6 +207,7 @@ OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCo
     if (containerChanged) *containerChanged = NoticeChange(*iterator);
     if (result == noErr && iterator->isOnLink) result = errFSNoMoreItems;
 
+    if (iterator->hasNoSidecars) RememberBareFolder(iterator->bareFolder);
     const Wanted wanted{whichInfo, catalogInfos, refs, specs, names};
     while (result == noErr && *actualObjects < maximumObjects) {
         result = Fetch(*iterator, wanted, *actualObjects);
