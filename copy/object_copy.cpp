@@ -4,6 +4,7 @@
 #include "copy/folder_copy.h"
 #include "copy/recursive_delete.h"
 #include "copy/volume_facts.h"
+#include "platform/catalog.h"
 #include "platform/objects.h"
 #include "platform/references.h"
 
@@ -115,6 +116,7 @@ OSErr FSCopyObjectPreflight(const FSRef* source, const FSRef* destDir, DupeActio
     if (result != noErr) return result;
 
     *isDirectory = (sourceInfo->nodeFlags & kFSNodeIsDirectoryMask) != 0;
+    PlatformEndQuestions(); // from here on things change
     return SetupDestination(destDir, dupeAction, newObjectName, deleteMeRef, isReplacing);
 }
 

@@ -1,7 +1,18 @@
 #include "copy/object_copy.h"
+#include "platform/catalog.h"
 #include "text/wide_string.h"
 
 #include <algorithm>
+
+static OSErr CopyToFolder(const TavChar* existingFileName, const TavChar* folderPath,
+                          const HFSUniStr255& name, bool failIfExists) {
+    FSRef source, destFolder;
+    if (!CTavStringW(existingFileName).MakeFSRef(&source) || !CTavStringW(folderPath).MakeFSRef(&destFolder))
+        return fnfErr;
+    return FSCopyObject(&source, &destFolder, 0, kFSCatInfoNone,
+                        failIfExists ? kDupeActionStandard : kDupeActionReplace, &name, false, false, nullptr,
+                        nullptr, nullptr, nullptr);
+}
 
 int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName, int32_t failIfExists) {
     constexpr uint32_t kPathUnits = 1024, kNameUnits = 255;
@@ -15,12 +26,8 @@ int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName,
     TavChar folderPath[kPathUnits] = {};
     tav_wcscpy(folderPath, newFileName);
     TavPathRemoveFileSpec(folderPath);
-    FSRef source, destFolder;
-    if (!CTavStringW(existingFileName).MakeFSRef(&source) || !CTavStringW(folderPath).MakeFSRef(&destFolder))
-        return 0;
-
-    DupeAction dupeAction = failIfExists ? kDupeActionStandard : kDupeActionReplace;
-    OSErr result = FSCopyObject(&source, &destFolder, 0, kFSCatInfoNone, dupeAction, &name, false, false,
-                                nullptr, nullptr, nullptr, nullptr);
+    PlatformBeginQuestions();
+    OSErr result = CopyToFolder(existingFileName, folderPath, name, failIfExists);
+    PlatformEndQuestions();
     return result == noErr;
 }

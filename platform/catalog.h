@@ -44,6 +44,12 @@ extern "C" {
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap whichInfo, FSCatalogInfo* catalogInfo,
                        HFSUniStr255* outName, FSSpec* fsSpec, FSRef* parentRef);
 
+// Between these two calls of a thread the provider may answer FSGetCatalogInfo from what it saw when it was first
+// asked about the object, or made a reference from its path. For the questions at the start of one copy, before
+// anything is changed; to begin again is to begin anew, and to end twice does no harm.
+void PlatformBeginQuestions();
+void PlatformEndQuestions();
+
 // Stores the settable facts that `whichInfo` selects (-50 for others). What the host cannot keep is dropped:
 // dates out of range or all zero (for the creation and backup dates zero takes the stored one away), the
 // attribute-modification date, an owner that the process may not set and then the set-id bits too, and all

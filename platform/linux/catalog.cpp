@@ -6,6 +6,7 @@
 
 #include "platform/linux/current_task.h"
 #include "platform/linux/links.h"
+#include "platform/linux/looks.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
 #include "platform/linux/with_descriptors.h"
@@ -36,7 +37,7 @@ static OSErr GetTargetFacts(const FSRef& ref, const Place& link, FSCatalogInfoBi
 static OSErr GetCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, FSCatalogInfo* info,
                             HFSUniStr255* outName, FSSpec* fsSpec, FSRef* parentRef) {
     Place place;
-    OSErr result = Locate(ref, place);
+    OSErr result = LocateOnce(ref, place);
     if (result != noErr) return result;
     if (outName) NameFromBytes(place.name, *outName);
     if (fsSpec) result = FillSpec(place, ref, *fsSpec);

@@ -9,6 +9,7 @@
 #include "platform/linux/caseless.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/folders.h"
+#include "platform/linux/looks.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/system_calls.h"
 #include "platform/references.h"
@@ -266,6 +267,7 @@ OSErr Answer(const Request& request, FolderID folder, const char* name, const st
     if (request.ref) {
         OSErr result = MakeReference(folder, name, facts, true, *request.ref);
         if (result != noErr) return result;
+        NoteLook(*request.ref, folder, name, facts);
     }
     if (request.isDirectory) *request.isDirectory = isFolder;
     return noErr;

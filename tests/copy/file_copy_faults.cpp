@@ -49,7 +49,8 @@ protected:
 
 const Names kPreflight = {"FSGetCatalogInfo",   "FSGetCatalogInfo",    "FSGetCatalogInfo",
                           "PBHGetVolParmsSync", "FSGetCatalogInfo",    "NewPtr",
-                          "FSGetCatalogInfo",   "PBHGetDirAccessSync", "FSMakeFSRefUnicode"};
+                          "FSGetCatalogInfo",   "PBHGetDirAccessSync", "PlatformEndQuestions",
+                          "FSMakeFSRefUnicode"};
 const Names kForks = {"FSIterateForks", "FSCreateFork", "FSOpenFork",    "FSOpenFork",
                       "FSAllocateFork", "FSReadFork",   "FSWriteFork",   "FSSetForkSize",
                       "FSCloseFork",    "FSCloseFork",  "FSIterateForks"};
