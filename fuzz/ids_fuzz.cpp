@@ -19,7 +19,7 @@ struct Object {
 };
 
 // The sanitizer does not learn of the end of threads that are terminated, and keeps what it has for them.
-int terminationsLeft = 50000;
+int terminationsLeft = 20000;
 
 uint32_t TwiceTheParameter(void* parameter) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(parameter) * 2);

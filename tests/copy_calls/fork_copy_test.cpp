@@ -166,3 +166,17 @@ TEST_F(ForkCopyCalls, ErrorOfTheSourcesCloseIsIgnored) {
     EXPECT_EQ(Copy(1500, true, "close from", ioErr), noErr);
     EXPECT_EQ(Copied(), content);
 }
+
+// Where others may write and not read, the forks are opened before anything is written, and closed once.
+TEST_F(ForkCopyCalls, DropBoxGetsAsMuchAsItsForksHold) {
+    WriteFile(folder / "from", "content");
+    WriteFile(folder / "to", "......");
+    const FSRef source = Reference(folder / "from"), dest = Reference(folder / "to");
+    recorder = {dest, 0, {}, "", noErr};
+    CopyParams params{buffer, sizeof buffer, false, true, false, kDupeActionStandard};
+    ASSERT_EQ(CopyForksToDropBox(&source, &dest, &params), noErr);
+    EXPECT_EQ(Copied(), "conten");
+    EXPECT_EQ(recorder.calls.front(), "open to 2");
+    EXPECT_EQ(recorder.calls.back(), "close to");
+    EXPECT_EQ(Closed(), 2u);
+}

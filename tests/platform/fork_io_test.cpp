@@ -113,6 +113,13 @@ TEST_P(ForkIO, MarkAtTheMark_StaysWhereItIs) {
     EXPECT_EQ(Mark(), 5);
 }
 
+TEST_P(ForkIO, SizeAtTheMark_CutsThere) {
+    ASSERT_EQ(Write("hello"), noErr);
+    ASSERT_EQ(FSSetForkPosition(fork_, fsFromStart, 2), noErr);
+    EXPECT_EQ(FSSetForkSize(fork_, fsAtMark, 4), noErr); // the offset means nothing there
+    EXPECT_EQ(Size(), 2);
+}
+
 TEST_P(ForkIO, MarkBeyondTheEnd_LeavesZeroesWhenWritten) {
     ASSERT_EQ(Write("ab"), noErr);
     EXPECT_EQ(FSSetForkPosition(fork_, fsFromStart, 5), noErr);

@@ -91,10 +91,19 @@ TEST_P(Waitable, IdsOfOtherKindsAreRefused) {
     }
 }
 
+TEST_P(Waitable, SignallingWhatIsOfAnotherKindIsRefused) {
+    const bool isSemaphore = MPSignalSemaphore(id_) == noErr;
+    const bool isEvent = MPSetEvent(id_, 1) == noErr;
+    EXPECT_EQ(isSemaphore, GetParam().create == CreateEmptySemaphore);
+    EXPECT_EQ(isEvent, GetParam().create == MPCreateEvent);
+}
+
 TEST_P(Waitable, InventedIdsAreRefused) {
     for (uint32_t id : {0u, 1u, 0x00100000u, 0x7FF00000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         EXPECT_EQ(GetParam().wait(id, kDurationForever), kMPInvalidIDErr) << id;
         EXPECT_EQ(GetParam().release(id), kMPInvalidIDErr) << id;
+        EXPECT_EQ(MPSetEvent(id, 1), kMPInvalidIDErr) << id;
+        EXPECT_EQ(MPSignalSemaphore(id), kMPInvalidIDErr) << id;
     }
 }
 

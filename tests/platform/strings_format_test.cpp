@@ -1,3 +1,4 @@
+#include "platform/linux/cf_object.h"
 #include "platform/strings.h"
 
 #include "support/locales.h"
@@ -164,6 +165,12 @@ TEST(StringFormat, LengthsOfOtherTypes) {
     EXPECT_EQ(Format("%ju %Ld", UINTMAX_MAX, INT64_MIN),
               std::to_string(UINTMAX_MAX) + " " + std::to_string(INT64_MIN));
     EXPECT_EQ(Format("%lf %hf", 1.5, 2.5), "1.500000 2.500000");
+}
+
+TEST(StringFormat, ObjectsThatAreNoTextsShowTheirKind) {
+    static constexpr CFKind kKind = {"CFThing", [](CFObject*) {}};
+    const CFObject object = {&kKind};
+    EXPECT_EQ(Format("%@", static_cast<const void*>(&object)), "<CFThing>");
 }
 
 TEST(StringFormat, NullObjectsTextsAndPointers) {
