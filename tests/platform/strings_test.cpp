@@ -113,6 +113,10 @@ TEST(StringService, BytesThatAreNotUTF8BecomeTheUnitsThatStandForThemAndBytesAga
     EXPECT_EQ(Content(good.get()), u"a\x00E9\xD83D\xDE00");
 }
 
+TEST(StringService, TextsInUnknownEncodingsAreNone) {
+    EXPECT_EQ(CFStringCreateWithCString(nullptr, "a", 0x600), nullptr);
+}
+
 TEST(StringService, MutableStringsGrow) {
     const MutableString string(CFStringCreateMutable(nullptr, 0));
     std::u16string expected;
