@@ -167,7 +167,7 @@ TEST_F(ServedFile, Copied_HasTheFacts) {
     const FSCatalogInfo copy =
         Info(folder / "to/file", kFSCatInfoFinderInfo | kFSCatInfoContentMod | kFSCatInfoPermissions);
     EXPECT_EQ(std::memcmp(copy.finderInfo, "TEXTttxt", 8), 0);
-    EXPECT_EQ(copy.contentModDate.lowSeconds, 3000000000u);
+    EXPECT_EQ(uint32_t{copy.contentModDate.lowSeconds}, 3000000000u);
     EXPECT_EQ(copy.permissions.mode & 07777, 0540);
 }
 
