@@ -158,6 +158,7 @@ void CopyWithLoop(const std::string& from, const std::string& to, std::vector<ch
     Require(copy >= 0, "no copy");
     Require(fsetxattr(copy, kAttribute, value, sizeof value, 0) == 0, "no attribute");
     MoveBytes(source, copy, buffer);
+    value[0] = 1; // what does not change is not written on some volumes
     Require(fsetxattr(copy, kAttribute, value, sizeof value, 0) == 0, "no attribute");
     const timespec dates[2] = {facts.st_atim, facts.st_mtim};
     Require(fchmod(copy, facts.st_mode) == 0 && futimens(copy, dates) == 0, "no facts");
