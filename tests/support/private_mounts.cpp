@@ -69,14 +69,35 @@ std::string PrivateMounts::MountTmpfs(const std::string& folder) {
 std::string PrivateMounts::MountImage(const std::string& folder, const std::string& type) {
     fs::create_directories(folder);
     std::string image = "/image-" + std::to_string(++images_);
-    bool isXfs = type == "xfs";
-    std::string make = isXfs ? "mkfs.xfs -q " : "mkfs.ext4 -q -F -E root_owner=0:0 ";
-    if (!RunCommand("truncate -s " + std::string(isXfs ? "300m " : "8m ") + image + " && " + make + image))
+    const bool isLarge = type == "xfs" || type == "btrfs";
+    std::string make = isLarge ? "mkfs." + type + " -q " : "mkfs.ext4 -q -F -E root_owner=0:0 ";
+    if (!RunCommand("truncate -s " + std::string(isLarge ? "300m " : "8m ") + image + " && " + make + image))
         return "cannot make an " + type + " image (" + make + ")";
     std::string attach = type == "fuse2fs" ? "fuse2fs " + image + " '" + folder + "' -o fakeroot"
                                            : "mount -t " + type + " -o loop " + image + " '" + folder + "'";
     if (!RunCommand(attach)) return "cannot mount it (" + attach + ")";
     if (type == "fuse2fs") servers_.push_back(folder);
+    return {};
+}
+
+std::string PrivateMounts::MountOverlay(const std::string& folder) {
+    fs::create_directories(folder);
+    // One overlay cannot keep what another one shows; a memory file system can.
+    const std::string layers = "/layers-" + std::to_string(++images_);
+    if (const std::string reason = MountTmpfs(layers); !reason.empty()) return reason;
+    for (const char* name : {"/lower", "/upper", "/work"}) fs::create_directory(layers + name);
+    const std::string options =
+        "lowerdir=" + layers + "/lower,upperdir=" + layers + "/upper,workdir=" + layers + "/work";
+    return mount("overlay", folder.c_str(), "overlay", 0, options.c_str()) == 0 ? "" : Failed("no overlay");
+}
+
+std::string PrivateMounts::MountWithoutAttributes(const std::string& folder) {
+    fs::create_directories(folder);
+    const std::string behind = "/behind-" + std::to_string(++images_);
+    fs::create_directory(behind);
+    const std::string attach = "bindfs --xattr-none " + behind + " '" + folder + "'";
+    if (!RunCommand(attach)) return "cannot mount it (" + attach + ")";
+    servers_.push_back(folder);
     return {};
 }
 

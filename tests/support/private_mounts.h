@@ -18,7 +18,10 @@ public:
 
     // Makes the folder and mounts a file system on it; the reason when that fails.
     std::string MountTmpfs(const std::string& folder);
-    std::string MountImage(const std::string& folder, const std::string& type); // "ext4", "xfs", "fuse2fs"
+    std::string MountImage(const std::string& folder,
+                           const std::string& type); // "ext4", "xfs", "btrfs", "fuse2fs"
+    std::string MountOverlay(const std::string& folder);
+    std::string MountWithoutAttributes(const std::string& folder); // FUSE
     void Unmount(const std::string& folder);
 
 private:

@@ -1,0 +1,161 @@
+// Files, metadata, copies, listings and deletes on every kind of file system, each mounted for the test.
+#include "TavPort.h"
+#include "copy/recursive_delete.h"
+#include "platform/metadata_support.h"
+#include "platform/objects.h"
+#include "support/listing.h"
+#include "support/private_mounts.h"
+
+#include <filesystem>
+#include <ostream>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Kind {
+    const char* name;
+    std::string (*mount)(PrivateMounts&, const std::string& folder);
+};
+
+void PrintTo(const Kind& kind, std::ostream* output) {
+    *output << kind.name;
+}
+
+class EveryKind : public testing::TestWithParam<Kind> {
+protected:
+    void SetUp() override {
+        SKIP_IF_MISSING(mounts.Missing());
+        SKIP_IF_MISSING(GetParam().mount(mounts, volume));
+        WriteFile(volume + "/probe", "");
+        hasAttributes = setxattr((volume + "/probe").c_str(), "user.probe", "1", 1, 0) == 0;
+        fs::remove(volume + "/probe");
+    }
+
+    // A folder with a typed file that has a resource fork, an empty one, a link and a folder in it.
+    void MakeTree(const std::string& top) {
+        fs::create_directories(top + "/inner");
+        WriteFile(top + "/file", "content");
+        EXPECT_EQ(SetType(top + "/file", "TEXTttxt"), noErr);
+        const FSRef file = RefTo(top + "/file");
+        EXPECT_EQ(MakeResourceFork(file), noErr);
+        EXPECT_EQ(WriteWhole(file, true, "resources"), noErr);
+        WriteFile(top + "/inner/empty", "");
+        fs::create_symlink("file", top + "/link");
+    }
+
+    PrivateMounts mounts;
+    const std::string volume = "/Volumes/Kind";
+    bool hasAttributes = false;
+};
+
+TEST_P(EveryKind, Handles_WriteReadSeekAndCut) {
+    const auto path = Wide(volume + "/made");
+    OpacTavFSRef* const file = Tav0FSRCreateWithPath(path.c_str());
+    const int32_t handle = TavFileCreateExt(file, TAV_FILE_READ | TAV_FILE_WRITE);
+    ASSERT_NE(handle, -1);
+    uint32_t count = 0;
+    const std::string bytes(100000, 'x');
+    EXPECT_EQ(TavFileWriteExt(handle, bytes.data(), static_cast<uint32_t>(bytes.size()), &count), 1);
+    EXPECT_EQ(count, bytes.size());
+    EXPECT_EQ(TavFileSetFileSizeExt(handle, 70000), 1);
+    int64_t size = 0;
+    EXPECT_EQ(TavFileGetFileSizeExt(handle, &size), 1);
+    EXPECT_EQ(size, 70000);
+    char end[10];
+    EXPECT_NE(TavFileSetPointerExt(handle, -4, nullptr, TAV_FILE_END), 0);
+    EXPECT_EQ(TavFileReadExt(handle, end, sizeof end, &count), 1);
+    EXPECT_EQ(count, 4u);
+    EXPECT_EQ(TavFileCloseExt(handle), 0);
+    EXPECT_EQ(fs::file_size(volume + "/made"), 70000u);
+    EXPECT_EQ(TavFileDeleteExt(file), 1);
+    Tav0FSRRelease(file);
+    EXPECT_TRUE(fs::is_empty(volume) || fs::exists(volume + "/lost+found"));
+}
+
+// In an attribute where there are any, else in the sidecar.
+TEST_P(EveryKind, Metadata_IsKeptWhereTheVolumeCanKeepIt) {
+    const std::string path = volume + "/file";
+    WriteFile(path, "content");
+    ASSERT_EQ(SetType(path, "TEXTttxt"), noErr);
+    EXPECT_EQ(SetLock(path, true), noErr);
+    EXPECT_EQ(GetType(path), "TEXTttxt");
+    EXPECT_TRUE(GetLock(path));
+    EXPECT_EQ(HasAttribute(path), hasAttributes);
+    EXPECT_EQ(Exists(SidecarOf(path)), !hasAttributes);
+    const FSRef ref = RefTo(path);
+    EXPECT_EQ(FSDeleteObject(&ref), fLckdErr);
+    EXPECT_EQ(SetLock(path, false), noErr);
+    EXPECT_EQ(ReadFile(path), "content");
+    EXPECT_EQ(FSDeleteObject(&ref), noErr);
+    EXPECT_FALSE(Exists(SidecarOf(path)));
+}
+
+TEST_P(EveryKind, Copy_BringsDataResourcesTypesAndLinks) {
+    MakeTree(volume + "/tree");
+    ASSERT_EQ(TavCopyFile(Wide(volume + "/tree").c_str(), Wide(volume + "/copy/tree").c_str(), 1), 0);
+    fs::create_directory(volume + "/copy");
+    ASSERT_EQ(TavCopyFile(Wide(volume + "/tree").c_str(), Wide(volume + "/copy/tree").c_str(), 1), 1);
+    const std::string copy = volume + "/copy/tree";
+    EXPECT_EQ(ReadFile(copy + "/file"), "content");
+    EXPECT_EQ(GetType(copy + "/file"), "TEXTttxt");
+    EXPECT_EQ(ReadWhole(RefTo(copy + "/file"), true), "resources");
+    EXPECT_TRUE(fs::exists(copy + "/inner/empty"));
+    EXPECT_EQ(fs::read_symlink(copy + "/link"), "file");
+    EXPECT_EQ(StatusOf(copy + "/file").st_mtime, StatusOf(volume + "/tree/file").st_mtime);
+}
+
+TEST_P(EveryKind, Listing_ShowsEveryEntryOnceAndNoSidecars) {
+    MakeTree(volume + "/tree");
+    const std::vector<std::string> names = NamesBehindFirst(volume + "/tree/*");
+    std::set<std::string> all(names.begin(), names.end());
+    for (const FoundItem& item : FindAll(volume + "/tree/*")) all.insert(Narrow(item.name()));
+    EXPECT_EQ(all.count("file") + all.count("inner") + all.count("link"), 3u);
+    EXPECT_EQ(all.count("._file"), 0u);
+    const FSRef tree = RefTo(volume + "/tree");
+    EXPECT_EQ(GetInfo(tree, kFSCatInfoValence).valence, 3u);
+}
+
+TEST_P(EveryKind, MovingAndRenaming_TakeResourcesAlongAndReplaceNothing) {
+    MakeTree(volume + "/tree");
+    const FSRef file = RefTo(volume + "/tree/file"), inner = RefTo(volume + "/tree/inner");
+    const HFSUniStr255 taken = Name(u"inner"), fresh = Name(u"other");
+    FSRef renamed, moved;
+    EXPECT_EQ(FSRenameUnicode(&file, taken.length, taken.unicode, kTextEncodingUnknown, &renamed), dupFNErr);
+    ASSERT_EQ(FSRenameUnicode(&file, fresh.length, fresh.unicode, kTextEncodingUnknown, &renamed), noErr);
+    ASSERT_EQ(FSMoveObject(&renamed, &inner, &moved), noErr);
+    EXPECT_EQ(ReadWhole(RefTo(volume + "/tree/inner/other"), true), "resources");
+    EXPECT_EQ(GetType(volume + "/tree/inner/other"), "TEXTttxt");
+    EXPECT_FALSE(Exists(volume + "/tree/._file"));
+}
+
+TEST_P(EveryKind, Delete_LeavesNothing) {
+    MakeTree(volume + "/tree");
+    EXPECT_EQ(SetLock(volume + "/tree/file", true), noErr);
+    const FSRef tree = RefTo(volume + "/tree");
+    EXPECT_EQ(FSDeleteObjects(&tree), noErr);
+    EXPECT_FALSE(Exists(volume + "/tree"));
+}
+
+template <const char* Type>
+std::string MountImage(PrivateMounts& mounts, const std::string& folder) {
+    return mounts.MountImage(folder, Type);
+}
+constexpr char kExt4[] = "ext4", kXfs[] = "xfs", kBtrfs[] = "btrfs";
+
+INSTANTIATE_TEST_SUITE_P(
+    FileSystem, EveryKind,
+    testing::Values(Kind{"Ext4", MountImage<kExt4>}, Kind{"Xfs", MountImage<kXfs>},
+                    Kind{"Btrfs", MountImage<kBtrfs>},
+                    Kind{"Memory", [](PrivateMounts& mounts,
+                                      const std::string& folder) { return mounts.MountTmpfs(folder); }},
+                    Kind{"Overlay", [](PrivateMounts& mounts,
+                                       const std::string& folder) { return mounts.MountOverlay(folder); }},
+                    Kind{"FuseWithoutAttributes",
+                         [](PrivateMounts& mounts, const std::string& folder) {
+                             return mounts.MountWithoutAttributes(folder);
+                         }}),
+    [](const auto& param) { return param.param.name; });
+
+} // namespace
