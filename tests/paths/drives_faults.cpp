@@ -5,6 +5,7 @@
 #include "support/private_mounts.h"
 
 #include <gtest/gtest.h>
+#include <string>
 
 static constexpr const TavChar* kRoot = u"/";
 
@@ -132,4 +133,28 @@ TEST(Drives, EachCallFailsInTurn_RootIsTheStartupVolumes) {
                 EXPECT_EQ(root[1], 0);
             },
     });
+}
+
+TEST(Drives, EachCallFailsInTurn_RootOfAPathIsTheRightOneOrNone) {
+    TavChar root[1024] = {};
+    int32_t found = 0, same = 0;
+    const unsigned runs = faults::FailEachCall({
+        .prepare = [&] { root[0] = 0; },
+        .scenario =
+            [&] {
+                found = TavGetPathDriver(u"/", root);
+                same = TavPathIsSameRoot(u"/", u"/");
+            },
+        .check =
+            [&](const std::string& failed) {
+                if (failed.empty()) {
+                    EXPECT_EQ(found, 1);
+                    EXPECT_EQ(same, 1);
+                }
+                if (found) {
+                    EXPECT_EQ(std::u16string(root), u"/") << failed;
+                }
+            },
+    });
+    EXPECT_GT(runs, 0u);
 }

@@ -81,3 +81,36 @@ TEST(TavPathIsSubOnPath, EachServiceFails_GivesNo) {
     });
     EXPECT_GE(runs, 2u);
 }
+
+// Nothing has to be had for cutting and joining at slashes.
+TEST(PathStrings, WithEverythingFailing_SlashesAreAddedAndTaken) {
+    TavChar path[32] = u"/a";
+    TavChar common[32];
+    int32_t appended = 0, isServer = 0;
+    {
+        const faults::Injection fault({.call = 1, .lasting = true});
+        TavPathAddSlash(path);
+        TavPathRemoveSlash(path);
+        isServer = TavPathIsUNC(u"//server/share");
+    }
+    EXPECT_EQ(std::u16string(path), u"/a");
+    EXPECT_EQ(isServer != 0, TavPathIsUNC(u"//server/share") != 0);
+    (void)faults::FailEachCall({
+        .prepare =
+            [&] {
+                std::copy_n(u"/a", 3, path);
+                common[0] = 0;
+            },
+        .scenario =
+            [&] {
+                appended = TavPathAppend(path, u"b");
+                TavPathCommonPrefix(u"/a/b", u"/a/c", common);
+            },
+        .check =
+            [&](const std::string& failed) {
+                EXPECT_TRUE(std::u16string(path) == u"/a/b" || (!appended && std::u16string(path) == u"/a"))
+                    << failed;
+                EXPECT_TRUE(std::u16string(common) == u"/a" || common[0] == 0) << failed;
+            },
+    });
+}

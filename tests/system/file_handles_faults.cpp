@@ -5,6 +5,7 @@
 
 #include "platform/forks.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <utility>
 
@@ -245,4 +246,25 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
                                             }}),
                   2u);
     }
+}
+
+TEST_F(FileHandleFaults, PositionsAndSizes_TellEachFailureOnceAndChangeNothing) {
+    const int32_t handle = TavFileOpenExt(file.get(), kReadWrite);
+    int64_t number = 0;
+    const std::function<int32_t()> calls[] = {
+        [&] { return TavFileGetPointerExt(handle, &number); },
+        [&] { return TavFileGetFileSizeExt(handle, &number); },
+        [&] { return TavFileSetFileSizeExt(handle, 5); },
+    };
+    for (const auto& call : calls) {
+        int32_t result = -1;
+        const unsigned runs = faults::FailEachCall({
+            .fault = {.operation = "seam"},
+            .scenario = [&] { result = call(); },
+            .check = [&](const std::string& failed) { EXPECT_EQ(result, failed.empty() ? 1 : 0) << failed; },
+        });
+        EXPECT_GT(runs, 0u);
+    }
+    TavFileCloseExt(handle);
+    EXPECT_EQ(ReadFile(folder / "a").substr(0, 3), "old");
 }

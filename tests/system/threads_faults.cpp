@@ -116,3 +116,47 @@ TEST(Sleep, Refused_GivesTheAnswer) {
     EXPECT_EQ(TavSleep(4'000'000), -1);
     EXPECT_EQ(fault.log(), (std::vector<std::string>{"PlatformSleep"}));
 }
+
+TEST(ThreadFacts, WithoutMemory_AreTold) {
+    OpacTavThread* thread = TavCreateThread(nullptr, nullptr, 0, TAV_THREAD_SUSPENDED);
+    const MPQueueID queue = GetTavThreadQueueID(thread);
+    const MPTaskID self = GetCurrentTavThreadID();
+    MPQueueID queueThen;
+    MPTaskID selfThen;
+    int32_t priorities = -1;
+    {
+        faults::Injection fault({.call = 1, .lasting = true, .operation = "memory"});
+        queueThen = GetTavThreadQueueID(thread);
+        selfThen = GetCurrentTavThreadID();
+        priorities = TavSetThreadPriority(thread, 3) | TavGetThreadPriority(thread);
+    }
+    EXPECT_EQ(queueThen, queue);
+    EXPECT_EQ(selfThen, self);
+    EXPECT_EQ(priorities, 0);
+    TavResumeThread(thread);
+    EXPECT_EQ(TavWaitThread(thread, TAV_INFINITE), TAV_WAIT_OBJECT_0);
+    EXPECT_EQ(TavCloseThreadRef(thread), 1);
+}
+
+TEST(ExitThread, EachCallOfItsWaiterFails_EndsItsThread) {
+    const auto leave = [](void*) -> uint32_t {
+        TavExitThread(7);
+        return 1;
+    };
+    for (const char* operation : {"MPWaitOnQueue", "MPDeleteQueue"}) {
+        OpacTavThread* thread = TavCreateThread(leave, nullptr, 0, 0);
+        ASSERT_NE(thread, nullptr);
+        uint32_t waited;
+        unsigned fired;
+        {
+            faults::Injection fault({.call = 1, .code = kMPInvalidIDErr, .operation = operation});
+            waited = TavWaitThread(thread, TAV_INFINITE);
+            fired = fault.fired();
+        }
+        EXPECT_EQ(waited == TAV_WAIT_OBJECT_0, fired == 0) << operation;
+        if (waited != TAV_WAIT_OBJECT_0) {
+            EXPECT_EQ(TavWaitThread(thread, TAV_INFINITE), TAV_WAIT_OBJECT_0);
+        }
+        EXPECT_EQ(TavCloseThreadRef(thread), 1);
+    }
+}

@@ -70,3 +70,40 @@ TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatformOrMemory) {
         EXPECT_EQ(exists, 0) << operation;
     }
 }
+
+// A key's folder, and what is asked of references and expressions that are there.
+TEST(KeyFaults, EachCallFails_GivesTheFolderOrNull) {
+    const TemporaryFolder folder;
+    const TavKey key = KeyOf("pref");
+    const FSRef platform = PlatformRef(folder.path());
+    Tav0TranPathRegister(&key, &platform);
+    const Exp expression = MakeExp(u"$pref");
+    OpacTavFSRef* made = nullptr;
+    int32_t isBase = 0;
+    uint32_t units = 0;
+    int32_t isRelative = -1;
+    const unsigned runs = faults::FailEachCall({
+        .scenario =
+            [&] {
+                TavChar text[64];
+                uint32_t nameUnits = 64;
+                made = Tav0FSRCreateTK(&key);
+                isBase = made ? Tav0FSRIsBaseOnKey(made, &key, nullptr) : 0;
+                units = Tav0FSExpGetExp(expression.get(), text, 64);
+                isRelative = Tav0FSExpIsRelPath(expression.get(), text, &nameUnits);
+            },
+        .check =
+            [&](const std::string& failed) {
+                if (failed.empty()) {
+                    ASSERT_NE(made, nullptr);
+                }
+                if (made) {
+                    EXPECT_EQ(PathOf(made), Wide(folder.path()));
+                }
+                EXPECT_EQ(units, 6u) << failed;
+                EXPECT_EQ(isRelative, 0) << failed;
+                Tav0FSRRelease(made);
+            },
+    });
+    EXPECT_GT(runs, 2u);
+}
