@@ -19,7 +19,8 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
                                FSSpec* newSpec, uint32_t* newDirID);
 
 // Deletes a file with all its forks, or an empty folder. -45 when it is locked, -47 when the folder is not
-// empty or something is mounted on it.
+// empty or something is mounted on it. Where the file has gone and the host would not let go of its other
+// forks, the result tells why.
 OSErr FSDeleteObject(const FSRef* ref);
 
 // Moves an object into another folder of the same volume under its own name. -48 when the name is taken

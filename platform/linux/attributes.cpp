@@ -16,7 +16,6 @@
 #include <atomic>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -31,36 +30,22 @@ struct ProcPath {
     }
 };
 
-// What the kernel's getxattrat takes its value through.
-struct AttributeArguments {
-    alignas(8) uint64_t value;
-    uint32_t size;
-    uint32_t flags;
-};
-constexpr long kGetAttributeAt = 464; // the same number on every architecture but one
-
-static ssize_t GetWithSystemCall(int folder, const char* name, const char* attribute, void* value,
-                                 size_t size) {
-    AttributeArguments arguments = {reinterpret_cast<uintptr_t>(value), static_cast<uint32_t>(size), 0};
-    return static_cast<ssize_t>(syscall(kGetAttributeAt, folder, name, AT_SYMLINK_NOFOLLOW, attribute,
-                                        &arguments, sizeof(arguments)));
-}
-
 static ssize_t GetThroughOpening(int folder, const char* name, const char* attribute, void* value,
                                  size_t size) {
     Descriptor object(OpenName(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    return object ? fgetxattr(object.number(), attribute, value, size) : -1;
+    return object ? Retry([&] { return fgetxattr(object.number(), attribute, value, size); }) : -1;
 }
 
 ssize_t GetAttributeAt(int folder, const char* name, const char* attribute, void* value, size_t size) {
     static std::atomic<bool> lacksCall = false;
     if (!lacksCall.load(std::memory_order_relaxed)) {
-        const ssize_t result = GetWithSystemCall(folder, name, attribute, value, size);
+        const ssize_t result = GetAttributeOfName(folder, name, attribute, value, size);
         // A sandbox that does not know the call denies it with EPERM, which reading never gives otherwise.
         if (result >= 0 || (LastErrorNumber() != ENOSYS && LastErrorNumber() != EPERM)) return result;
         lacksCall.store(true, std::memory_order_relaxed);
     }
-    const ssize_t result = lgetxattr(ProcPath(folder, name).text, attribute, value, size);
+    const ProcPath path(folder, name);
+    const ssize_t result = Retry([&] { return lgetxattr(path.text, attribute, value, size); });
     if (result >= 0 || LastErrorNumber() != ENOENT) return result;
     return GetThroughOpening(folder, name, attribute, value, size);
 }
@@ -130,15 +115,16 @@ OSErr HeldObject::Look(struct statx& facts) const {
 // Acts on the open file, else through /proc, or on a descriptor opened for reading where there is no /proc.
 template <typename ByPath, typename ByDescriptor>
 auto HeldObject::Through(ByPath byPath, ByDescriptor byDescriptor) const {
-    if (isFile_) return byDescriptor(descriptor_);
-    auto result = byPath(ProcPath(descriptor_).text);
+    if (isFile_) return Retry([&] { return byDescriptor(descriptor_); });
+    const ProcPath path(descriptor_);
+    auto result = Retry([&] { return byPath(path.text); });
     if (result >= 0 || (LastErrorNumber() != ENOENT && LastErrorNumber() != ENOTDIR)) return result;
     Descriptor readable(
         OpenName(place_->folder.descriptor(), place_->name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     if (!readable) return result;
     struct statx facts;
     if (FactsAt(readable.number(), "", AT_EMPTY_PATH, facts) < 0 || !SameObject(facts, facts_)) return result;
-    return byDescriptor(readable.number());
+    return Retry([&] { return byDescriptor(readable.number()); });
 }
 
 ssize_t HeldObject::GetAttribute(const char* attribute, void* value, size_t size) const {
@@ -163,16 +149,20 @@ int HeldObject::SetMode(mode_t mode) const {
 }
 
 int HeldObject::SetOwner(uid_t user, gid_t group) const {
-    if (isFile_) return fchown(descriptor_, user, group);
-    return fchownat(descriptor_, "", user, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
+    return Retry([&] {
+        return isFile_ ? fchown(descriptor_, user, group)
+                       : fchownat(descriptor_, "", user, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
+    });
 }
 
 int HeldObject::SetTimes(const FileTimes& times) const {
-    if (isFile_) return futimens(descriptor_, times.data());
-    const int result = utimensat(descriptor_, "", times.data(), AT_EMPTY_PATH);
+    if (isFile_) return Retry([&] { return futimens(descriptor_, times.data()); });
+    const int result = Retry([&] { return utimensat(descriptor_, "", times.data(), AT_EMPTY_PATH); });
     if (result == 0 || (LastErrorNumber() != EINVAL && LastErrorNumber() != ENOENT)) return result;
     // Before Linux 5.8 only a name will do; it was this object's a moment ago.
-    return utimensat(place_->folder.descriptor(), place_->name, times.data(), AT_SYMLINK_NOFOLLOW);
+    return Retry([&] {
+        return utimensat(place_->folder.descriptor(), place_->name, times.data(), AT_SYMLINK_NOFOLLOW);
+    });
 }
 
 // ---- Descriptors

@@ -13,6 +13,7 @@
 #include "platform/linux/names.h"
 #include "platform/linux/property_list.h"
 #include "platform/linux/string_object.h"
+#include "platform/linux/system_calls.h"
 #include "platform/references.h"
 
 #include <dlfcn.h>
@@ -44,12 +45,12 @@ namespace {
 
 bool IsFile(const std::string& path) {
     struct stat facts;
-    return stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+    return Retry([&] { return stat(path.c_str(), &facts); }) == 0 && S_ISREG(facts.st_mode);
 }
 
 bool IsFolder(const std::string& path) {
     struct stat facts;
-    return stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+    return Retry([&] { return stat(path.c_str(), &facts); }) == 0 && S_ISDIR(facts.st_mode);
 }
 
 // The current folder in front of a relative path; a library's name is never looked for anywhere else.
@@ -184,7 +185,7 @@ OpaqueCFBundle* CreateBundle(CFURLRef url) {
 // The program's path without its Contents/MacOS/NAME, or its folder.
 std::string MainBundlePath() {
     char program[PATH_MAX];
-    ssize_t length = readlink("/proc/self/exe", program, sizeof program);
+    ssize_t length = Retry([&] { return readlink("/proc/self/exe", program, sizeof program); });
     if (length <= 0 || length == sizeof program) return "";
     std::string folder(program, static_cast<size_t>(length));
     folder.resize(folder.rfind('/'));

@@ -34,7 +34,7 @@ void SetExtent(OpenFork& fork, const Sidecar& sidecar, const Extent& extent) {
 
 static OSErr ReadLength(OpenFork& fork) {
     uint8_t bytes[4];
-    const ssize_t count = Retry([&] { return pread(fork.descriptor, bytes, sizeof(bytes), fork.lengthAt); });
+    const ssize_t count = ReadFully(fork.descriptor, bytes, sizeof(bytes), fork.lengthAt);
     if (count != sizeof(bytes)) return count < 0 ? LastError() : ioErr;
     fork.length = appledouble::Load32(bytes);
     return noErr;
@@ -43,8 +43,7 @@ static OSErr ReadLength(OpenFork& fork) {
 static OSErr WriteLength(OpenFork& fork, uint64_t length) {
     uint8_t bytes[4];
     appledouble::Store32(bytes, static_cast<uint32_t>(length));
-    const ssize_t count = Retry([&] { return pwrite(fork.descriptor, bytes, sizeof(bytes), fork.lengthAt); });
-    if (count != sizeof(bytes)) return count < 0 ? LastError() : ioErr;
+    if (WriteFully(fork.descriptor, bytes, sizeof(bytes), fork.lengthAt) < 0) return LastError();
     fork.length = length;
     return noErr;
 }
@@ -149,7 +148,7 @@ static OSErr WriteAtMark(OpenFork& fork, const uint8_t* buffer, ByteCount size, 
 OSErr ForkSize(OpenFork& fork, int64_t& size) {
     if (fork.kind == ForkKind::kData) {
         struct stat status;
-        if (fstat(fork.descriptor, &status) < 0) return LastError();
+        if (Retry([&] { return fstat(fork.descriptor, &status); }) < 0) return LastError();
         size = status.st_size;
         return noErr;
     }
@@ -296,7 +295,9 @@ static bool CannotReserve() {
 static OSErr LookForSpace(const OpenFork& fork, uint64_t end) {
     struct stat status;
     struct statvfs volume;
-    if (fstat(fork.descriptor, &status) < 0 || fstatvfs(fork.descriptor, &volume) < 0) return LastError();
+    if (Retry([&] { return fstat(fork.descriptor, &status); }) < 0 ||
+        Retry([&] { return fstatvfs(fork.descriptor, &volume); }) < 0)
+        return LastError();
     if (volume.f_blocks == 0) return noErr; // a volume in memory that does not say how large it is
     const uint64_t occupied = static_cast<uint64_t>(status.st_blocks) * 512;
     const uint64_t free = uint64_t{volume.f_bavail} * volume.f_frsize;

@@ -212,7 +212,7 @@ static OSErr OpenText(const Place& place, const Wish& wish, std::unique_ptr<Open
     if (!SameObject(facts, place.facts)) return fnfErr;
     std::unique_ptr<char[]> text(new (std::nothrow) char[PATH_MAX]);
     if (!text) return memFullErr;
-    const ssize_t length = readlinkat(link.number(), "", text.get(), PATH_MAX);
+    const ssize_t length = Retry([&] { return readlinkat(link.number(), "", text.get(), PATH_MAX); });
     if (length < 0) return LastError();
     link.Reset(-1);
     fork = NewFork(ForkKind::kLink, link, facts, wish);
@@ -227,8 +227,8 @@ static OSErr CheckWriting(const Place& place) {
     const OSErr result = CheckUnlocked(place, permErr);
     if (result != noErr) return result;
     const int folder = place.folder.descriptor();
-    return faccessat(folder, place.name, W_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0 ? noErr
-                                                                                      : LastForkError();
+    constexpr int kFlags = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
+    return Retry([&] { return faccessat(folder, place.name, W_OK, kFlags); }) == 0 ? noErr : LastForkError();
 }
 
 static OSErr OpenResource(const Place& place, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
@@ -329,7 +329,7 @@ static OSErr FindResourceFork(const Place& place, ListedFork& listed) {
     Sidecar sidecar;
     if (place.isLink || IsInBareFolder(place)) return errFSNoMoreItems;
     const OSErr result = sidecar.Open(place, false);
-    if (result != noErr) return result == fnfErr || result == ioErr ? errFSNoMoreItems : result;
+    if (result != noErr) return result == fnfErr || sidecar.IsBroken() ? errFSNoMoreItems : result;
     const auto fork = sidecar.ResourceFork();
     struct statx facts;
     if (!fork) return errFSNoMoreItems;

@@ -1,15 +1,13 @@
 // Futexes, straight on the system call because the C library offers none. Deadlines are absolute, so a wait
-// that a signal cuts short goes on with the time that is left. On 32-bit hosts the call with 64-bit times is
-// used; kernels that lack it get the old one with the seconds that it can hold. Where a kernel, an emulator or
-// a sandbox has no waiting until a deadline at all, sleepers look for themselves every millisecond.
+// that a signal cuts short goes on with the time that is left. Where a kernel, an emulator or a sandbox has no
+// waiting until a deadline at all, sleepers look for themselves every millisecond.
 #include "platform/linux/futex.h"
 
+#include "platform/linux/system_calls.h"
+
 #include <cerrno>
-#include <climits>
 #include <ctime>
 #include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) &&
               std::atomic<uint32_t>::is_always_lock_free);
@@ -18,36 +16,9 @@ namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-// What the kernel reads, whatever the C library's timespec is.
-template <typename Number>
-struct KernelTime {
-    Number seconds;
-    Number nanoseconds;
-};
-
-template <typename Number>
-long Call(long number, const std::atomic<uint32_t>& word, int operation, uint32_t value,
-          const Deadline& deadline) {
-    KernelTime<Number> time{};
-    const KernelTime<Number>* given = nullptr;
-    if (!deadline.IsNever()) {
-        constexpr int64_t kLatest = sizeof(Number) < sizeof(int64_t) ? INT32_MAX : INT64_MAX;
-        time.seconds = static_cast<Number>(deadline.Seconds() < kLatest ? deadline.Seconds() : kLatest);
-        time.nanoseconds = static_cast<Number>(deadline.Nanoseconds());
-        given = &time;
-    }
-    return syscall(number, &word, operation | FUTEX_PRIVATE_FLAG, value, given, nullptr,
-                   FUTEX_BITSET_MATCH_ANY);
-}
-
 long Call(const std::atomic<uint32_t>& word, int operation, uint32_t value, const Deadline& deadline) {
-#ifdef SYS_futex_time64
-    long result = Call<int64_t>(SYS_futex_time64, word, operation, value, deadline);
-    if (result >= 0 || errno != ENOSYS) {
-        return result;
-    }
-#endif
-    return Call<long>(SYS_futex, word, operation, value, deadline);
+    const KernelMoment until = {deadline.Seconds(), deadline.Nanoseconds()};
+    return CallFutex(word, operation, value, deadline.IsNever() ? nullptr : &until);
 }
 
 } // namespace

@@ -167,7 +167,7 @@ static OSErr Fetch(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCount i
 static bool NoticeChange(OpaqueFSIterator& iterator) {
     struct statx facts;
     if (!iterator.reader.IsOpen() ||
-        statx(iterator.reader.descriptor(), "", AT_EMPTY_PATH, STATX_MTIME, &facts) != 0)
+        FactsAt(iterator.reader.descriptor(), "", AT_EMPTY_PATH, facts, STATX_MTIME) != 0)
         return false;
     const struct statx_timestamp before = iterator.changed;
     iterator.changed = facts.stx_mtime;

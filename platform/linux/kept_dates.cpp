@@ -106,7 +106,7 @@ static bool WasChangedByOthers(const OpenFork& fork, const KeptDate& kept, const
 }
 
 static bool SetDates(int file, KeptDate& kept) {
-    if (futimens(file, kept.times.data()) != 0) return false;
+    if (Retry([&] { return futimens(file, kept.times.data()); }) != 0) return false;
     kept.shown = {kept.times[1].tv_sec, static_cast<uint32_t>(kept.times[1].tv_nsec), 0};
     kept.times[0].tv_nsec = UTIME_OMIT;
     kept.isOwed = false;

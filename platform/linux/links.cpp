@@ -33,7 +33,7 @@ static OSErr ReadText(const Place& place, char (&text)[PATH_MAX]) {
     if (!file || FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     if (!SameObject(facts, place.facts)) return fnfErr;
     if (facts.stx_size == 0 || facts.stx_size >= sizeof(text)) return paramErr;
-    const ssize_t count = Retry([&] { return pread(file.number(), text, sizeof(text) - 1, 0); });
+    const ssize_t count = ReadFully(file.number(), text, sizeof(text) - 1, 0);
     if (count < 0) return LastError();
     text[count] = 0;
     return count > 0 && std::strlen(text) == static_cast<size_t>(count) ? noErr : paramErr;
@@ -45,7 +45,7 @@ static OSErr MakeLink(int folder, const char* text, char (&name)[64]) {
     for (unsigned tries = 0; tries < 100; ++tries) {
         const unsigned number = count.fetch_add(1, std::memory_order_relaxed);
         std::snprintf(name, sizeof(name), ".TavPort-link-%ld-%u", static_cast<long>(getpid()), number);
-        if (symlinkat(text, folder, name) == 0) return noErr;
+        if (Retry([&] { return symlinkat(text, folder, name); }) == 0) return noErr;
         if (LastErrorNumber() != EEXIST) break;
     }
     return LastError();
@@ -58,11 +58,10 @@ static OSErr Dress(int folder, const char* name, const struct statx& facts, stru
     times[0].tv_nsec = static_cast<long>(facts.stx_atime.tv_nsec);
     times[1].tv_sec = static_cast<time_t>(facts.stx_mtime.tv_sec);
     times[1].tv_nsec = static_cast<long>(facts.stx_mtime.tv_nsec);
-    if (utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW) < 0) return LastError();
-    if (fchownat(folder, name, facts.stx_uid, facts.stx_gid, AT_SYMLINK_NOFOLLOW) < 0 &&
-        LastErrorNumber() != EPERM) {
-        return LastError();
-    }
+    if (Retry([&] { return utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW); }) < 0) return LastError();
+    const int given =
+        Retry([&] { return fchownat(folder, name, facts.stx_uid, facts.stx_gid, AT_SYMLINK_NOFOLLOW); });
+    if (given < 0 && LastErrorNumber() != EPERM) return LastError();
     return FactsAt(folder, name, AT_SYMLINK_NOFOLLOW, linkFacts) < 0 ? LastError() : noErr;
 }
 
@@ -71,7 +70,7 @@ static OSErr Replace(const Place& place, const char* name) {
     struct statx facts;
     if (FactsAt(folder, place.name, AT_SYMLINK_NOFOLLOW, facts) < 0) return LastError();
     if (!SameObject(facts, place.facts)) return fnfErr;
-    return renameat(folder, name, folder, place.name) < 0 ? LastError() : noErr;
+    return Retry([&] { return renameat(folder, name, folder, place.name); }) < 0 ? LastError() : noErr;
 }
 
 OSErr TurnIntoLink(const Place& place) {
@@ -86,7 +85,7 @@ OSErr TurnIntoLink(const Place& place) {
     result = Dress(folder, name, place.facts, linkFacts);
     if (result == noErr) result = Replace(place, name);
     if (result != noErr) {
-        unlinkat(folder, name, 0);
+        (void)Retry([&] { return unlinkat(folder, name, 0); });
         return result;
     }
     ObjectReplaced(place, linkFacts);

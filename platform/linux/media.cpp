@@ -192,7 +192,7 @@ static std::string CountChanges() {
     char text[32];
     int file = Retry([] { return open(kChanges, O_RDONLY | O_CLOEXEC); });
     if (file < 0) return {};
-    ssize_t size = Retry([&] { return read(file, text, sizeof text); });
+    ssize_t size = ReadFully(file, text, sizeof text, 0);
     Close(file);
     return size > 0 ? std::string(text, static_cast<size_t>(size)) : std::string();
 }

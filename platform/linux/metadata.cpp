@@ -69,15 +69,18 @@ static FSPermissionInfo Permissions(const struct statx& facts) {
 }
 
 // A folder that may not be listed shows nothing.
-static uint32_t Valence(const Place& place) {
+static OSErr CountEntries(const Place& place, uint32_t& count) {
     FolderHandle folder;
-    if (OpenFolder(place, folder) != noErr) return 0;
-    uint32_t count = 0;
-    const OSErr result = VisitEntries(folder, [&](const DirectoryEntry& entry) {
-        if (!IsSidecar(folder.descriptor(), entry.name)) ++count;
-        return false;
-    });
-    return result == noErr ? count : 0;
+    count = 0;
+    OSErr result = OpenFolder(place, folder);
+    if (result == noErr) {
+        result = VisitEntries(folder, [&](const DirectoryEntry& entry) {
+            if (!IsSidecar(folder.descriptor(), entry.name)) ++count;
+            return false;
+        });
+    }
+    if (result != noErr) count = 0;
+    return result == afpAccessDenied ? noErr : result;
 }
 
 // ---- Metadata
@@ -133,15 +136,21 @@ static void FillDataSizes(const Place& place, FSCatalogInfo& info) {
     info.dataPhysicalSize = hasData ? place.facts.stx_blocks * 512 : 0;
 }
 
-static void FillResourceSizes(const Place& place, FSCatalogInfo& info) {
+// A resource fork that may not be seen, or makes no sense, has no size.
+static OSErr FillResourceSizes(const Place& place, FSCatalogInfo& info) {
     info.rsrcLogicalSize = info.rsrcPhysicalSize = 0;
     Sidecar sidecar;
-    if (!S_ISREG(place.facts.stx_mode) || sidecar.Open(place, false) != noErr) return;
+    if (!S_ISREG(place.facts.stx_mode)) return noErr;
+    const OSErr result = sidecar.Open(place, false);
+    if (result == fnfErr || result == afpAccessDenied || sidecar.IsBroken()) return noErr;
+    if (result != noErr) return result;
     const auto fork = sidecar.ResourceFork();
     struct statx facts;
-    if (!fork || FactsAt(sidecar.descriptor(), "", AT_EMPTY_PATH, facts) < 0) return;
+    if (!fork) return noErr;
+    if (FactsAt(sidecar.descriptor(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     info.rsrcLogicalSize = fork->length;
     info.rsrcPhysicalSize = facts.stx_blocks * 512;
+    return noErr;
 }
 
 // ---- The whole
@@ -163,10 +172,11 @@ static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FS
 OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
                       bool mayHaveSidecar) {
     FillFromStatus(place, whichInfo, info);
-    if (whichInfo & kFSCatInfoValence) info.valence = IsFolder(place) ? Valence(place) : 0;
-    if (whichInfo & kFSCatInfoRsrcSizes) FillResourceSizes(place, info);
     OSErr result = noErr;
-    if (whichInfo & kFSCatInfoNodeID) result = NodeID(place, info.nodeID);
+    info.valence = whichInfo & kFSCatInfoValence ? 0 : info.valence;
+    if ((whichInfo & kFSCatInfoValence) && IsFolder(place)) result = CountEntries(place, info.valence);
+    if (result == noErr && (whichInfo & kFSCatInfoRsrcSizes)) result = FillResourceSizes(place, info);
+    if (result == noErr && (whichInfo & kFSCatInfoNodeID)) result = NodeID(place, info.nodeID);
     if (result == noErr && (whichInfo & kMetadataFacts))
         result = FillMetadata(place, whichInfo, info, mayHaveSidecar);
     return result;

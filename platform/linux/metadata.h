@@ -50,16 +50,23 @@ bool IsSidecar(int folder, const char* name);
 OSErr FindSidecar(int folder, const char* name);
 
 // To be asked before an object goes to another name: -48 when it has a sidecar whose place there is taken,
-// -37 when the sidecar's name would be too long.
-OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName);
+// -37 when the sidecar's name would be too long. `has` tells whether it has one.
+OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName, bool* has = nullptr);
 
-// Removes the sidecar of `name`, which has just been deleted; 0 when there is none.
-OSErr RemoveSidecar(int folder, const char* name);
+// What an object that is to be deleted has beside it; unknown when looking failed.
+enum class Beside { kNothing, kSidecar, kUnknown };
+
+// To be asked before an object is deleted; -42 or -108 when there is not enough to look with.
+OSErr CheckSidecarRemoval(int folder, const char* name, Beside& beside);
+
+// Removes the sidecar of `name`, which has just been deleted; 0 when there is none. One that is known to be
+// there and cannot be looked at any more is a failure, here and below.
+OSErr RemoveSidecar(int folder, const char* name, bool isKnown = false);
 
 // Takes the sidecar along after its file has gone from one name to another; 0 when there is none, and an
 // orphan at the new name then stays an ordinary entry for good. -48 when the new place is taken. Nothing has
 // changed on failure.
-OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName);
+OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName, bool isKnown = false);
 
 // Counts the sidecars that these operations have made, whether in place of an attribute or for a resource
 // fork, so that a folder seen without sidecars is known to be still without them.

@@ -18,6 +18,7 @@
 #include "platform/linux/multiprocessing_ids.h"
 #include "platform/linux/multiprocessing_queues.h"
 #include "platform/linux/multiprocessing_wait.h"
+#include "platform/linux/system_calls.h"
 #include "platform/process.h"
 
 #include <algorithm>
@@ -29,7 +30,6 @@
 #include <mutex>
 #include <new>
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
 
@@ -193,9 +193,7 @@ void ForgetKeyValues() {
 
 [[noreturn]] void LeaveThread() {
     ForgetKeyValues();
-    for (;;) {
-        syscall(SYS_exit, 0);
-    }
+    EndThread();
 }
 
 // Also runs in the signal handler: allocates nothing, frees nothing.
@@ -218,7 +216,7 @@ void AcceptTermination(Task& task) {
         pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     }
     // Either the terminator sees the number, or this thread sees that it was asked.
-    task.kernelID.store(static_cast<pid_t>(syscall(SYS_gettid)));
+    task.kernelID.store(gettid());
     if (task.asked.load()) {
         EndTerminatedTask();
     }
@@ -331,7 +329,7 @@ void ForgetOtherTasks() {
         delete std::exchange(task, task->next);
     }
     if (mine != nullptr) {
-        mine->kernelID.store(static_cast<pid_t>(syscall(SYS_gettid)));
+        mine->kernelID.store(gettid());
         mine->asked.store(false);
     }
     UnlockTasks();
@@ -439,7 +437,7 @@ OSStatus MPTerminateTask(MPTaskID task, OSStatus terminationStatus) {
     victim.asked.store(true);
     // It cannot be gone: its end needs the lock. The host may be out of room for one more pending signal.
     pid_t thread = victim.kernelID.load();
-    if (thread != 0 && syscall(SYS_tgkill, getpid(), thread, terminationSignal) != 0) {
+    if (thread != 0 && tgkill(getpid(), thread, terminationSignal) != 0) {
         victim.asked.store(false);
         return kMPInsufficientResourcesErr;
     }

@@ -141,7 +141,7 @@ static OSErr LoadFromSidecar(const Place& place, Facts& facts) {
     Sidecar sidecar;
     OSErr result = sidecar.Open(place, false);
     if (result == noErr) result = sidecar.GetFacts(facts);
-    return result == fnfErr || result == ioErr || result == afpAccessDenied ? noErr : result;
+    return result == fnfErr || sidecar.IsBroken() || result == afpAccessDenied ? noErr : result;
 }
 
 static OSErr LoadFinderInfoFromSidecar(const Place& place, Facts& facts) {
@@ -184,7 +184,9 @@ OSErr CheckUnlocked(const Place& place, int file, OSErr refusal) {
     Record record;
     Facts facts;
     Found found = ReadRecord(
-        [file](void* bytes, size_t size) { return fgetxattr(file, kMetadataAttribute, bytes, size); },
+        [file](void* bytes, size_t size) {
+            return Retry([&] { return fgetxattr(file, kMetadataAttribute, bytes, size); });
+        },
         record);
     if (found == Found::kDenied) found = ReadRecordOf(file, place, record);
     const OSErr result = Interpret(found, record, place, Look::kAttributeOnly, facts);

@@ -46,21 +46,27 @@ static OSErr Unlink(const Place& place) {
 
 // ---- Creating
 
+// Takes back what has been made and cannot be looked at; gives why.
+static OSErr RemoveUnseen(const Place& made, int flags) {
+    const OSErr result = LastError();
+    (void)Retry([&] { return unlinkat(made.folder.descriptor(), made.name, flags); });
+    return result;
+}
+
 // Makes the empty file or folder that `made` names and looks at it; a file stays open.
 static OSErr MakeFile(Place& made, mode_t mode, Descriptor& file) {
     file.Reset(OpenName(made.folder.descriptor(), made.name, O_WRONLY | O_CREAT | O_EXCL, mode));
     if (!file) return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
     if (FactsAt(file.number(), "", AT_EMPTY_PATH, made.facts) == 0) return noErr;
-    const OSErr result = LastError();
-    unlinkat(made.folder.descriptor(), made.name, 0);
-    return result;
+    return RemoveUnseen(made, 0);
 }
 
 static OSErr MakeFolder(Place& made, mode_t mode, Descriptor&) {
     const int folder = made.folder.descriptor();
     if (Retry([&] { return mkdirat(folder, made.name, mode); }) != 0)
         return LastErrorNumber() == EINVAL ? bdNamErr : LastError();
-    if (FactsAt(folder, made.name, AT_SYMLINK_NOFOLLOW, made.facts) != 0) return LastError();
+    if (FactsAt(folder, made.name, AT_SYMLINK_NOFOLLOW, made.facts) != 0)
+        return RemoveUnseen(made, AT_REMOVEDIR);
     return IsFolder(made) ? noErr : fnfErr;
 }
 
@@ -147,6 +153,12 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
 
 // ---- Deleting
 
+// Whether the object may go, and what goes with it.
+static OSErr CheckDeletion(const Place& place, Beside& beside) {
+    const OSErr result = CheckUnlocked(place, fLckdErr);
+    return result == noErr ? CheckSidecarRemoval(place.folder.descriptor(), place.name, beside) : result;
+}
+
 OSErr FSDeleteObject(const FSRef* ref) {
     if (!ref) return paramErr;
     const TerminationHold hold;
@@ -156,16 +168,17 @@ OSErr FSDeleteObject(const FSRef* ref) {
     if (place.folderID == kRootParent) return fBsyErr;
 
     bool isLocked;
-    const bool hasNoSidecar = RecallSighting(*ref, place, isLocked);
-    if (hasNoSidecar)
+    Beside beside = Beside::kNothing;
+    if (RecallSighting(*ref, place, isLocked))
         result = isLocked ? fLckdErr : noErr;
     else
-        result = WithDescriptors([&] { return CheckUnlocked(place, fLckdErr); });
+        result = WithDescriptors([&] { return CheckDeletion(place, beside); });
     if (result == noErr) result = Unlink(place);
     if (result != noErr) return result;
     ObjectDeleted(place);
-    if (hasNoSidecar) return noErr;
-    return WithDescriptors([&] { return RemoveSidecar(place.folder.descriptor(), place.name); });
+    if (beside == Beside::kNothing) return noErr;
+    return WithDescriptors(
+        [&] { return RemoveSidecar(place.folder.descriptor(), place.name, beside == Beside::kSidecar); });
 }
 
 // ---- Moving and renaming
@@ -192,11 +205,14 @@ static OSErr RenameEntry(const Place& from, const Place& to) {
 // Renames the object and its sidecar, both or neither.
 static OSErr RenameWithSidecar(const Place& from, const Place& to) {
     const int folder = from.folder.descriptor(), newFolder = to.folder.descriptor();
-    OSErr result = WithDescriptors([&] { return CheckSidecarMove(folder, from.name, newFolder, to.name); });
+    bool hasSidecar = false;
+    OSErr result =
+        WithDescriptors([&] { return CheckSidecarMove(folder, from.name, newFolder, to.name, &hasSidecar); });
     if (result == dupFNErr && AreOneEntry(from, to)) result = noErr;
     if (result == noErr) result = RenameEntry(from, to);
     if (result != noErr) return result;
-    result = WithDescriptors([&] { return RenameSidecar(folder, from.name, newFolder, to.name); });
+    result =
+        WithDescriptors([&] { return RenameSidecar(folder, from.name, newFolder, to.name, hasSidecar); });
     if (result != noErr) (void)RenameWithoutReplacing(newFolder, to.name, folder, from.name);
     return result;
 }

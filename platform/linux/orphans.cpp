@@ -10,6 +10,7 @@
 #include "platform/linux/child_safe_mutex.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/system_calls.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -30,14 +31,16 @@ static bool IsInRing(const struct statx& facts) {
 }
 
 bool IsOrphan(int file, const struct statx& facts) {
-    return fgetxattr(file, kMark, nullptr, 0) >= 0 || IsInRing(facts);
+    return Retry([&] { return fgetxattr(file, kMark, nullptr, 0); }) >= 0 || IsInRing(facts);
 }
 
 static bool Mark(int file, mode_t mode) {
-    if (fsetxattr(file, kMark, "1", 1, 0) == 0) return true;
-    if (LastErrorNumber() != EACCES || fchmod(file, (mode & 07777) | S_IWUSR) != 0) return false;
-    const bool marked = fsetxattr(file, kMark, "1", 1, 0) == 0;
-    return fchmod(file, mode & 07777) == 0 && marked;
+    const auto set = [file] { return Retry([&] { return fsetxattr(file, kMark, "1", 1, 0); }) == 0; };
+    const auto allow = [file](mode_t rights) { return Retry([&] { return fchmod(file, rights); }) == 0; };
+    if (set()) return true;
+    if (LastErrorNumber() != EACCES || !allow((mode & 07777) | S_IWUSR)) return false;
+    const bool marked = set();
+    return allow(mode & 07777) && marked;
 }
 
 void RememberOrphan(int file, const struct statx& facts) {

@@ -24,23 +24,12 @@ using namespace appledouble;
 // ---- Bytes of a file
 
 static OSErr ReadBytes(int file, void* bytes, size_t size, uint64_t offset) {
-    auto* at = static_cast<uint8_t*>(bytes);
-    while (size) {
-        const ssize_t count = Retry([&] { return pread(file, at, size, static_cast<off_t>(offset)); });
-        if (count <= 0) return count < 0 ? LastError() : ioErr;
-        at += count, offset += static_cast<uint64_t>(count), size -= static_cast<size_t>(count);
-    }
-    return noErr;
+    const ssize_t count = ReadFully(file, bytes, size, offset);
+    return count < 0 ? LastError() : static_cast<size_t>(count) == size ? noErr : ioErr;
 }
 
 static OSErr WriteBytes(int file, const void* bytes, size_t size, uint64_t offset) {
-    auto* at = static_cast<const uint8_t*>(bytes);
-    while (size) {
-        const ssize_t count = Retry([&] { return pwrite(file, at, size, static_cast<off_t>(offset)); });
-        if (count <= 0) return count < 0 ? LastError() : ioErr;
-        at += count, offset += static_cast<uint64_t>(count), size -= static_cast<size_t>(count);
-    }
-    return noErr;
+    return WriteFully(file, bytes, size, offset) < 0 ? LastError() : noErr;
 }
 
 static OSErr CopyBytes(int from, const Extent& extent, int to, uint64_t offset) {
@@ -75,6 +64,7 @@ OSErr Sidecar::ReadHeader() {
     const OSErr result = ReadBytes(file_.number(), bytes, size, 0);
     if (result != noErr) return result;
     const auto header = ParseHeader(std::span(bytes, size), size_);
+    isBroken_ = !header;
     if (!header) return ioErr;
     header_ = *header;
     return noErr;
@@ -84,11 +74,11 @@ OSErr Sidecar::ReadHeader() {
 // is itself read-only has metadata that can be set.
 static void Match(int sidecar, const struct statx& facts) {
     mode_t mode = (facts.stx_mode & 0666) | S_IRUSR | S_IWUSR;
-    if (fchown(sidecar, facts.stx_uid, facts.stx_gid) < 0 &&
-        fchown(sidecar, static_cast<uid_t>(-1), facts.stx_gid) < 0) {
-        mode &= ~static_cast<mode_t>(S_IRWXG);
-    }
-    (void)fchmod(sidecar, mode);
+    const auto give = [&](uid_t user) {
+        return Retry([&] { return fchown(sidecar, user, facts.stx_gid); }) == 0;
+    };
+    if (!give(facts.stx_uid) && !give(static_cast<uid_t>(-1))) mode &= ~static_cast<mode_t>(S_IRWXG);
+    (void)Retry([&] { return fchmod(sidecar, mode); });
 }
 
 void MatchSidecar(const Place& place) {
@@ -101,7 +91,12 @@ void MatchSidecar(const Place& place) {
 }
 
 static bool LacksAttributes(int file) {
-    return fgetxattr(file, kMetadataAttribute, nullptr, 0) < 0 && HasNoAttributes();
+    return Retry([&] { return fgetxattr(file, kMetadataAttribute, nullptr, 0); }) < 0 && HasNoAttributes();
+}
+
+// Takes the name from a sidecar that is not wanted.
+static OSErr Remove(int folder, const char* name) {
+    return Retry([&] { return unlinkat(folder, name, 0); }) == 0 ? noErr : LastError();
 }
 
 // Makes a new file with a name that nothing else has.
@@ -132,7 +127,7 @@ OSErr Sidecar::Make() {
     Match(file_.number(), place_->facts);
     if (result == noErr && RenameWithoutReplacing(folder, newName, folder, name.bytes) < 0)
         result = LastError();
-    if (result != noErr) unlinkat(folder, newName, 0);
+    if (result != noErr) (void)Remove(folder, newName);
     return result;
 }
 
@@ -202,7 +197,7 @@ OSErr Sidecar::SetFacts(const Facts& facts) {
     const bool allFit = WriteFacts(after.header, after.bytes, facts);
     if (allFit && HoldsNothing(after)) {
         const SidecarName name(place_->name);
-        return unlinkat(place_->folder.descriptor(), name.bytes, 0) == 0 ? noErr : LastError();
+        return Remove(place_->folder.descriptor(), name.bytes);
     }
     return !allFit && CanBeRewritten() ? Rewrite(facts, false) : Scatter(before, after);
 }
@@ -245,7 +240,7 @@ OSErr Sidecar::WriteCopy(int to, const Facts& facts, bool withFork) const {
         result = CopyBytes(file_.number(), *fork, to, size);
     }
     if (result == noErr) result = WriteBytes(to, front, size, 0);
-    return result == noErr && fdatasync(to) < 0 ? LastError() : result;
+    return result == noErr && Retry([&] { return fdatasync(to); }) < 0 ? LastError() : result;
 }
 
 OSErr Sidecar::Rewrite(const Facts& facts, bool withFork) {
@@ -258,9 +253,10 @@ OSErr Sidecar::Rewrite(const Facts& facts, bool withFork) {
     if (!file) return LastError();
     OSErr result = WriteCopy(file.number(), facts, withFork);
     Match(file.number(), place_->facts);
-    if (result == noErr && renameat(folder, newName, folder, name.bytes) < 0) result = LastError();
+    if (result == noErr && Retry([&] { return renameat(folder, newName, folder, name.bytes); }) < 0)
+        result = LastError();
     if (result != noErr) {
-        unlinkat(folder, newName, 0);
+        (void)Remove(folder, newName);
         return result;
     }
     file_.Reset(file.Release());
@@ -289,13 +285,14 @@ uint32_t Sidecar::ResourceForkLengthAt() const {
 }
 
 // Enters a fork in the header, which may have no room for it.
-OSErr Sidecar::AddResourceFork() {
+OSErr Sidecar::AddResourceFork(bool& hasRoom) {
+    hasRoom = true;
     uint8_t bytes[HeaderSize(kMostEntries + 1)];
     const size_t size = std::min<uint64_t>(HeaderSize(header_.count + 1), size_);
     OSErr result = ReadBytes(file_.number(), bytes, size, 0);
     if (result != noErr) return result;
-    if (!appledouble::AddResourceFork(header_, std::span(bytes, size), std::max(header_.End(), size_)))
-        return ioErr;
+    hasRoom = appledouble::AddResourceFork(header_, std::span(bytes, size), std::max(header_.End(), size_));
+    if (!hasRoom) return ioErr;
     result = WriteBytes(file_.number(), bytes, size, 0);
     return result == noErr ? ReadHeader() : result;
 }
@@ -307,8 +304,9 @@ OSErr Sidecar::MakeResourceFork() {
         const OSErr result = WriteBytes(file_.number(), none, sizeof(none), blank->where + 8);
         return result == noErr ? ReadHeader() : result;
     }
-    OSErr result = AddResourceFork();
-    if (result != ioErr || !CanBeRewritten()) return result;
+    bool hasRoom;
+    OSErr result = AddResourceFork(hasRoom);
+    if (hasRoom || !CanBeRewritten()) return result;
     Facts facts;
     result = GetFacts(facts);
     return result == noErr ? Rewrite(facts, true) : result;
@@ -332,7 +330,7 @@ OSErr Sidecar::MakeResourceForkLast(Extent& extent) {
     OSErr result = noErr;
     if (end < header_.End()) {
         result = MoveResourceFork(*fork);
-    } else if (end < size_ && ftruncate(file_.number(), static_cast<off_t>(end)) < 0) {
+    } else if (end < size_ && Retry([&] { return ftruncate(file_.number(), static_cast<off_t>(end)); }) < 0) {
         // What lies behind belongs to no entry, but would show when the fork grows over it.
         result = LastError();
     }

@@ -42,6 +42,9 @@ public:
     uint32_t ResourceForkLengthAt() const;
 
     int descriptor() const { return file_.number(); }
+    // Whether it failed to open because its bytes make no sense, as opposed to their not being had.
+    bool IsBroken() const { return isBroken_; }
+
     int ReleaseDescriptor() { return file_.Release(); }
 
 private:
@@ -55,12 +58,13 @@ private:
     OSErr WriteCopy(int to, const appledouble::Facts& facts, bool withFork) const;
     bool HoldsNothing(const Gathered& gathered) const;
     bool IsBlank(const appledouble::Entry& fork) const;
-    OSErr AddResourceFork();
+    OSErr AddResourceFork(bool& hasRoom);
     OSErr MoveResourceFork(const appledouble::Entry& fork);
 
     const Place* place_ = nullptr;
     Descriptor file_;
     appledouble::Header header_;
+    bool isBroken_ = false;
     uint64_t size_ = 0;
 };
 

@@ -36,10 +36,16 @@ SidecarName::SidecarName(const char* name) {
 
 // ---- Telling them
 
-static bool BeginsWithMagic(int file) {
+// -43 when it does not.
+static OSErr CheckMagic(int file) {
     uint8_t magic[appledouble::kMagicSize];
-    const ssize_t count = Retry([&] { return pread(file, magic, sizeof(magic), 0); });
-    return count == sizeof(magic) && appledouble::Load32(magic) == appledouble::kMagic;
+    const ssize_t count = ReadFully(file, magic, sizeof(magic), 0);
+    if (count < 0) return LastError();
+    return count == sizeof(magic) && appledouble::Load32(magic) == appledouble::kMagic ? noErr : fnfErr;
+}
+
+static int SetMode(int file, mode_t mode) {
+    return Retry([&] { return fchmod(file, mode); });
 }
 
 // Opens for reading and writing, lending the owner the right to write where the mode denies it.
@@ -50,9 +56,9 @@ static int OpenForWriting(int folder, const char* name) {
     Descriptor readable(OpenName(folder, name, O_RDONLY | kFlags));
     struct statx facts;
     if (!readable || FactsAt(readable.number(), "", AT_EMPTY_PATH, facts) < 0) return -1;
-    if (fchmod(readable.number(), (facts.stx_mode & 07777) | S_IWUSR) < 0) return -1;
+    if (SetMode(readable.number(), (facts.stx_mode & 07777) | S_IWUSR) < 0) return -1;
     const int lent = OpenName(folder, name, O_RDWR | kFlags);
-    if (fchmod(readable.number(), facts.stx_mode & 07777) == 0) return lent;
+    if (SetMode(readable.number(), facts.stx_mode & 07777) == 0) return lent;
     Close(lent);
     return -1;
 }
@@ -71,8 +77,8 @@ OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descript
                           : OpenName(folder, sidecar, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     if (!file) return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();
     if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
-    if (!S_ISREG(facts.stx_mode) || !BeginsWithMagic(file.number())) return fnfErr;
-    return IsOrphan(file.number(), facts) ? fnfErr : noErr;
+    const OSErr result = S_ISREG(facts.stx_mode) ? CheckMagic(file.number()) : fnfErr;
+    return result == noErr && IsOrphan(file.number(), facts) ? fnfErr : result;
 }
 
 // A want of descriptors or memory says nothing about an entry, and must not part a file from its sidecar.
@@ -80,12 +86,13 @@ static bool IsWant(OSErr result) {
     return result == tmfoErr || result == memFullErr;
 }
 
-// Like OpenAppleDouble without keeping it open; what cannot be opened is an ordinary entry, -43.
-static OSErr FindAppleDouble(int folder, const char* sidecar) {
+// Like OpenAppleDouble without keeping it open; what cannot be opened is an ordinary entry, -43, unless it is
+// known to be none.
+static OSErr FindAppleDouble(int folder, const char* sidecar, bool isKnown = false) {
     Descriptor file;
     struct statx facts;
     const OSErr result = OpenAppleDouble(folder, sidecar, false, file, facts);
-    return result == noErr || IsWant(result) ? result : fnfErr;
+    return result == noErr || IsWant(result) || isKnown ? result : fnfErr;
 }
 
 // Whether an object that can have a sidecar has the name.
@@ -114,9 +121,9 @@ bool IsSidecar(int folder, const char* name) {
 
 // The sidecar of the object that had `name` until a moment ago. For "._x" beside "x" the answer is none:
 // whether that was a sidecar itself can no longer be told, and then nothing of its own stood beside it.
-static OSErr FindSidecarOfGone(int folder, const char* name, const SidecarName& sidecar) {
+static OSErr FindSidecarOfGone(int folder, const char* name, const SidecarName& sidecar, bool isKnown) {
     if (!sidecar || (std::strncmp(name, "._", 2) == 0 && HasNeighbour(folder, name + 2))) return fnfErr;
-    return FindAppleDouble(folder, sidecar.bytes);
+    return FindAppleDouble(folder, sidecar.bytes, isKnown);
 }
 
 // ---- Taking them along
@@ -136,9 +143,10 @@ static bool AreOneEntry(int folder, const char* name, int otherFolder, const cha
            FactsAt(otherFolder, other, AT_SYMLINK_NOFOLLOW, b) == 0 && SameObject(a, b);
 }
 
-OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName) {
+OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* newName, bool* has) {
     const SidecarName sidecar(name), newSidecar(newName);
     const OSErr result = sidecar ? FindSidecar(folder, sidecar.bytes) : fnfErr;
+    if (has) *has = result == noErr;
     if (result != noErr) return result == fnfErr ? noErr : result;
     if (!newSidecar) return bdNamErr;
     struct statx facts;
@@ -148,17 +156,23 @@ OSErr CheckSidecarMove(int folder, const char* name, int newFolder, const char* 
     return AreOneEntry(folder, sidecar.bytes, newFolder, newSidecar.bytes) ? noErr : dupFNErr;
 }
 
-OSErr RemoveSidecar(int folder, const char* name) {
+OSErr CheckSidecarRemoval(int folder, const char* name, Beside& beside) {
+    const OSErr result = FindSidecarOfGone(folder, name, SidecarName(name), true);
+    beside = result == noErr ? Beside::kSidecar : result == fnfErr ? Beside::kNothing : Beside::kUnknown;
+    return IsWant(result) ? result : noErr;
+}
+
+OSErr RemoveSidecar(int folder, const char* name, bool isKnown) {
     const SidecarName sidecar(name);
-    const OSErr result = FindSidecarOfGone(folder, name, sidecar);
+    const OSErr result = FindSidecarOfGone(folder, name, sidecar, isKnown);
     if (result != noErr) return result == fnfErr ? noErr : result;
     if (Retry([&] { return unlinkat(folder, sidecar.bytes, 0); }) == 0) return noErr;
     return LastErrorNumber() == ENOENT ? noErr : LastError();
 }
 
-OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName) {
+OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* newName, bool isKnown) {
     const SidecarName sidecar(name), newSidecar(newName);
-    OSErr result = FindSidecarOfGone(folder, name, sidecar);
+    OSErr result = FindSidecarOfGone(folder, name, sidecar, isKnown);
     if (result == fnfErr) return DisownOrphan(newFolder, newName);
     if (result != noErr) return result;
     if (!newSidecar) return bdNamErr;
@@ -166,7 +180,8 @@ OSErr RenameSidecar(int folder, const char* name, int newFolder, const char* new
         result = LastError();
         if (result != dupFNErr) return result;
         if (!AreOneEntry(folder, sidecar.bytes, newFolder, newSidecar.bytes)) return dupFNErr;
-        if (renameat(folder, sidecar.bytes, newFolder, newSidecar.bytes) < 0) return LastError();
+        if (Retry([&] { return renameat(folder, sidecar.bytes, newFolder, newSidecar.bytes); }) < 0)
+            return LastError();
     }
     CountSidecar();
     return noErr;

@@ -1,17 +1,20 @@
-// Raw system calls: openat2, getdents64, renameat2, and statx through the C library.
+// Raw system calls: openat2, getdents64, renameat2, getxattrat, futex and exit, and statx through the C library.
 // A kernel before 5.6, an emulator or a sandbox may lack or deny openat2 (ENOSYS, EPERM): then every name is
 // opened on its own with O_NOFOLLOW, which is slower and just as strict. One before 5.8 leaves the mount out of
 // the facts: it is asked for on its own. A file system may lack renaming without replacing (EINVAL): then files
-// are linked and unlinked. Sections: facts, opening, entries, renaming.
+// are linked and unlinked. On 32-bit hosts the futex call with 64-bit times is used; kernels that lack it get the
+// old one with the seconds that it can hold. Sections: facts, opening, entries, bytes, renaming, threads.
 #include "platform/linux/system_calls.h"
 
 #include "platform/linux/references.h"
 
 #include <array>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <linux/openat2.h>
 #include <string>
 #include <string_view>
@@ -120,6 +123,47 @@ ssize_t ReadEntries(int folder, void* buffer, size_t size) {
     return Retry([&] { return static_cast<ssize_t>(syscall(SYS_getdents64, folder, buffer, size)); });
 }
 
+ssize_t ReadFully(int file, void* bytes, size_t size, uint64_t offset) {
+    auto* at = static_cast<uint8_t*>(bytes);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t count =
+            Retry([&] { return pread(file, at + done, size - done, static_cast<off_t>(offset + done)); });
+        if (count < 0) return -1;
+        if (count == 0) break;
+        done += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int WriteFully(int file, const void* bytes, size_t size, uint64_t offset) {
+    const auto* at = static_cast<const uint8_t*>(bytes);
+    for (size_t done = 0; done < size;) {
+        const ssize_t count =
+            Retry([&] { return pwrite(file, at + done, size - done, static_cast<off_t>(offset + done)); });
+        if (count == 0) SetLastErrorNumber(EIO);
+        if (count <= 0) return -1;
+        done += static_cast<size_t>(count);
+    }
+    return 0;
+}
+
+// What the kernel's getxattrat takes its value through.
+struct AttributeArguments {
+    alignas(8) uint64_t value;
+    uint32_t size;
+    uint32_t flags;
+};
+constexpr long kGetAttributeAt = 464; // the same number on every architecture but one
+
+ssize_t GetAttributeOfName(int folder, const char* name, const char* attribute, void* value, size_t size) {
+    AttributeArguments arguments = {reinterpret_cast<uintptr_t>(value), static_cast<uint32_t>(size), 0};
+    return Retry([&] {
+        return static_cast<ssize_t>(syscall(kGetAttributeAt, folder, name, AT_SYMLINK_NOFOLLOW, attribute,
+                                            &arguments, sizeof(arguments)));
+    });
+}
+
 static int LinkAndUnlink(int fromFolder, const char* from, int toFolder, const char* to) {
     struct statx facts;
     if (FactsAt(fromFolder, from, AT_SYMLINK_NOFOLLOW, facts) < 0) return -1;
@@ -130,7 +174,7 @@ static int LinkAndUnlink(int fromFolder, const char* from, int toFolder, const c
     if (Retry([&] { return linkat(fromFolder, from, toFolder, to, 0); }) < 0) return -1;
     if (Retry([&] { return unlinkat(fromFolder, from, 0); }) == 0) return 0;
     int cause = LastErrorNumber();
-    unlinkat(toFolder, to, 0);
+    (void)Retry([&] { return unlinkat(toFolder, to, 0); });
     SetLastErrorNumber(cause);
     return -1;
 }
@@ -141,4 +185,36 @@ int RenameWithoutReplacing(int fromFolder, const char* from, int toFolder, const
     if (result < 0 && (LastErrorNumber() == EINVAL || LastErrorNumber() == ENOSYS))
         return LinkAndUnlink(fromFolder, from, toFolder, to);
     return static_cast<int>(result);
+}
+
+// What the kernel reads, whatever the C library's timespec is.
+template <typename Number>
+struct KernelTime {
+    Number seconds;
+    Number nanoseconds;
+};
+
+template <typename Number>
+static long CallFutexAs(long number, const std::atomic<uint32_t>& word, int operation, uint32_t value,
+                        const KernelMoment* until) {
+    KernelTime<Number> time{};
+    if (until) {
+        constexpr int64_t kLatest = sizeof(Number) < sizeof(int64_t) ? INT32_MAX : INT64_MAX;
+        time.seconds = static_cast<Number>(until->seconds < kLatest ? until->seconds : kLatest);
+        time.nanoseconds = static_cast<Number>(until->nanoseconds);
+    }
+    return syscall(number, &word, operation | FUTEX_PRIVATE_FLAG, value, until ? &time : nullptr, nullptr,
+                   FUTEX_BITSET_MATCH_ANY);
+}
+
+long CallFutex(const std::atomic<uint32_t>& word, int operation, uint32_t value, const KernelMoment* until) {
+#ifdef SYS_futex_time64
+    const long result = CallFutexAs<int64_t>(SYS_futex_time64, word, operation, value, until);
+    if (result >= 0 || LastErrorNumber() != ENOSYS) return result;
+#endif
+    return CallFutexAs<long>(SYS_futex, word, operation, value, until);
+}
+
+void EndThread() {
+    for (;;) syscall(SYS_exit, 0);
 }

@@ -1,11 +1,13 @@
 // System calls that the C library has no function for, each with its way out where the kernel lacks or
-// forbids it.
+// forbids it, and calls that are to be done as a whole. Nothing else in the provider calls syscall().
 //
-// All give -1 on failure, with the cause for LastError(), and start again when a signal interrupts them.
+// All give -1 on failure, with the cause for LastError(), and start again when a signal interrupts them,
+// unless they say otherwise.
 #pragma once
 
 #include "platform/linux/errors.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -48,6 +50,28 @@ struct DirectoryEntry {
     uint8_t type; // DT_… or DT_UNKNOWN
     char name[1]; // zero-terminated
 };
+
+// Reads at an offset until `size` bytes are there or the file ends; their number.
+ssize_t ReadFully(int file, void* bytes, size_t size, uint64_t offset);
+
+// Writes all of it at an offset; 0, or -1 when less went in.
+int WriteFully(int file, const void* bytes, size_t size, uint64_t offset);
+
+// Reads an attribute of a name that is not followed when it is a link: getxattrat, from Linux 6.13 on.
+ssize_t GetAttributeOfName(int folder, const char* name, const char* attribute, void* value, size_t size);
+
+// A moment on the monotonic clock.
+struct KernelMoment {
+    int64_t seconds;
+    int64_t nanoseconds;
+};
+
+// A futex operation, waiting until a moment or, when it is null, for ever. A signal that interrupts it is
+// told, as the kernel tells it.
+long CallFutex(const std::atomic<uint32_t>& word, int operation, uint32_t value, const KernelMoment* until);
+
+// Ends the calling thread at once, without what the C library does when one ends.
+[[noreturn]] void EndThread();
 
 // Renames or moves without ever replacing: -1 with EEXIST when the new name is taken. Where the file system
 // cannot do that in one step, files and links are linked under the new name and unlinked; folders are refused

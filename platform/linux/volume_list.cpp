@@ -223,7 +223,7 @@ static Viewpoint CurrentViewpoint() {
     // No two mounts of any namespaces have the same number, and the open table keeps those of its own taken.
     if (root.stx_mask & STATX_MNT_ID) return viewpoint;
     struct stat space {};
-    if (stat(kNamespace, &space) == 0) {
+    if (Retry([&] { return stat(kNamespace, &space); }) == 0) {
         viewpoint.namespaceDevice = space.st_dev;
         viewpoint.namespaceInode = space.st_ino;
     }

@@ -99,7 +99,9 @@ OSErr PBHGetDirAccessSync(HParamBlockRec* paramBlock) {
         // Where the name cannot be said in Mac Roman, nobody can be asked.
         if (LocateNamed(*paramBlock, ref, place) != noErr || !IsServed(place, serverCopies)) return paramErr;
         const auto may = [&](int what) {
-            return faccessat(place.folder.descriptor(), place.name, what, AT_EACCESS) == 0;
+            return Retry([&] {
+                       return faccessat(place.folder.descriptor(), place.name, what, AT_EACCESS);
+                   }) == 0;
         };
         paramBlock->ioACAccess = (may(X_OK) ? kDirAccessUserSeeFolders : 0) |
                                  (may(R_OK) ? kDirAccessUserSeeFiles : 0) |
