@@ -153,6 +153,7 @@ uint32_t Tav0FSValGetModifyAccount(void);
 /* ---- Virtual paths: expressions ------------------------------------------------------------------------ */
 /*
  * Names a place symbolically, to be turned into a file reference when it is needed:
+ *     TavKey pref = TAV_KEY('p', 'r', 'e', 'f');
  *     OpacTavFSExp* e = Tav0FSExpCreateTK((const char*)&pref);  // $pref
  *     Tav0FSExpAppendVal(e, "lang");                            // $pref\%lang
  *     Tav0FSExpAppendSeg(e, u"Data/file.txt");                  // $pref\%lang\Data\file.txt
@@ -310,7 +311,7 @@ OpacTavFSRef* Tav0FSExpCalculateFSRCreate(const OpacTavFSExp* e, const OpacTavFS
  * counted. The same path gives the same handle, so handles may be compared. The path need not exist.
  *     OpacTavFSRef* folder = Tav0FSRCreateWithPath(u"/tmp");
  *     OpacTavFSRef* file = Tav0FSRAppendPathComponent(folder, u"notes.txt");
- *     if (Tav0FSRIsExist(file)) …
+ *     if (!Tav0FSRIsExist(file)) puts("nothing noted");
  *     Tav0FSRRelease(file);
  *     Tav0FSRRelease(folder);
  * Every function that returns a reference gives the caller one hold on it, released with Tav0FSRRelease.
@@ -473,8 +474,9 @@ int32_t Tav0FSRIsBaseOnKey(const OpacTavFSRef* r, const TavKey* key, const OpacT
  * Turns whole zero-terminated texts from UTF-8 to UTF-16 and back, strictly: text that is malformed gives
  * null.
  *
- *   TavChar* wide = Tav0UTF16FromUTF8("caf\303\251");
- *   if (wide) { ... Tav0UTFRelease(wide); }
+ *     TavChar* wide = Tav0UTF16FromUTF8("caf\303\251");
+ *     if (!wide) puts("malformed");
+ *     Tav0UTFRelease(wide);
  *
  * Tav0UTFRelease releases what either conversion returned.
  */
@@ -519,9 +521,9 @@ void Tav0UTFRelease(void* buffer);
  * The runtime's functions for zero-terminated 16-bit text, and the few for 8-bit text (read as Mac Roman
  * where letters matter). Except where it is said, null is not allowed: it is not checked.
  *
- *   TavChar name[64];
- *   tav_wcscpy(name, u"Read me");
- *   if (tav_wcscmpi(name, u"READ ME") == 0) ...
+ *     TavChar name[64];
+ *     tav_wcscpy(name, u"Read me");
+ *     if (tav_wcscmpi(name, u"READ ME") == 0) puts("the same");
  *
  * Two notions of letter case stand side by side: tav_wcscmpi, tav_strcmpi and the whole-text conversions know
  * the letters of every script; tav_wcsnicmp and the functions for one character know the 26 of ASCII only.
@@ -752,8 +754,9 @@ char* tav_strlwr(char* s);
  * They know ASCII only; everything from 0x80 upwards has no case and no class. Arguments count by their low
  * 16 bits.
  *
- *   while (tav_iswspace(*s)) ++s;
- *   TavChar first = tav_towupper(*s);
+ *     const TavChar* s = u"  name";
+ *     while (tav_iswspace(*s)) ++s;
+ *     TavChar first = tav_towupper(*s);
  *
  * Class functions give the class's bit, not 1. Nothing here has to be released.
  */
@@ -907,8 +910,8 @@ int32_t tav_iswxdigit(uint32_t c);
  * Numbers from text, by the platform's reading of the whole text: leading spaces (U+0001 to U+0020, U+007F to
  * U+00A0, U+2000 to U+200B, U+3000), one sign, ASCII digits; what follows the number is not looked at.
  *
- *   int32_t columns = tav_wtoi(u"80");
- *   double ratio = tav_wcstod(u"1.5", NULL);
+ *     int32_t columns = tav_wtoi(u"80");
+ *     double ratio = tav_wcstod(u"1.5", NULL);
  *
  * Nothing here has to be released.
  */
@@ -954,9 +957,9 @@ double tav_wcstod(const TavChar* s, TavChar** end);
  *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its
  *   "%"
  *
- *   TavChar text[64];
- *   int32_t length = tav_snwprintf(text, 63, u"%s: %d of %d", name, done, all);
- *   if (length < 0) ... text holds the first -length units
+ *     TavChar text[64];
+ *     int32_t length = tav_snwprintf(text, 63, u"%s: %d of %d", u"letters", 7, 12);
+ *     if (length < 0) printf("only the first %d units are there\n", -length);
  *
  * Nothing here has to be released.
  */
@@ -1009,7 +1012,8 @@ int32_t tav_vswprintf(TavChar* buffer, const TavChar* format, va_list args);
  * that is never counted), 0 (length), 0 (capacity) and 0 (the terminator), shared and never freed. Strings of
  * this layout have three 32-bit words in front of their first character.
  *
- *   if (header == _tavtmpDataNilW) ... the string is empty and owns nothing
+ *     const int32_t* header = _tavtmpDataNilW;
+ *     if (header == _tavtmpDataNilW) puts("the string is empty and owns nothing");
  *
  * There is one block for 16-bit strings (W) and one for 8-bit strings (A); neither is ever released.
  */
@@ -1029,7 +1033,7 @@ extern const char* const _tavtmpPchNilA;
 /* ---- File handles -------------------------------------------------------------------------------------- */
 /*
  * Files and folders, named by references. An open file is a small number; it must be closed.
- *     OpacTavFSRef* file = Tav0FSRCreateWithPath(u"/tmp/notes.txt");
+ *     OpacTavFSRef* file = Tav0FSRCreateWithPath(u"/tmp/tavport-notes.txt");
  *     int32_t handle = TavFileCreateExt(file, TAV_FILE_READ | TAV_FILE_WRITE | TAV_FILE_TRUNCATE);
  *     if (handle != -1) {
  *         uint32_t written;
@@ -1249,10 +1253,14 @@ int32_t TavFileRenameExt(OpacTavFSRef* file, const TavChar* newName, OpacTavFSRe
  * Run functions in parallel. A thread handle is a record that the library keeps until TavCloseThreadRef,
  * whether the thread still runs or not; closing does not stop it.
  *
- *     OpacTavThread* thread = TavCreateThread(Work, &job, 0, TAV_THREAD_SUSPENDED);
- *     TavResumeThread(thread);
- *     if (TavWaitThread(thread, TAV_INFINITE) == TAV_WAIT_OBJECT_0) { ... the work is done ... }
- *     TavCloseThreadRef(thread);
+ *     static uint32_t Work(void* job) { return ++*(uint32_t*)job; }
+ *     int main(void) {
+ *         uint32_t job = 41;
+ *         OpacTavThread* thread = TavCreateThread(Work, &job, 0, TAV_THREAD_SUSPENDED);
+ *         TavResumeThread(thread);
+ *         if (TavWaitThread(thread, TAV_INFINITE) == TAV_WAIT_OBJECT_0) printf("done: %u\n", (unsigned)job);
+ *         TavCloseThreadRef(thread);
+ *     }
  *
  * TavExitThread and TavTerminateThread end a thread on the spot: no cleanup handler runs and no destructor,
  * neither of frames nor of thread-local objects or thread keys. What the thread holds stays held, locks of
@@ -1418,11 +1426,16 @@ int32_t TavSleep(uint32_t milliseconds);
  * Let threads keep out of each other's way (critical sections, mutexes), share what is limited (semaphores)
  * and tell each other what has happened (events).
  *
- *     MPCriticalRegionID section;                  OpacTavEvent* ready = TavCreateEvent(0, 0);
- *     TavInitCriticalSection(&section);            ... one thread:   TavSetEvent(ready);
- *     TavEnterCriticalSection(&section);           ... another:      TavWaitEvent(ready, 1000);
- *     TavLeaveCriticalSection(&section);           TavCloseEvent(ready);
+ *     MPCriticalRegionID section;
+ *     TavInitCriticalSection(&section);
+ *     TavEnterCriticalSection(&section);  // here one thread at a time
+ *     TavLeaveCriticalSection(&section);
  *     TavDeleteCriticalSection(&section);
+ *
+ *     OpacTavEvent* ready = TavCreateEvent(0, 0);
+ *     TavSetEvent(ready);                 // one thread
+ *     TavWaitEvent(ready, 1000);          // another
+ *     TavCloseEvent(ready);
  *
  * Semaphores go with TavCloseSemaphore, mutexes with TavCloseMutex. Closing an object wakes everyone who
  * waits for it; their waits fail. Ids that are 0, closed, invented or of another kind of object are refused.
@@ -1655,7 +1668,7 @@ int32_t TavCloseMutex(MPSemaphoreID mutex);
  *
  *     OpacTavLibrary* library = TavLoadLibrary(u"PlugIns/Export.bundle");
  *     TavProc run = TavGetProcAddress(library, "run");
- *     ...
+ *     if (!run) puts("there is no such module");
  *     TavFreeLibrary(library);
  *
  * A module is a bundle (a folder with Contents/MacOS/Name), a framework, or a plain shared object file. A
@@ -1717,11 +1730,11 @@ int32_t TavFreeLibrary(OpacTavLibrary* library);
  * For taking paths apart and putting them together. The separator is "/" and nothing else. What changes a
  * path works in the caller's buffer and never checks its size.
  *
- *   TavChar path[1024] = u"/home/ann/notes.txt";
- *   TavPathRemoveExtension(path);                  // /home/ann/notes
- *   TavPathRemoveFileSpec(path);                   // /home/ann
- *   TavPathAppend(path, u"backup");                // /home/ann/backup
- *   if (!TavPathIsDirectory(path)) ...
+ *     TavChar path[1024] = u"/home/ann/notes.txt";
+ *     TavPathRemoveExtension(path);    // /home/ann/notes
+ *     TavPathRemoveFileSpec(path);     // /home/ann
+ *     TavPathAppend(path, u"backup");  // /home/ann/backup
+ *     if (!TavPathIsDirectory(path)) puts("no backup yet");
  *
  * Nothing has to be released.
  */
@@ -1891,11 +1904,11 @@ int32_t TavPathCommonPrefix(const TavChar* path1, const TavChar* path2, TavChar*
  * Volumes, presented as drives. There are no letters: a drive is named by the path of its root folder with a
  * "/" at the end, "/" for the start-up volume and for example "/Volumes/Data/" for another.
  *
- *   TavChar roots[8192] = {0};
- *   TavGetLogicalDriveStrings(8192, roots);
- *   for (TavChar* root = roots; *root; root += tav_wcslen(root) + 1) {
- *       if (TavGetDriveType(root) == TAV_DRIVE_REMOVABLE) ...
- *   }
+ *     TavChar roots[8192] = {0};
+ *     TavGetLogicalDriveStrings(8192, roots);
+ *     for (TavChar* root = roots; *root; root += tav_wcslen(root) + 1) {
+ *         if (TavGetDriveType(root) == TAV_DRIVE_REMOVABLE) puts("something is plugged in");
+ *     }
  *
  * Volumes that come and go while the program runs are noticed. Nothing has to be released.
  */
@@ -1965,12 +1978,13 @@ int32_t TavGetDriveType(const TavChar* root);
  * the folder, whatever follows the star; so does the path of a folder itself. Any other last component is an
  * exact name, letter case ignored. A folder's first entry is ".", the folder itself; there is no "..".
  *
- *   TavFindDataW found;
- *   TavFindSearch *search = TavFindFirstFile(u"/home/ann/" u"*", &found);
- *   if (search != TAV_INVALID_FIND) {
- *       do use(found.cFileName); while (TavFindNextFile(search, &found));
- *       TavFindClose(search);
- *   }
+ *     TavFindDataW found;
+ *     unsigned count = 0;
+ *     TavFindSearch* search = TavFindFirstFile(u"/home/ann/" u"*", &found);
+ *     if (search != TAV_INVALID_FIND) {
+ *         do ++count; while (TavFindNextFile(search, &found));
+ *         TavFindClose(search);
+ *     }
  *
  * TavFindClose releases a search.
  */
@@ -2047,7 +2061,7 @@ int32_t TavFindClose(TavFindSearch* hFindFile);
  * Files and whole folders are copied with all their forks and facts: content, mode, dates, Finder
  * information, lock and resource fork.
  *
- *     if (!TavCopyFile(u"/home/ann/letters", u"/media/backup/letters", 1)) ...
+ *     if (!TavCopyFile(u"/home/ann/letters", u"/media/backup/letters", 1)) puts("not copied");
  *
  * Nothing has to be released.
  */
