@@ -3,7 +3,7 @@
 
 #include "platform/linux/folders.h"
 #include "platform/metadata_support.h"
-#include "support/host_faults.h"
+#include "support/failing_host.h"
 
 #include <filesystem>
 #include <string>

@@ -1,4 +1,4 @@
-#include "support/host_faults.h"
+#include "support/failing_host.h"
 
 #include "platform/linux/folders.h"
 #include "support/files.h"
