@@ -50,7 +50,8 @@ TEST(TavLoadLibrary, EachBlockRefused_GivesNullOrAModule) {
     const std::string contents = folder / "A bundle whose path no short string holds.bundle/Contents";
     std::filesystem::create_directories(contents + "/MacOS");
     std::filesystem::copy_file(kModule, contents + "/MacOS/Code & more, in a rather long name");
-    WriteFile(contents + "/Info.plist",
-              "<key>CFBundleExecutable</key><string>Code &amp; more, in a rather long name</string>");
+    WriteFile(
+        contents + "/Info.plist",
+        "<dict><key>CFBundleExecutable</key><string>Code &amp; more, in a rather long name</string></dict>");
     EXPECT_GT(LoadWhileFailing("memory", std::filesystem::path(contents).parent_path()), 20u);
 }

@@ -84,7 +84,7 @@ TEST_F(LibrariesTest, PropertyListWithAPathAsExecutableIsNotFollowed) {
     Place("elsewhere");
     Place("Plug.bundle/Contents/MacOS/Plug");
     WriteFile(folder / "Plug.bundle/Contents/Info.plist",
-              "<key>CFBundleExecutable</key><string>../../../elsewhere</string>");
+              "<dict><key>CFBundleExecutable</key><string>../../../elsewhere</string></dict>");
     OpacTavLibrary* library = Load(folder / "Plug.bundle");
     ASSERT_NE(library, nullptr);
     EXPECT_EQ(AnswerOf(library), 42); // of Plug, by the folder's name
@@ -143,6 +143,16 @@ TEST_F(ApplicationTest, NameInsideTheApplicationWinsOverThePath) {
     EXPECT_EQ(AnswerTo(program, "PlugIns/plug.so"), 1);
 }
 
+TEST_F(ApplicationTest, AbsoluteNameInsideTheApplicationWinsOverThePath) {
+    const std::string program = PlaceProgram("App.app/Contents/MacOS/App"), outer = folder / "x/plug.so";
+    fs::create_directory(folder / "x");
+    WriteFile(outer, "no module");
+    Place("App.app/Contents" + outer);
+    EXPECT_EQ(AnswerTo(program, outer), 42);
+    fs::remove(folder / ("App.app/Contents" + outer));
+    EXPECT_EQ(AnswerTo(program, outer), 2);
+}
+
 TEST_F(ApplicationTest, BundleInsideTheApplicationWinsEvenWithoutCode) {
     std::string program = PlaceProgram("App.app/Contents/MacOS/App");
     fs::create_directories(folder / "App.app/Contents/Plug.bundle/Contents");
@@ -186,7 +196,8 @@ TEST_F(LibrariesTest, BundleWithAPropertyListOnlyIsReturnedWithoutFunctions) {
     for (std::string name :
          {"A.bundle/Contents", "B.framework/Versions/Current/Resources", "C.framework/Resources"}) {
         fs::create_directories(folder / name);
-        WriteFile(folder / (name + "/Info.plist"), "<key>CFBundleExecutable</key><string>Missing</string>");
+        WriteFile(folder / (name + "/Info.plist"),
+                  "<dict><key>CFBundleExecutable</key><string>Missing</string></dict>");
         OpacTavLibrary* library = Load(folder / name.substr(0, name.find('/')));
         ASSERT_NE(library, nullptr) << name;
         EXPECT_EQ(AnswerOf(library), -1) << name;
@@ -221,7 +232,7 @@ TEST_F(LibrariesTest, UnreadablePropertyListNamesNothing) {
     fs::permissions(folder.path(), fs::perms::all);
     Place("Plug.bundle/Contents/MacOS/Plug");
     WriteFile(folder / "Plug.bundle/Contents/Info.plist",
-              "<key>CFBundleExecutable</key><string>Other</string>");
+              "<dict><key>CFBundleExecutable</key><string>Other</string></dict>");
     fs::permissions(folder / "Plug.bundle/Contents/Info.plist", fs::perms::none);
     EXPECT_TRUE(AsAnotherUser([&] { return AnswerOf(Load(folder / "Plug.bundle")) == 42; }));
 }
