@@ -15,7 +15,8 @@ constexpr ptrdiff_t kMostConversions = 12;
 using Text = std::basic_string<TavChar>;
 
 void TakeNumber(format::Arguments& arguments, const format::Number& number) {
-    if (number.isArgument) arguments.Take(format::ArgumentType::Int, number.position);
+    format::Value value;
+    if (number.isArgument) arguments.Take(format::ArgumentType::Int, number.position, value);
 }
 
 void Walk(const Text* text, ...) {
@@ -36,7 +37,8 @@ void Walk(const Text* text, ...) {
         Expect(conversion.kind == format::KindOf(conversion.letter));
         TakeNumber(arguments, conversion.width);
         TakeNumber(arguments, conversion.precision);
-        arguments.Take(TypeOf(conversion), conversion.position);
+        format::Value value;
+        arguments.Take(TypeOf(conversion), conversion.position, value);
     }
 }
 

@@ -183,12 +183,12 @@ static bool IsInteger(ArgumentType type) {
     return type <= ArgumentType::Size;
 }
 
-Value Arguments::Take(ArgumentType type, uint32_t position) {
-    if (!slots_) return Fetch(type);
+void Arguments::Take(ArgumentType type, uint32_t position, Value& value) {
+    if (!slots_) return Fetch(type, value);
     const size_t index = position > 0 && position <= count_ ? position - 1 : next_++;
     const Slot& slot = slots_[index];
     const bool isAsNamed = slot.type == type || (IsInteger(slot.type) && IsInteger(type));
-    return isAsNamed ? slot.value : Value();
+    value = isAsNamed ? slot.value : Value();
 }
 
 // Notes the type of every argument, then fetches them all.
@@ -214,7 +214,7 @@ bool Arguments::ReadPositions(const UniChar* format, const UniChar* end) {
             Note(TypeOf(conversion), conversion.position);
         }
     }
-    for (size_t i = 0; i < used_; ++i) slots_[i].value = Fetch(slots_[i].type);
+    for (size_t i = 0; i < used_; ++i) Fetch(slots_[i].type, slots_[i].value);
     next_ = 0;
     return true;
 }
@@ -225,8 +225,8 @@ void Arguments::Note(ArgumentType type, uint32_t position) {
     used_ = std::max(used_, index + 1);
 }
 
-Value Arguments::Fetch(ArgumentType type) {
-    Value value = {};
+void Arguments::Fetch(ArgumentType type, Value& value) {
+    value = {};
     switch (type) {
     case ArgumentType::None:
     case ArgumentType::Int:
@@ -254,7 +254,6 @@ Value Arguments::Fetch(ArgumentType type) {
         value.longFloating = va_arg(list_, long double);
         break;
     }
-    return value;
 }
 
 } // namespace format

@@ -110,7 +110,8 @@ enum class ArgumentType : uint8_t { None, Int, Long, LongLong, IntMax, Size, Poi
 
 ArgumentType TypeOf(const Conversion& conversion);
 
-// An argument; integers are extended from the sign of their type.
+// An argument; integers are extended from the sign of their type. Passed by reference only, since compilers differ
+// in how they pass such a union.
 union Value {
     int64_t integer;
     double floating;
@@ -130,15 +131,15 @@ public:
 
     bool ok() const { return ok_; }
 
-    // The argument of a type at a position, from 1, or the next one for 0. A position beyond the number of
+    // Gives the argument of a type at a position, from 1, or the next one for 0. A position beyond the number of
     // arguments that the format uses counts as the next. An argument that an earlier conversion names as one of
     // another kind (integer, pointer, floating) counts as zero, since it cannot be read as both.
-    Value Take(ArgumentType type, uint32_t position);
+    void Take(ArgumentType type, uint32_t position, Value& value);
 
 private:
     bool ReadPositions(const UniChar* format, const UniChar* end);
     void Note(ArgumentType type, uint32_t position);
-    Value Fetch(ArgumentType type);
+    void Fetch(ArgumentType type, Value& value);
 
     static constexpr size_t kFewValues = 16;
 

@@ -152,7 +152,7 @@ void WriteFormat(const Conversion& conversion, const Field& field, char* out) {
 }
 
 void AppendByCLibrary(Output& output, const Conversion& conversion, const Field& field, int32_t precision,
-                      Value value) {
+                      const Value& value) {
     const bool isLong = conversion.length == Length::LongDouble;
     const long double magnitude = isLong ? value.longFloating : static_cast<long double>(value.floating);
     const size_t room = std::max(RoomFor(conversion.letter, magnitude, precision), field.width) + 1;
@@ -205,7 +205,7 @@ void AppendInteger(Output& output, const Conversion& conversion, Field field, in
 }
 
 void AppendFloating(Output& output, const Conversion& conversion, Field field, int32_t precision,
-                    Value value) {
+                    const Value& value) {
     const bool isLong = conversion.length == Length::LongDouble;
     const bool isFinite = isLong ? std::isfinite(value.longFloating) : std::isfinite(value.floating);
     if (!isFinite) {

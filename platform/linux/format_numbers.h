@@ -11,7 +11,7 @@ namespace format {
 void AppendInteger(Output& output, const Conversion& conversion, Field field, int32_t precision,
                    int64_t value);
 void AppendFloating(Output& output, const Conversion& conversion, Field field, int32_t precision,
-                    Value value);
+                    const Value& value);
 void AppendPointer(Output& output, Field field, const void* pointer);
 
 } // namespace format

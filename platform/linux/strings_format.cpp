@@ -94,7 +94,9 @@ void Formatter::Run() {
 
 int32_t Formatter::NumberOf(const format::Number& number) {
     if (!number.isArgument) return number.value;
-    return static_cast<int32_t>(arguments_.Take(format::ArgumentType::Int, number.position).integer);
+    format::Value value;
+    arguments_.Take(format::ArgumentType::Int, number.position, value);
+    return static_cast<int32_t>(value.integer);
 }
 
 void Formatter::AppendConversion(const Conversion& conversion) {
@@ -107,7 +109,8 @@ void Formatter::AppendConversion(const Conversion& conversion) {
     field.left = conversion.left || isNegative;
     field.zeroFilled = conversion.zero && !field.left;
     const int32_t precision = NumberOf(conversion.precision);
-    const format::Value value = arguments_.Take(TypeOf(conversion), conversion.position);
+    format::Value value;
+    arguments_.Take(TypeOf(conversion), conversion.position, value);
     // A point without digits is a precision of 0, but for texts of 16 bits, where it is none.
     const bool emptyPrecision = conversion.hasPoint && !conversion.precision.isArgument && precision < 0;
     const int32_t cPrecision = emptyPrecision ? 0 : precision;
