@@ -51,6 +51,7 @@ static bool Matches(const TavFindSearch& search, const Item& item) {
 
 static bool ReadObject(const TavChar* path, Item& item) {
     HFSUniStr255 name;
+    // kept: a link found by its exact name has its target's size and times; a listing shows the link's own.
     if (MakePathRef(path, &item.ref) != noErr) return false;
     if (FSGetCatalogInfo(&item.ref, kReportedInfo, &item.info, &name, nullptr, nullptr) != noErr)
         return false;

@@ -249,11 +249,29 @@ TEST_F(DrivesTest, VolumeInfo_GivesWhatIsAskedFor) {
     EXPECT_EQ(totalBytes, 1u << 20);
     EXPECT_LE(freeBytes, totalBytes);
     EXPECT_GT(freeBytes, 0u);
-    uint64_t alone = 0;
-    EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, nullptr, &alone, nullptr), noErr);
-    EXPECT_EQ(alone, totalBytes);
     EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, nullptr, nullptr, nullptr), noErr);
-    EXPECT_EQ(FSVolumeGetVInfo(32000, &name, nullptr, nullptr, nullptr), nsvErr);
+}
+
+TEST_F(DrivesTest, VolumeInfo_GivesEachNumberOfBytesAlone) {
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Data"));
+    const FSVolumeRefNum volume = VolumeOf("/Volumes/Data");
+    uint64_t freeBytes = 1, totalBytes = 1, freeAlone = 2, totalAlone = 2;
+    ASSERT_EQ(FSVolumeGetVInfo(volume, nullptr, &freeBytes, &totalBytes, nullptr), noErr);
+    EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, &freeAlone, nullptr, nullptr), noErr);
+    EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, nullptr, &totalAlone, nullptr), noErr);
+    EXPECT_EQ(freeAlone, freeBytes);
+    EXPECT_EQ(totalAlone, totalBytes);
+    EXPECT_GT(freeBytes, 2u);
+    EXPECT_LE(freeBytes, totalBytes);
+}
+
+TEST_F(DrivesTest, VolumeInfoOfNoVolume_LeavesTheNumbersAlone) {
+    HFSUniStr255 name;
+    uint64_t freeBytes = 7, totalBytes = 8;
+    FSRef root;
+    EXPECT_EQ(FSVolumeGetVInfo(32000, &name, &freeBytes, &totalBytes, &root), nsvErr);
+    EXPECT_EQ(freeBytes, 7u);
+    EXPECT_EQ(totalBytes, 8u);
 }
 
 // ---- Drive types without devices ----

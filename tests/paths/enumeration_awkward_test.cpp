@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -136,6 +137,32 @@ TEST(FindFiles, LinkToAFolder_ListsTheFolder) {
     EXPECT_EQ(NamesBehindFirst(folder / "link"), Names{"inside"});
     EXPECT_EQ(NamesBehindFirst(folder / "link/*"), Names{"inside"});
     EXPECT_EQ(FindAll(folder / "link").at(0).data.dwFileAttributes, 0x12u);
+}
+
+TEST(FindFiles, LinkToAFile_HasTheTargetsSizeAndTimesByNameAndItsOwnInAListing) {
+    TemporaryFolder folder;
+    WriteFile(folder / "target", std::string(100000, 'x'));
+    fs::create_symlink("target", folder / "link");
+    const timespec old[2] = {{1000000000, 0}, {1100000000, 0}}, late[2] = {{1200000000, 0}, {1300000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, (folder / "target").c_str(), old, 0), 0);
+    ASSERT_EQ(utimensat(AT_FDCWD, (folder / "link").c_str(), late, AT_SYMLINK_NOFOLLOW), 0);
+    const auto listing = FindAll(folder.path().string());
+    const FoundItem listed = Find(listing, u"link"), target = Find(listing, u"target");
+    const auto found = FindAll(folder / "link");
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].name(), u"link");
+    EXPECT_EQ(found[0].size(), target.size());
+    EXPECT_LT(listed.size(), target.size());
+    // Since 1970.
+    const auto seconds = [](const TavFileTime& time) {
+        uint64_t value = 0;
+        for (int i = 0; i < 6; ++i) value = value << 8 | time.bytes[i];
+        return static_cast<int64_t>(value) - 2082844800;
+    };
+    EXPECT_EQ(seconds(found[0].data.ftLastAccessTime), old[0].tv_sec);
+    EXPECT_EQ(seconds(found[0].data.ftLastWriteTime), old[1].tv_sec);
+    EXPECT_EQ(seconds(listed.data.ftLastAccessTime), late[0].tv_sec);
+    EXPECT_EQ(seconds(listed.data.ftLastWriteTime), late[1].tv_sec);
 }
 
 TEST(FindFiles, LinkThatLeadsNowhere_IsNotFoundByName) {

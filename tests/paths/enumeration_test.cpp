@@ -2,10 +2,12 @@
 #include "platform/references.h"
 #include "support/files.h"
 #include "support/listing.h"
+#include "support/private_mounts.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <cstring>
@@ -27,6 +29,14 @@ TavFileTime FileTime(const timespec& time) {
 
 bool Same(const TavFileTime& a, const TavFileTime& b) {
     return memcmp(a.bytes, b.bytes, 8) == 0;
+}
+
+void SetCreationTime(const std::string& path, const UTCDateTime& date) {
+    FSRef ref;
+    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const uint8_t*>(path.c_str()), &ref, nullptr), noErr);
+    FSCatalogInfo info = {};
+    info.createDate = date;
+    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoCreateDate, &info), noErr);
 }
 
 void SetFinderFlags(const std::string& path, uint16_t flags) {
@@ -263,24 +273,35 @@ TEST_F(Listing, Times_AreThoseOfTheItem) {
 }
 
 TEST_F(Listing, CreationTime_IsTheItems) {
-    FSRef ref;
     std::string file = folder_ / "notes";
-    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const uint8_t*>(file.c_str()), &ref, nullptr), noErr);
-    FSCatalogInfo info = {};
-    info.createDate.lowSeconds = 3000000000u;
-    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoCreateDate, &info), noErr);
+    SetCreationTime(file, {0, 3000000000u, 0});
     for (const FoundItem& item : {FindAll(file).at(0), Find(FindAll(path()), u"notes")})
         EXPECT_TRUE(Same(item.data.ftCreationTime, FileTime({3000000000 - 2082844800, 0})));
 }
 
+// Where the host keeps birth times every item has a creation date; this volume keeps none.
+TEST(FindFiles, NoCreationTime_GivesTheLastWrite) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    fs::create_directory("/births");
+    if (mount("memory", "/births", "ramfs", 0, nullptr) != 0) GTEST_SKIP() << "no ramfs";
+    const std::string file = "/births/file";
+    WriteFile(file, "x");
+    for (const UTCDateTime& date : {UTCDateTime{0, 3000000000u, 0}, UTCDateTime{}}) {
+        SetCreationTime(file, date);
+        const timespec times[2] = {{1000000001, 500000000}, {1234567890, 250000000}};
+        ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+        const TavFileTime expected =
+            FileTime(date.lowSeconds ? timespec{3000000000 - 2082844800, 0} : times[1]);
+        for (const FoundItem& item : {FindAll(file).at(0), Find(FindAll("/births/*"), u"file")})
+            EXPECT_TRUE(Same(item.data.ftCreationTime, expected)) << date.lowSeconds;
+    }
+}
+
 TEST_F(Listing, FolderItself_HasItsOwnTimesAndNoSize) {
-    FSRef ref;
     const std::string sub = folder_ / "sub";
     WriteFile(sub + "/inside", std::string(10000, 'x'));
-    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const uint8_t*>(sub.c_str()), &ref, nullptr), noErr);
-    FSCatalogInfo info = {};
-    info.createDate.lowSeconds = 3000000000u;
-    ASSERT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoCreateDate, &info), noErr);
+    SetCreationTime(sub, {0, 3000000000u, 0});
     timespec times[2] = {{1000000001, 500000000}, {1234567890, 250000000}};
     ASSERT_EQ(utimensat(AT_FDCWD, sub.c_str(), times, 0), 0);
     const FoundItem item = FindAll(sub + "/*").at(0);

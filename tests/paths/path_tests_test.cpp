@@ -23,7 +23,7 @@ bool Begins(const std::u16string& path, const std::u16string& prefix) {
 bool ModelIsRoot(const std::u16string& path) {
     if (path.size() == 1) return path == u"/";
     return path.size() > 9 && Begins(path, u"/volumes/") && path.find(u'/', 9) == std::u16string::npos &&
-           path.substr(9) != u"..";
+           path.substr(9) != u"." && path.substr(9) != u"..";
 }
 
 } // namespace
@@ -41,8 +41,8 @@ TEST(TavPathIsRoot, NameInVolumes_IsARoot) {
 TEST(TavPathIsRoot, OtherPaths_AreNone) {
     for (const char16_t* path :
          {u"", u"a", u"~", u"//", u"/a", u"/Users", u"/Volumes", u"/Volumes/", u"/Volumes/X/",
-          u"/Volumes/X/y", u"/Volumes//X", u"//Volumes/X", u"Volumes/abc", u"/Volumez/X", u"/Volumes/..",
-          u"/Users/name", u"/Volumes//"})
+          u"/Volumes/X/y", u"/Volumes//X", u"//Volumes/X", u"Volumes/abc", u"/Volumez/X", u"/Volumes/.",
+          u"/Volumes/..", u"/Users/name", u"/Volumes//"})
         EXPECT_EQ(TavPathIsRoot(path), 0) << Escape(path);
 }
 
@@ -58,7 +58,7 @@ TEST(TavPathIsRoot, RandomPaths_AreAnsweredLikeTheModel) {
     unsigned seed = std::random_device{}();
     std::cout << "seed " << seed << '\n';
     std::mt19937 random(seed);
-    const std::u16string parts[] = {u"/", u"Volumes", u"volumes", u"X", u"/Volumes/", u"..", u"a b"};
+    const std::u16string parts[] = {u"/", u"Volumes", u"volumes", u"X", u"/Volumes/", u".", u"..", u"a b"};
     for (int i = 0; i < 20000; ++i) {
         std::u16string path;
         for (size_t n = random() % 5; n > 0; --n) path += parts[random() % std::size(parts)];

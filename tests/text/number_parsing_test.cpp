@@ -185,6 +185,31 @@ TEST(NumberEngine, AWidthThatEndsBeforeADigitConvertsNothing) {
     EXPECT_EQ(count, 0);
 }
 
+// Only the zero of a prefix fits, which is a number by itself.
+TEST(NumberEngine, AWidthThatEndsBehindALeadingZeroConvertsIt) {
+    for (const int32_t base : {0, 16}) {
+        int32_t count = 9, negative = 9, overflow = 9;
+        TavStringScan scan = {u"0x1", 0};
+        EXPECT_EQ(tav__wcstoul(base, 1, tav__wStringRead, &scan, &count, &negative, &overflow), 0u);
+        EXPECT_EQ(count, 1);
+        EXPECT_EQ(*scan.next, u'x');
+    }
+}
+
+// A reader takes back one character, so all the others stay read.
+TEST(NumberEngine, WhenNothingIsConvertedOnlyTheLastCharacterGoesBack) {
+    int32_t count = 9, negative = 9, overflow = 9;
+    const TavChar *sign = u"-x", *prefix = u"0xg";
+    TavStringScan scan = {sign, 0};
+    EXPECT_EQ(tav__wcstoul(10, 9, tav__wStringRead, &scan, &count, &negative, &overflow), 0u);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(scan.next, sign + 1);
+    scan = {prefix, 0};
+    EXPECT_EQ(tav__wcstoul16(0, 9, tav__wStringRead16, &scan, &count, &negative, &overflow), 0u);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(scan.next, prefix + 2);
+}
+
 TEST(NumberEngine, ABadBaseOrWidthReadsNothing) {
     for (const auto& [base, width] : {std::pair{-1, 9}, {1, 9}, {37, 9}, {10, 0}, {10, -1}}) {
         Recorder recorder{u"12", 0, {}};
