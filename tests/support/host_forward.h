@@ -1,5 +1,5 @@
 // What a forwarding function does with a call of the system's functions. Only the made forwarders and
-// host_faults.cpp include this.
+// failing_host.cpp include this.
 #pragma once
 
 #include <cstddef>
