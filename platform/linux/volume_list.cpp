@@ -2,17 +2,20 @@
 //
 // Nothing tells a library that a mount came or went, unless it asks: the kernel marks an open mountinfo file
 // then. One such file is kept open, and one table. They belong to one mount namespace, root and process, and
-// are replaced when the caller's are others.
+// are replaced when the caller's are others, or when it acts for another user, who may reach other folders.
 //
 // Sections: what makes a mount a volume; servers; reading the table; watching for changes.
 #include "platform/linux/volume_list.h"
 
 #include "platform/linux/current_task.h"
+#include "platform/linux/descriptor_cache.h"
+#include "platform/linux/errors.h"
 #include "platform/linux/system_calls.h"
 #include "platform/process.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <fcntl.h>
 #include <libmount.h>
 #include <poll.h>
@@ -49,13 +52,22 @@ static bool IsDisk(libmnt_fs* mount, std::string_view type, std::string_view roo
     return !mnt_fs_is_pseudofs(mount) && !mnt_fs_is_swaparea(mount);
 }
 
-// The facts of a mount's root by its path, without asking a server that may have gone. False when it cannot
-// be reached, or another mount lies over it.
-static bool SeeRoot(libmnt_fs* mount, const char* root, struct statx& facts) {
-    int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-    if (FactsAt(AT_FDCWD, root, flags, facts) != 0) return false;
-    if (facts.stx_mask & STATX_MNT_ID) return facts.stx_mnt_id == static_cast<uint64_t>(mnt_fs_get_id(mount));
-    return makedev(facts.stx_dev_major, facts.stx_dev_minor) == mnt_fs_get_devno(mount);
+namespace {
+enum class Sight { kSeen, kHidden, kOutOfReach };
+}
+
+// The facts of a mount's root by its path, without asking a server that may have gone. Hidden when another
+// mount lies over it or above it.
+static Sight SeeRoot(libmnt_fs* mount, const char* root, struct statx& facts) {
+    const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+    if (FactsAt(AT_FDCWD, root, flags, facts) != 0) {
+        const int error = LastErrorNumber();
+        return error == ENOENT || error == ENOTDIR ? Sight::kHidden : Sight::kOutOfReach;
+    }
+    const bool isThis = facts.stx_mask & STATX_MNT_ID
+                            ? facts.stx_mnt_id == static_cast<uint64_t>(mnt_fs_get_id(mount))
+                            : makedev(facts.stx_dev_major, facts.stx_dev_minor) == mnt_fs_get_devno(mount);
+    return isThis ? Sight::kSeen : Sight::kHidden;
 }
 
 // ---- Servers ----
@@ -148,20 +160,27 @@ static Volume RootAlone() {
     return volume;
 }
 
+// How long a table is good that lacks a volume.
+static uint64_t ASecondFromNow() {
+    return MonotonicNow() + 1000000000u;
+}
+
 static std::shared_ptr<const VolumeTable> ReadTable() {
     auto result = std::make_shared<VolumeTable>();
     std::vector<Volume> others;
     MountTable mounts;
     libmnt_fs* mount = nullptr;
-    if (mnt_table_parse_file(mounts.table, kMountInfo) == 0) {
-        while (mnt_table_next_fs(mounts.table, mounts.position, &mount) == 0) {
-            const char* root = mnt_fs_get_target(mount);
-            struct statx facts {};
-            if (!root || !SeeRoot(mount, root, facts)) continue;
-            Volume volume = Describe(mount, facts);
-            bool isDisk = S_ISDIR(facts.stx_mode) && IsDisk(mount, volume.type, volume.root);
-            (isDisk ? result->volumes : others).push_back(std::move(volume));
-        }
+    if (mnt_table_parse_file(mounts.table, kMountInfo) != 0) result->keptUntil = 0;
+    while (result->keptUntil && mnt_table_next_fs(mounts.table, mounts.position, &mount) == 0) {
+        const char* root = mnt_fs_get_target(mount);
+        if (!root) continue;
+        struct statx facts {};
+        const Sight sight = SeeRoot(mount, root, facts);
+        if (sight == Sight::kOutOfReach) result->keptUntil = ASecondFromNow();
+        if (sight != Sight::kSeen) continue;
+        Volume volume = Describe(mount, facts);
+        bool isDisk = S_ISDIR(facts.stx_mode) && IsDisk(mount, volume.type, volume.root);
+        (isDisk ? result->volumes : others).push_back(std::move(volume));
     }
     auto root = std::find_if(result->volumes.begin(), result->volumes.end(),
                              [](const Volume& volume) { return volume.root == "/"; });
@@ -179,6 +198,7 @@ namespace {
 // Whose mounts a table tells of.
 struct Viewpoint {
     pid_t process = 0; // a child shares the open file and would take its parent's marks
+    uid_t user = 0;
     dev_t namespaceDevice = 0;
     ino_t namespaceInode = 0;
     uint64_t rootMount = 0;
@@ -215,6 +235,7 @@ static void UnlockWatch() {
 static Viewpoint CurrentViewpoint() {
     Viewpoint viewpoint;
     viewpoint.process = getpid();
+    viewpoint.user = geteuid();
     struct statx root {};
     if (FactsAt(AT_FDCWD, "/", AT_STATX_DONT_SYNC, root) == 0) {
         viewpoint.rootMount = root.stx_mnt_id;
@@ -243,16 +264,21 @@ static void WatchFrom(const Viewpoint& viewpoint) {
     watch.viewpoint = viewpoint;
 }
 
+// Looks for the mark first, so that none stays behind.
+static bool IsGood(const VolumeTable& table) {
+    return !MountsChanged() && (table.keptUntil == UINT64_MAX || MonotonicNow() < table.keptUntil);
+}
+
 std::shared_ptr<const VolumeTable> CurrentVolumes() {
-    Viewpoint viewpoint = CurrentViewpoint();
+    const Viewpoint viewpoint = CurrentViewpoint();
     HeldLock lock(watchLock);
-    if (watch.viewpoint != viewpoint) {
+    if (watch.viewpoint != viewpoint || watch.file < 0) {
         watch.table = nullptr;
         WatchFrom(viewpoint);
-    } else if (watch.table && !MountsChanged()) {
+    } else if (watch.table && IsGood(*watch.table)) {
         return watch.table;
     }
-    // A table that could not be read is not kept; the one before is out of date.
+    // The one before is out of date, whether or not the next can be read.
     watch.table = nullptr;
     watch.table = ReadTable();
     return watch.table;
@@ -265,6 +291,7 @@ void DropVolume(const std::shared_ptr<const VolumeTable>& table, FSVolumeRefNum 
     if (found == shorter->volumes.end()) return;
     if (found - shorter->volumes.begin() < static_cast<ptrdiff_t>(shorter->listed)) --shorter->listed;
     shorter->volumes.erase(found);
+    shorter->keptUntil = std::min(shorter->keptUntil, ASecondFromNow());
     HeldLock lock(watchLock);
     if (watch.table == table) watch.table = std::move(shorter);
 }

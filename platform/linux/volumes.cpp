@@ -128,8 +128,8 @@ extern "C" OSErr FSGetVolumeInfo(FSVolumeRefNum volume, ItemCount volumeIndex, F
         FSRef root;
         OSErr result = rootDirectory ? RootReference(*found, root) : noErr;
         if (result != noErr) {
-            // A volume whose server has gone must not hide those behind it.
-            gone = volumeIndex > 1 && result != memFullErr;
+            // A volume that cannot be reached must not hide those behind it.
+            gone = volumeIndex > 1 && result != memFullErr && result != tmfoErr;
             if (gone) DropVolume(table, found->number);
             return result;
         }

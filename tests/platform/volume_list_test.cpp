@@ -1,9 +1,11 @@
 #include "platform/linux/volume_list.h"
 
 #include "platform/linux/system_calls.h"
+#include "support/no_descriptors.h"
 #include "support/private_mounts.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -123,6 +125,59 @@ TEST_F(VolumeListTest, NothingChanged_IsNotReadAgain) {
     EXPECT_EQ(CurrentVolumes(), table);
     mounts.Unmount("/Volumes/Data");
     EXPECT_NE(CurrentVolumes(), table);
+}
+
+// ---- What cannot be read or reached for a while
+
+TEST_F(VolumeListTest, MountsThatCouldNotBeRead_AreReadByTheNextCaller) {
+    EXPECT_EQ(Roots(), Names{"/"});
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Data"));
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(Roots(), Names{"/"});
+    }
+    EXPECT_EQ(Roots(), (Names{"/", "/Volumes/Data"}));
+}
+
+TEST_F(VolumeListTest, MountsThatCouldNotBeWatched_AreWatchedLater) {
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(Roots(), Names{"/"});
+    }
+    EXPECT_EQ(CurrentVolumes(), CurrentVolumes());
+}
+
+namespace {
+// Acts for somebody whom folders keep out.
+class AsNobody {
+public:
+    AsNobody() { EXPECT_EQ(seteuid(65534), 0); }
+    ~AsNobody() { EXPECT_EQ(seteuid(0), 0); }
+};
+} // namespace
+
+TEST_F(VolumeListTest, VolumeBehindAClosedFolder_IsThereForWhoMayReachIt) {
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Closed/Data"));
+    ASSERT_EQ(chmod("/Closed", 0700), 0);
+    {
+        const AsNobody nobody;
+        EXPECT_EQ(Roots(), Names{"/"});
+    }
+    EXPECT_EQ(Roots(), (Names{"/", "/Closed/Data"}));
+}
+
+TEST_F(VolumeListTest, VolumeBehindAFolderThatOpens_AppearsSoon) {
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Closed/Data"));
+    ASSERT_EQ(chmod("/Closed", 0700), 0);
+    const auto nobodysRoots = [] {
+        const AsNobody nobody;
+        return Roots();
+    };
+    EXPECT_EQ(nobodysRoots(), Names{"/"});
+    ASSERT_EQ(chmod("/Closed", 0755), 0);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (nobodysRoots().size() < 2 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    EXPECT_EQ(nobodysRoots(), (Names{"/", "/Closed/Data"}));
 }
 
 TEST_F(VolumeListTest, ThreadInAnotherNamespace_SeesItsOwnMounts) {

@@ -2,11 +2,14 @@
 #include "platform/references.h"
 #include "platform/volumes.h"
 #include "support/files.h"
+#include "support/no_descriptors.h"
 #include "support/private_mounts.h"
 
+#include <chrono>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sys/statvfs.h>
+#include <thread>
 
 static std::string PathOf(const FSRef& ref) {
     char path[1024];
@@ -194,4 +197,19 @@ TEST_F(VolumesTest, VolumeThatCannotBeReached_DoesNotHideTheNext) {
     EXPECT_EQ(PathOf(root), "/B/Stays");
     EXPECT_EQ(FSGetVolumeInfo(0, 3, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), nsvErr);
     ASSERT_EQ(rename("/Elsewhere", "/A"), 0);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (CurrentVolumes()->listed < 3 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    EXPECT_EQ(FSGetVolumeInfo(0, 3, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), noErr);
+}
+
+TEST_F(VolumesTest, WantOfDescriptors_TakesNoVolumeAway) {
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Data"));
+    ASSERT_EQ(CurrentVolumes()->listed, 2u);
+    FSRef root;
+    {
+        const NoDescriptors none;
+        const OSErr result = FSGetVolumeInfo(0, 2, nullptr, kFSVolInfoNone, nullptr, nullptr, &root);
+        EXPECT_TRUE(result == noErr || result == tmfoErr) << result;
+    }
+    EXPECT_EQ(FSGetVolumeInfo(0, 2, nullptr, kFSVolInfoNone, nullptr, nullptr, &root), noErr);
 }
