@@ -349,13 +349,18 @@ static OSErr NextForkOf(const Place& place, int32_t listedBefore, ListedFork& li
 }
 
 static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& listed) {
-    if (KeptFile* const kept = FindKeptFile(ref); kept && (listedBefore != 0 || kept->file)) {
-        // Its content may have changed since, which only the data fork's size tells.
-        const OSErr result = listedBefore == 0 ? LookAgain(*kept) : OSErr{noErr};
-        return result == noErr ? NextForkOf(kept->place, listedBefore, listed) : result;
+    if (KeptFile* const kept = FindKeptFile(ref)) {
+        // Its content may have changed since, which only the data fork's size tells; and it may have been renamed
+        // with its sidecar, unless its folder is as it was.
+        const bool isDataFork = listedBefore == 0;
+        if (!isDataFork && IsInBareFolder(kept->place)) return errFSNoMoreItems;
+        if (isDataFork && kept->file) {
+            const OSErr result = LookAgain(*kept);
+            return result == noErr ? NextForkOf(kept->place, listedBefore, listed) : result;
+        }
+    } else if (const KeptFile* const read = KeepFileToRead(ref)) {
+        return NextForkOf(read->place, listedBefore, listed);
     }
-    if (const KeptFile* const kept = KeepFileToRead(ref))
-        return NextForkOf(kept->place, listedBefore, listed);
     Place place;
     const OSErr result = LocateTarget(ref, place);
     return result == noErr ? NextForkOf(place, listedBefore, listed) : result;

@@ -354,3 +354,17 @@ TEST_F(KeptFiles, SourceListedOn_TellsItsResourceForkWhenItsDataForkIsClosed) {
     EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
     EXPECT_EQ(size, 8);
 }
+
+TEST_F(KeptFiles, SourceRenamedMeanwhile_TellsItsResourceForkWhereItIs) {
+    WriteFile(folder_ / "._old", AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "resource"}}));
+    const FSRef ref = RefTo(old_);
+    CatPositionRec position = {};
+    int64_t size = 0;
+    ASSERT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
+    std::filesystem::rename(old_, folder_ / "renamed");
+    std::filesystem::rename(folder_ / "._old", folder_ / "._renamed");
+    WriteFile(old_, "another's");
+    WriteFile(folder_ / "._old", AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "longer resource"}}));
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
+    EXPECT_EQ(size, 8);
+}
