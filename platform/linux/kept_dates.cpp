@@ -60,13 +60,22 @@ static bool HasSameClock(const struct statx& facts) {
     return age >= 0 && age < kSecond;
 }
 
+// The slot that is given away next: the oldest whose date nobody waits for.
+static KeptDate& NextSlot(unsigned count) {
+    for (unsigned at = 0; at < std::size(ring); ++at) {
+        KeptDate& each = ring[(count + at) % std::size(ring)];
+        if (!each.isSet || (!each.isOwed && each.users == 0)) return each;
+    }
+    return ring[count % std::size(ring)];
+}
+
 static void Keep(const struct statx& facts, const FileTimes& times, bool isOwed) {
     const KeptDate kept = {ObjectKey(facts),    times, facts.stx_mtime, isOwed,
                            HasSameClock(facts), true,  false,           0};
     HeldLock guard(ringLock);
     KeptDate* old = Find(kept.key);
     const unsigned count = keptInAll.load(std::memory_order_relaxed);
-    *(old ? old : &ring[count % std::size(ring)]) = kept;
+    *(old ? old : &NextSlot(count)) = kept;
     if (!old) keptInAll.store(count + 1 ? count + 1 : 1, std::memory_order_relaxed);
 }
 
@@ -122,6 +131,10 @@ void EndHoldingDate(OpenFork& fork, struct statx& facts) {
         kept->isSet = false;
         return;
     }
+    // Not left out, since some servers then leave both times as they are.
+    if (kept->times[0].tv_nsec == UTIME_OMIT)
+        kept->times[0] = {static_cast<time_t>(facts.stx_atime.tv_sec),
+                          static_cast<long>(facts.stx_atime.tv_nsec)};
     const bool isSet = (fork.isChanged || kept->isOwed) && SetDates(fork.descriptor, *kept);
     if (fork.isChanged) kept->isWritten = isSet;
     if (--kept->users == 0 && kept->isWritten) kept->isSet = false;
@@ -135,5 +148,9 @@ OSErr SetOwedDates(int file, const struct statx& now) {
         kept->isSet = false;
         return noErr;
     }
-    return SetDates(file, *kept) ? noErr : LastError();
+    if (!SetDates(file, *kept)) return LastError();
+    // A volume may round what it is given.
+    struct statx facts;
+    if (FactsAt(file, "", AT_EMPTY_PATH, facts) == 0) kept->shown = facts.stx_mtime;
+    return noErr;
 }

@@ -161,3 +161,13 @@ TEST_F(KeptDates, OnlyTheLastFiles_AreRemembered) {
     ASSERT_EQ(WriteWhole(forgotten, false, "data"), noErr);
     EXPECT_FALSE(IsGiven(forgotten));
 }
+
+TEST_F(KeptDates, FileThatIsBeingWritten_IsRememberedWhateverElseIsMade) {
+    const FSRef large = MakeFile("large");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(large, false, fsWrPerm, number), noErr);
+    for (int i = 0; i < 300; ++i) MakeFile(std::to_string(i));
+    EXPECT_EQ(FSWriteFork(number, fsAtMark, 0, 4, "data", nullptr), noErr);
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_TRUE(IsGiven(large));
+}
