@@ -12,10 +12,12 @@ import socket
 import subprocess
 import sys
 import tempfile
+import time
 
 SERVER = shutil.which("smbd", path=os.environ["PATH"] + ":/usr/sbin:/usr/local/sbin")
 CLIENT = shutil.which("smbclient")
 START_SECONDS = 60
+END_SECONDS = 30
 
 # What decides about the layout is named even where it is the default. Without attributes of its own the server takes the
 # creation date from where Macs' servers keep it.
@@ -81,6 +83,29 @@ def free_port():
         return one.getsockname()[1]
 
 
+def session_members(session):
+    """The processes of a session that still run; children outlive the one that began it."""
+    for entry in pathlib.Path("/proc").iterdir():
+        if entry.name.isdigit():
+            with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+                state, _, _, its = (entry / "stat").read_text(errors="replace").rpartition(")")[2].split()[:4]
+                if int(its) == session and state not in "ZX":
+                    yield int(entry.name)
+
+
+def await_session(session, seconds=END_SECONDS):
+    """Returns when no process of the session runs; what still runs after that time is killed."""
+    deadline = time.monotonic() + seconds
+    while members := list(session_members(session)):
+        for process in members:
+            with contextlib.suppress(ProcessLookupError):
+                ended = os.pidfd_open(process)
+                readable, _, _ = select.select([ended], [], [], max(0, deadline - time.monotonic()))
+                if not readable:
+                    signal.pidfd_send_signal(ended, signal.SIGKILL)
+                os.close(ended)
+
+
 class FileServer:
     """Serves `share`, an existing folder, once start() is through, until stop() or the end of this process."""
 
@@ -135,12 +160,13 @@ class FileServer:
             return
         self.process.stdin.close()
         try:
-            self.process.wait(30)
+            self.process.wait(END_SECONDS)
         except subprocess.TimeoutExpired:
             with contextlib.suppress(ProcessLookupError):
                 os.killpg(self.process.pid, signal.SIGKILL)
             self.process.kill()
             self.process.wait()
+        await_session(self.process.pid)  # its children still write
         self.process = None
 
     def remove(self):

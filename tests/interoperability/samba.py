@@ -281,6 +281,7 @@ class Server(unittest.TestCase):
                 with socket.create_connection(("127.0.0.1", port)):
                     starter.kill()
                     readable, _, _ = select.select([ended], [], [], 60)
+                file_server.await_session(process)
             self.assertEqual(readable, [ended])
             self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.0.0.1", port))
 
