@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The pages say what is true of the tree: tests that the guarantees name exist, the provider's page lists each operation
-of the seam and no other, and the porting guide knows every Windows call that the header names.
+of the seam and no other, the porting guide knows every Windows call that the header names, and the version is the same
+wherever it is written.
 
 usage: pages.py TREE
 """
@@ -56,6 +57,20 @@ def porting_guide():
     return problems
 
 
-found = unknown_tests() + provider_page() + porting_guide()
+def versions():
+    version = re.search(r"^project\(TavPort VERSION ([\d.]+)", text_of("CMakeLists.txt"), re.M).group(1)
+    major = version.split(".", maxsplit=1)[0]
+    problems = []
+    for name, pattern, expected in (("packaging/changelog", r"\Atavport \((.*?)\)", version),
+                                    ("CHANGELOG.md", r"^## (\S+)", version),
+                                    ("packaging/tav.1", r'^\.TH .*"TavPort (\S+)"', major),
+                                    ("README.md", r"find_package\(TavPort (\S+?)\)", major)):
+        written = re.search(pattern, text_of(name), re.M)
+        if not written or written.group(1) != expected:
+            problems.append(f"{name}: version {written and written.group(1)}, but CMakeLists.txt has {version}")
+    return problems
+
+
+found = unknown_tests() + provider_page() + porting_guide() + versions()
 print("\n".join(found) or "the pages are true")
 sys.exit(bool(found))

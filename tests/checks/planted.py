@@ -64,6 +64,11 @@ PLANTED = [
     ("documentation", "include/TavPort.h", COMPLETE.replace(" * Counts what is there.\n *\n", ""), "what it does"),
     ("documentation", "include/TavPort.h", re.sub(r"/\*\*.*?\*/", "", COMPLETE, flags=re.S), "no description"),
     ("documentation", "include/TavPort.h", COMPLETE.replace("/* What is planted here. */", ""), "does not open"),
+    ("pages", "docs/planted.md", "Nothing that is checked.\n", None),
+    ("pages", "packaging/changelog", "tavport (0.0.1) unstable; urgency=medium\n", "packaging/changelog: version 0.0.1"),
+    ("pages", "CHANGELOG.md", "## 0.0.1\n\n## 1.0.0\n", "CHANGELOG.md: version 0.0.1"),
+    ("pages", "packaging/tav.1", '.TH TAV 1 2026-11-21 "TavPort 0" "User commands"\n', "packaging/tav.1: version 0"),
+    ("pages", "README.md", "find_package(TavPort 0)\n", "README.md: version 0"),
     ("wording", "docs/planted.md", "A special part of the specific kind.\n", None),
     ("wording", "docs/planted.md", "Do as the sp" "ec says.\n", "planted.md:1"),
     ("wording", "docs/planted.md", "See Pa" "rt 4.2.\n", "planted.md:1"),
@@ -95,6 +100,11 @@ def main():
             for part in ("include", "text", "vpath", "system", "paths", "copy", "platform"):
                 if (source / part).is_dir():
                     shutil.copytree(source / part, tree / part)
+            if check == "pages":
+                for part in ("docs", "tests", "packaging"):
+                    shutil.copytree(source / part, tree / part)
+                for part in ("CMakeLists.txt", "CHANGELOG.md", "README.md"):
+                    shutil.copy(source / part, tree / part)
             plant(tree, name, text)
             result = run(check, tree)
             found = result.returncode == 1 and expected is not None and expected in result.stdout
