@@ -41,6 +41,15 @@ bool Delete(const std::string& path) {
     return TavFileDeleteExt(At(path).get());
 }
 
+// A name in the path's folder that nothing else has; it begins with "." and so is hidden.
+std::string Beside(const std::string& path, const char* what) {
+    return (fs::path(Folder(path)) / (".tav-" + std::string(what) + "-" + std::to_string(getpid()))).string();
+}
+
+int ComplainWorkingFolder(const std::string& path) {
+    return Complain(path, "is the working folder or above it; change to another folder first");
+}
+
 // ---- Copying
 
 // How far a copy is, on a line of its own that goes when it is done; only on a terminal.
@@ -88,28 +97,38 @@ int ReportMissing(const std::string& source, const std::vector<std::string>& mis
     return kFailed;
 }
 
+// Takes away a copy that is not to be; what cannot be deleted is named.
+void Discard(const std::string& copy) {
+    if (host::Exists(copy) && !Delete(copy))
+        Complain(copy, "is left of the copy and cannot be deleted whole");
+}
+
 // Puts the complete copy in the target's place. What was there keeps a name of its own until that is done.
 int PutInPlace(const std::string& copy, const std::string& target) {
     if (!host::Exists(target)) {
         if (Rename(copy, Name(target))) return kDone;
-        Delete(copy);
+        Discard(copy);
         return Complain(target, host::Reason(target, true));
     }
-    const std::string old = (fs::path(Folder(target)) / (".tav-old-" + std::to_string(getpid()))).string();
+    const std::string old = Beside(target, "old");
     if (!Rename(target, Name(old))) {
-        Delete(copy);
+        Discard(copy);
         return Complain(target, "cannot be replaced: " + host::Reason(target, true));
     }
     if (!Rename(copy, Name(target))) {
         Rename(old, Name(target));
-        Delete(copy);
+        Discard(copy);
         return Complain(target, "cannot be replaced");
     }
-    return Delete(old) ? kDone : Complain(old, "holds what was replaced and cannot be deleted whole");
+    if (!Delete(old)) return Complain(old, "holds what was replaced and cannot be deleted whole");
+    // Done is done: the exit code stays, but who pressed Ctrl-C must know.
+    if (host::Interrupted()) Complain(target, "was replaced; the interrupt came too late");
+    return kDone;
 }
 
 int CopyTo(const std::string& source, const std::string& target) {
-    const std::string copy = (fs::path(Folder(target)) / (".tav-new-" + std::to_string(getpid()))).string();
+    const host::SignalsNoted noted;
+    const std::string copy = Beside(target, "new");
     const host::Tree tree = host::Survey(source);
     const bool tooLarge = tree.bytes > host::FreeBytes(Folder(target));
     host::Outcome outcome;
@@ -121,11 +140,12 @@ int CopyTo(const std::string& source, const std::string& target) {
     }
     const std::vector<std::string> missing = Missing(tree, copy);
     const bool full = tooLarge || host::FreeBytes(Folder(target)) < (1 << 16);
+    if (host::Interrupted()) outcome = host::Outcome::kInterrupted;
     if (outcome == host::Outcome::kDone && (missing.empty() || !full)) {
         const int result = PutInPlace(copy, target);
         return result == kDone && !missing.empty() ? ReportMissing(source, missing) : result;
     }
-    if (host::Exists(copy)) Delete(copy);
+    Discard(copy);
     if (outcome == host::Outcome::kInterrupted) return Complain(target, "interrupted; nothing was changed");
     if (full) return Complain(target, "the disk is full; nothing was changed");
     if (!host::Exists(source)) return Complain(source, host::Reason(source, false));
@@ -152,12 +172,15 @@ int MoveTo(const std::string& source, const std::string& target) {
     return Complain(target, host::Reason(target, true));
 }
 
+// ---- Deleting and making
+
 int RemoveOne(const std::string& path, bool folders) {
     if (!host::Exists(path)) return Complain(path, host::Reason(path, false));
     host::Facts facts;
     host::Look(path, facts);
     if (facts.kind == "folder" && !folders)
         return Complain(path, "is a folder; -r deletes it with everything in it");
+    if (host::HoldsWorkingFolder(path)) return ComplainWorkingFolder(path);
     switch (host::RunStoppable([&] { return Delete(path); }, [] {})) {
     case host::Outcome::kDone:
         return kDone;
@@ -167,6 +190,17 @@ int RemoveOne(const std::string& path, bool folders) {
     default:
         return Complain(path, "cannot be deleted whole: " + host::Reason(path, true));
     }
+}
+
+// No folder can be created with ":" in its name, but one that is there can be renamed to it.
+bool MakeFolder(const std::string& path) {
+    if (Name(path).find(':') == std::string::npos) return TavFolderCreateExt(At(path).get());
+    if (host::Exists(path)) return false;
+    const std::string made = Beside(path, "new");
+    if (!TavFolderCreateExt(At(made).get())) return false;
+    if (Rename(made, Name(path))) return true;
+    TavFolderDeleteExt(At(made).get());
+    return false;
 }
 
 } // namespace
@@ -181,6 +215,7 @@ int Copy(const Options& options) {
         return Complain(target, "is there already; -f replaces it");
     if (Holds(source, target)) return Complain(target, "lies in what is to be copied");
     if (Holds(target, source)) return Complain(target, "holds what is to be copied");
+    if (host::HoldsWorkingFolder(target)) return ComplainWorkingFolder(target);
     return CopyTo(source, target);
 }
 
@@ -191,18 +226,23 @@ int Move(const Options& options) {
     if (Holds(source, target)) return Complain(target, "lies in what is to be moved");
     if (host::Exists(target)) return Complain(target, "is there already");
     if (!host::IsFolder(Folder(target))) return Complain(Folder(target), "is no folder");
+    const host::SignalsNoted noted; // not to end between the two steps of a move
     return MoveTo(source, target);
 }
 
 int Remove(const Options& options) {
+    const host::SignalsNoted noted;
     int result = kDone;
     size_t done = 0;
     for (const std::string& argument : options.arguments) {
+        if (host::Interrupted()) {
+            result = kFailed;
+            break;
+        }
         if (RemoveOne(host::Absolute(argument), options.Has('r')) == kDone) {
             ++done;
         } else {
             result = kFailed;
-            if (host::Interrupted()) break;
         }
     }
     if (host::Interrupted() && options.arguments.size() > 1) {
@@ -213,10 +253,11 @@ int Remove(const Options& options) {
 }
 
 int MakeFolders(const Options& options) {
+    const host::SignalsNoted noted;
     int result = kDone;
     for (const std::string& argument : options.arguments) {
         const std::string path = host::Absolute(argument);
-        if (TavFolderCreateExt(At(path).get())) continue;
+        if (MakeFolder(path)) continue;
         result = Complain(path, host::Exists(path) ? "is there already" : host::Reason(path, true));
     }
     return result;

@@ -23,6 +23,7 @@ Reference At(const std::string& path);
 struct Options {
     std::map<char, std::vector<std::string>> values; // by letter; empty texts for switches
     std::vector<std::string> arguments;
+    bool help = false; // nothing else counts then
 
     bool Has(char letter) const { return values.count(letter) > 0; }
 };

@@ -70,6 +70,37 @@ std::string PathOf(const Reference& reference) {
     return Bytes(path);
 }
 
+Reference Calculate(const std::string& text, const Reference& base) {
+    const Expression expression(Tav0FSExpCreateExp(Units(text).c_str()));
+    return Reference(Tav0FSExpCalculateFSRCreate(expression.get(), base.get()));
+}
+
+// The path of each beginning of the expression, so that one sees which part makes what of it.
+void ShowSteps(const std::string& text, const Reference& base) {
+    const size_t last = text.rfind('\\');
+    if (last == std::string::npos) return;
+    const size_t width = Shown(text.substr(0, last)).size();
+    for (size_t end = text.find('\\'); end != std::string::npos; end = text.find('\\', end + 1)) {
+        std::string part = Shown(text.substr(0, end));
+        const Reference reference = Calculate(text.substr(0, end), base);
+        if (!reference || PathOf(reference).empty()) continue;
+        part.resize(width, ' ');
+        Step("step", part + "  " + PathOf(reference));
+    }
+}
+
+// The key that an expression begins with, where that is not registered; empty for none.
+std::string UnknownKey(const std::string& text) {
+    const std::string first = text.substr(0, text.find('\\'));
+    if (first.size() < 2 || first[0] != '$' || first[1] == '$') return "";
+    const Reference reference = Calculate(first, nullptr);
+    return reference && PathOf(reference).empty() ? first.substr(1, sizeof(TavKey)) : "";
+}
+
+int ComplainUnknownKey(const std::string& text, const std::string& key) {
+    return Complain(text, "the key $" + key + " is not registered; give it with -k " + key + "=FOLDER");
+}
+
 } // namespace
 
 int Evaluate(const Options& options) {
@@ -85,10 +116,14 @@ int Evaluate(const Options& options) {
         Step("base", host::Absolute(folder));
     }
     const std::string& text = options.arguments[0];
-    const Expression expression(Tav0FSExpCreateExp(Units(text).c_str()));
     Step("expression", text);
-    const Reference reference(Tav0FSExpCalculateFSRCreate(expression.get(), base.get()));
+    if (const std::string key = UnknownKey(text); !key.empty()) return ComplainUnknownKey(text, key);
+    const Reference reference = Calculate(text, base);
+    if (reference && PathOf(reference).substr(0, 1) != "/")
+        return Complain(text, "gives no path that begins with \"/\"; begin it with a key: \"$KEY\\...\"");
+    ShowSteps(text, base);
     if (!reference) {
+        const Expression expression(Tav0FSExpCreateExp(Units(text).c_str()));
         const bool needsBase = !base && Tav0FSExpIsRelPath(expression.get(), nullptr, nullptr);
         return Complain(text, needsBase ? "needs a base; give one with -b" : "cannot be evaluated");
     }

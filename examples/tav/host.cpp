@@ -11,8 +11,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <grp.h>
+#include <iterator>
 #include <poll.h>
 #include <pwd.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -24,6 +26,8 @@ namespace fs = std::filesystem;
 namespace {
 
 volatile sig_atomic_t interrupted = 0;
+
+const int kNoted[] = {SIGINT, SIGTERM, SIGHUP};
 
 void NoteInterrupt(int) {
     interrupted = 1;
@@ -172,13 +176,37 @@ bool host::Exists(const std::string& path) {
     return lstat(path.c_str(), &facts) == 0;
 }
 
+bool host::HoldsWorkingFolder(const std::string& path) {
+    struct stat wanted;
+    if (lstat(path.c_str(), &wanted) != 0 || !S_ISDIR(wanted.st_mode)) return false;
+    struct stat root;
+    const auto same = [](const struct stat& a, const struct stat& b) {
+        return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    };
+    if (stat("/", &root) == 0 && same(wanted, root)) return true;
+    // By ".." from the working folder on: a folder that is mounted in two places has one identity, but two paths.
+    int folder = open(".", O_PATH | O_CLOEXEC);
+    struct stat before = {};
+    struct stat here;
+    bool found = false;
+    while (folder >= 0 && !found && fstat(folder, &here) == 0 && !same(before, here)) {
+        found = same(wanted, here);
+        before = here;
+        const int above = openat(folder, "..", O_PATH | O_CLOEXEC);
+        close(folder);
+        folder = above;
+    }
+    if (folder >= 0) close(folder);
+    return found;
+}
+
 host::Tree host::Survey(const std::string& path) {
     Tree tree;
     std::error_code error;
     if (fs::is_regular_file(path, error)) tree.bytes = fs::file_size(path, error);
     if (!fs::is_directory(path, error)) return tree;
     fs::recursive_directory_iterator item(path, fs::directory_options::skip_permission_denied, error);
-    for (; !error && item != fs::recursive_directory_iterator(); item.increment(error)) {
+    for (; !error && !interrupted && item != fs::recursive_directory_iterator(); item.increment(error)) {
         tree.items.push_back(item->path().string().substr(path.size()));
         std::error_code ignored;
         if (item->symlink_status(ignored).type() == fs::file_type::regular)
@@ -200,28 +228,41 @@ bool host::Interrupted() {
     return interrupted;
 }
 
-host::Outcome host::RunStoppable(const std::function<bool()>& work, const std::function<void()>& tick) {
+host::SignalsNoted::SignalsNoted() {
     struct sigaction note = {};
     note.sa_handler = NoteInterrupt;
-    struct sigaction before;
-    sigaction(SIGINT, &note, &before);
+    for (size_t i = 0; i < std::size(kNoted); ++i) {
+        sigaction(kNoted[i], nullptr, &before_[i]);
+        if (before_[i].sa_handler != SIG_IGN) sigaction(kNoted[i], &note, nullptr);
+    }
+}
+
+host::SignalsNoted::~SignalsNoted() {
+    for (size_t i = 0; i < std::size(kNoted); ++i) sigaction(kNoted[i], &before_[i], nullptr);
+}
+
+host::Outcome host::RunStoppable(const std::function<bool()>& work, const std::function<void()>& tick) {
+    if (interrupted) return Outcome::kInterrupted;
     std::fflush(nullptr);
     // The pipe closes when the worker ends, however it ends.
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return Outcome::kFailed;
+    const pid_t starter = getpid();
     const pid_t worker = fork();
     if (worker == 0) {
-        std::signal(SIGINT, SIG_IGN); // the terminal sends it to both; it is for the other one to act on
-        _exit(work() ? 0 : 1);
+        // The terminal sends them to both; they are for the other one to act on.
+        for (const int number : kNoted) std::signal(number, SIG_IGN);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(getppid() == starter && work() ? 0 : 1);
     }
     close(ends[1]);
     pollfd end = {ends[0], POLLIN, 0};
+    if (worker > 0) tick();
     while (worker > 0 && !interrupted && poll(&end, 1, 100) <= 0) tick();
     if (worker > 0 && interrupted) kill(worker, SIGKILL);
     int status = 1;
     while (worker > 0 && waitpid(worker, &status, 0) < 0 && errno == EINTR) continue;
     close(ends[0]);
-    sigaction(SIGINT, &before, nullptr);
     if (worker > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0) return Outcome::kDone;
     return interrupted ? Outcome::kInterrupted : Outcome::kFailed;
 }

@@ -2,6 +2,7 @@
 // metadata; and what only a program of its own can do: stop at Ctrl-C.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -32,7 +33,10 @@ bool IsFolder(const std::string& path); // of a link: what it leads to
 bool IsReadable(const std::string& path);
 bool Exists(const std::string& path); // also a link that leads nowhere
 
-// Everything in a tree: paths below it, bytes of content.
+// Whether a folder is the working folder, one above it, or "/"; a link is none of them.
+bool HoldsWorkingFolder(const std::string& path);
+
+// Everything in a tree: paths below it, bytes of content. Not whole when a signal was noted.
 struct Tree {
     std::vector<std::string> items;
     uint64_t bytes = 0;
@@ -42,9 +46,23 @@ uint64_t FreeBytes(const std::string& path);
 
 bool IsTerminal(int descriptor);
 
-// Runs `work` in a process of its own while calling `tick` every tenth of a second, and stops it at Ctrl-C.
-enum class Outcome { kDone, kFailed, kInterrupted };
+// As long as one lives, Ctrl-C, a request to end and a terminal that goes away are only noted: what cannot be left
+// half-made is finished. What was ignored before stays so.
+class SignalsNoted {
+public:
+    SignalsNoted();
+    ~SignalsNoted();
+    SignalsNoted(const SignalsNoted&) = delete;
+    SignalsNoted& operator=(const SignalsNoted&) = delete;
+
+private:
+    struct sigaction before_[3];
+};
 bool Interrupted();
+
+// Runs `work` in a process of its own while calling `tick` at once and every tenth of a second, and stops it when a
+// signal is noted.
+enum class Outcome { kDone, kFailed, kInterrupted };
 Outcome RunStoppable(const std::function<bool()>& work, const std::function<void()>& tick);
 
 } // namespace host

@@ -16,7 +16,7 @@ struct CloseSearch {
 using Search = std::unique_ptr<TavFindSearch, CloseSearch>;
 
 // Begins a search; null when nothing is found.
-Search Find(const std::string& path, TavFindDataW& found) {
+Search Begin(const std::string& path, TavFindDataW& found) {
     TavFindSearch* search = TavFindFirstFile(Units(path).c_str(), &found);
     return Search(search == TAV_INVALID_FIND ? nullptr : search);
 }
@@ -26,6 +26,19 @@ std::string Name(const TavFindDataW& found) {
     std::string name = Bytes(found.cFileName);
     std::replace(name.begin(), name.end(), '/', ':');
     return name;
+}
+
+// One object. A search compares with names in which "/" stands for ":", and takes a "*" in front for everything: such
+// names are looked for in their folder.
+bool Find(const std::string& path, TavFindDataW& found) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (name.find(':') == std::string::npos && name.substr(0, 1) != "*") return Begin(path, found) != nullptr;
+    const Search search = Begin(path.substr(0, path.size() - name.size()) + "*", found);
+    while (search && TavFindNextFile(search.get(), &found)) {
+        if (Name(found) == name) return true;
+    }
+    found = {};
+    return false;
 }
 
 uint64_t SizeOnDisk(const TavFindDataW& found) {
@@ -49,7 +62,7 @@ Table Listing() {
 
 int ListFolder(const std::string& path, bool hiddenToo) {
     TavFindDataW found;
-    Search search = Find(path == "/" ? "/*" : path + "/*", found);
+    Search search = Begin(path == "/" ? "/*" : path + "/*", found);
     if (!search || !host::IsReadable(path)) return Complain(path, host::Reason(path, false));
     std::vector<TavFindDataW> entries;
     do {

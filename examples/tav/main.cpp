@@ -21,7 +21,8 @@ const Command kCommands[] = {
     {"mv", "move or rename on one drive", "SOURCE DESTINATION", "", "\nNothing is ever replaced.\n", 2, 2,
      Move},
     {"rm", "delete files, with -r folders", "[-r] PATH ...", "r",
-     "  -r  folders with everything in them, locked or not\n", 1, SIZE_MAX, Remove},
+     "  -r  folders with everything in them, locked or not\n\nThe working folder and those above it stay.\n",
+     1, SIZE_MAX, Remove},
     {"mkdir", "make folders", "FOLDER ...", "", "", 1, SIZE_MAX, MakeFolders},
     {"stat", "tell what is known of files and folders", "PATH ...", "", "", 1, SIZE_MAX, Status},
     {"drives", "list drives", "", "", "", 0, 0, Drives},
@@ -60,6 +61,9 @@ std::string Parse(const Command& command, const std::vector<std::string>& words,
             options.arguments.push_back(word);
         } else if (word == "--") {
             optionsEnded = true;
+        } else if (word == "--help") {
+            options.help = true;
+            return "";
         } else {
             const char* known = word[1] == ':' ? nullptr : std::strchr(command.letters, word[1]);
             if (!known || (known[1] != ':' && word.size() > 2)) return "there is no option " + Shown(word);
@@ -91,12 +95,12 @@ int Run(const std::vector<std::string>& words) {
     for (const Command& command : kCommands) {
         if (words[0] != command.name) continue;
         const std::vector<std::string> rest(words.begin() + 1, words.end());
-        if (!rest.empty() && rest[0] == "--help") {
+        Options options;
+        const std::string why = Parse(command, rest, options);
+        if (options.help) {
             PrintHelp(command);
             return kDone;
         }
-        Options options;
-        const std::string why = Parse(command, rest, options);
         return why.empty() ? command.run(options) : NotUnderstood(command, why);
     }
     std::fprintf(stderr, "tav: there is no command %s; see: tav --help\n", Shown(words[0]).c_str());

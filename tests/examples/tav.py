@@ -31,8 +31,8 @@ class Client(unittest.TestCase):
         self.top = pathlib.Path(folder.name).resolve()
 
     def tav(self, *words, **options):
-        return subprocess.run([*PROGRAM, *map(str, words)], cwd=self.top, capture_output=True, timeout=100,
-                              errors="surrogateescape", text=True, check=False, **options)
+        return subprocess.run([*PROGRAM, *map(str, words)], capture_output=True, timeout=100, errors="surrogateescape",
+                              text=True, check=False, **{"cwd": self.top, **options})
 
     def done(self, *words, **options):
         result = self.tav(*words, **options)
@@ -129,13 +129,38 @@ class Looking(Client):
     def test_drives_begin_with_the_root(self):
         self.assertRegex(self.done("drives"), r"\A *type  root\n *\w+  /\n")
 
+    def test_names_with_a_colon_or_an_asterisk_are_looked_at_like_others(self):
+        self.done("mkdir", "m:n", "m:n/*o", "m:n/p:")
+        self.assertEqual(self.names("m:n"), ["*o", "p:"])
+        for name in ("m:n/z:w", "m:n/*z", "m:n/:"):
+            (self.top / name).write_bytes(bytes(5000))
+            last = re.escape(name.rpartition("/")[2])
+            with self.subTest(name=name):
+                self.assertRegex(self.done("ls", name), rf"\A[^\n]*\n *file +[1-9][\d,]*  [-\d]+ [:\d]+  {last}\n\Z")
+                text = self.done("stat", name)
+                self.assertRegex(text, r"content +5,000 bytes, [1-9][\d,]* on disk\n")
+                self.assertRegex(text, r"created +\d{4}-")
+        self.assertEqual(len(self.done("ls", "m:n").splitlines()), 6)
+        self.assertRegex(self.done("stat", "m:n/*o", "m:n"), r"(?s)(kind +folder\n.*created +\d{4}-.*){2}")
+        self.refused(1, "there already", "mkdir", "m:n/p:")
+        self.refused(1, "No such file", "mkdir", "gone/m:n")
+        self.refused(1, "No such file", "ls", "m:n/q:")
+        self.assertEqual(self.names("m:n"), ["*o", "*z", ":", "p:", "z:w"])
+
     def test_eval_shows_each_step(self):
         self.tree()
         text = self.done("eval", "-k", f"pref={self.top}", "-v", "what=tree", r"$pref\%what\sub\..\b")
-        self.assertEqual([line.split(maxsplit=1)[0] for line in text.splitlines()],
-                         ["key", "value", "expression", "path", "there"])
-        self.assertIn(f"{self.top}/tree/b\n", text)
-        self.assertIn("a file", text)
+        self.assertEqual([line.split() for line in text.splitlines()], [
+            ["key", "pref", str(self.top)], ["value", "what", "tree"], ["expression", r"$pref\%what\sub\..\b"],
+            ["step", "$pref", str(self.top)], ["step", r"$pref\%what", f"{self.top}/tree"],
+            ["step", r"$pref\%what\sub", f"{self.top}/tree/sub"], ["step", r"$pref\%what\sub\..", f"{self.top}/tree"],
+            ["path", f"{self.top}/tree/b"], ["there", "a", "file"]])
+
+    def test_eval_refuses_a_key_that_is_not_registered(self):
+        for expression in (r"$pref\x", r"$pref\x\..\y", "$pref"):
+            with self.subTest(expression=expression):
+                self.refused(1, r"the key \$pref is not registered; give it with -k pref=FOLDER", "eval", expression)
+        self.refused(1, r'gives no path that begins with "/"', "eval", r"pref\x")
 
     def test_eval_from_a_base(self):
         self.assertIn(f"{self.top}/x\n", self.done("eval", "-b", ".", r"$$here\x"))
@@ -183,9 +208,10 @@ class Changing(Client):
         with subprocess.Popen([*PROGRAM, "cp", "large", "shown"], cwd=self.top, stderr=terminal) as process:
             process.wait(100)
         os.close(terminal)
-        with contextlib.suppress(OSError):
-            self.assertRegex(os.read(reader, 1 << 16).decode(), r"\[[#.]{40}\] +\d+ %.*of 600,000,000 bytes|\A\r\x1b\[K")
+        said = os.read(reader, 1 << 16).decode()
         os.close(reader)
+        self.assertRegex(said, r"\A\r\[\.{40}\] +0 %  0 of 600,000,000 bytes")
+        self.assertTrue(said.endswith("\r\x1b[K"), said)
 
     def test_mv_renames_and_moves(self):
         self.tree()
@@ -210,6 +236,39 @@ class Changing(Client):
         self.refused(1, "-r deletes it", "rm", "tree")
         self.done("rm", "-r", "tree")
         self.assertEqual(self.names(), [])
+
+    def test_rm_refuses_the_working_folder_and_those_above(self):
+        here = self.top / "one/two/three"
+        here.mkdir(parents=True)
+        (here / "kept").touch()
+        (self.top / "one/kept").touch()
+        (self.top / "link").symlink_to(self.top / "one")
+        for name in (".", "..", "../..", "../../.", "../three", "../three/", self.top / "one/two", "../../../link/two",
+                     "../../../link/."):
+            with self.subTest(name=name):
+                self.refused(1, "is the working folder or above it; change to another folder first", "rm", "-r", name,
+                             cwd=here)
+                self.assertEqual((self.names("one"), self.names("one/two"), self.names(here)),
+                                 (["kept", "two"], ["three"], ["kept"]))
+        self.done("rm", "-r", "../../../link", cwd=here)  # the link itself
+        (here / "other").mkdir()
+        self.done("rm", "-r", "other", cwd=here)
+        self.assertEqual((self.names(), self.names("one"), self.names(here)), (["one"], ["kept", "two"], ["kept"]))
+
+    def test_cp_does_not_replace_the_working_folder_nor_those_above(self):
+        here = self.top / "one/two"
+        here.mkdir(parents=True)
+        (self.top / "other/one").mkdir(parents=True)
+        (self.top / "other/two").mkdir()
+        for source, destination in (("other/two", "one"), ("other/one", ".")):
+            self.refused(1, "is the working folder or above it", "cp", "-f", self.top / source, self.top / destination,
+                         cwd=here)
+        self.assertEqual((self.names(), self.names("one")), (["one", "other"], ["two"]))
+
+    def test_mv_moves_a_folder_above_the_working_folder(self):
+        (self.top / "one/two").mkdir(parents=True)
+        self.done("mv", "..", self.top / "moved", cwd=self.top / "one/two")
+        self.assertEqual((self.names(), self.names("moved")), (["moved"], ["two"]))
 
     def test_mkdir_makes_folders(self):
         self.done("mkdir", "one", "one/two")
@@ -237,6 +296,8 @@ class Mistakes(Client):
         self.assertEqual(commands, ["ls", "cat", "cp", "mv", "rm", "mkdir", "stat", "drives", "eval"])
         for command in commands:
             self.assertIn(f"usage: tav {command}", self.done(command, "--help"))
+            self.assertIn(f"usage: tav {command}", self.done(command, "a", "b", "c", "--help"))
+        self.refused(1, "--help: No such file", "ls", "--", "--help")
 
     def test_what_is_missing_is_named(self):
         for words in (["ls", "gone"], ["cat", "gone"], ["cp", "gone", "x"], ["mv", "gone", "x"], ["rm", "gone"],
@@ -292,16 +353,33 @@ class Stopped(Client):
             self.refused(1, "the disk is full; nothing was changed", "cp", "many", "small")
             self.assertEqual(self.names("small"), [])
 
-    def interrupt(self, *words, when):
-        """Starts it, and presses Ctrl-C for the whole group as a terminal does, as soon as `when` says so."""
+    def interrupt(self, *words, when, number=signal.SIGINT):
+        """Starts it, and sends the signal to the whole group as a terminal does, as soon as `when` says so, and again at
+        each later time that it names."""
         with subprocess.Popen([*PROGRAM, *words], cwd=self.top, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                              start_new_session=True) as process:
-            while process.poll() is None and not when():
-                time.sleep(0.001)
-            with contextlib.suppress(ProcessLookupError):
-                os.killpg(process.pid, signal.SIGINT)
+                              start_new_session=True, preexec_fn=lambda: signal.signal(number, signal.SIG_DFL)) as process:
+            for moment in when if isinstance(when, tuple) else (when,):
+                while process.poll() is None and not moment():
+                    time.sleep(0.001)
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, number)
             output = process.communicate(timeout=100)
         return process.returncode, output[1]
+
+    def many(self, name, count=3_000):
+        folder = self.top / name
+        folder.mkdir()
+        for number in range(count):
+            (folder / str(number)).touch()
+        return folder
+
+    def size_of(self, prefix):
+        """The number of items in the folder that `cp` keeps for the while; None when there is none."""
+        for name in self.names():
+            if name.startswith(prefix):
+                with contextlib.suppress(FileNotFoundError):
+                    return len(self.names(name))
+        return None
 
     def test_ctrl_c_in_cp_leaves_the_destination_as_it_was(self):
         with open(self.top / "large", "wb") as file:
@@ -312,6 +390,37 @@ class Stopped(Client):
         self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
         self.assertEqual((self.top / "copy").read_text(encoding="ascii"), "old")
         self.assertEqual(self.names(), ["copy", "large"])
+
+    def test_ctrl_c_while_what_was_replaced_is_deleted_comes_too_late(self):
+        self.many("copy")
+        (self.top / "new/copy").mkdir(parents=True)
+        (self.top / "new/copy/file").touch()
+        deleting = lambda: self.size_of(".tav-old") is not None
+        status, said = self.interrupt("cp", "-f", "new/copy", ".", when=(deleting, deleting))
+        self.assertEqual((status, self.names(), self.names("copy")), (0, ["copy", "new"], ["file"]))
+        if said == "":
+            self.skipTest("it was deleted before Ctrl-C came")
+        self.assertEqual(said, f"tav: {self.top}/copy: was replaced; the interrupt came too late\n")
+
+    def test_ctrl_c_twice_in_cp_still_takes_the_copy_away(self):
+        self.many("many")
+        status, said = self.interrupt("cp", "many", "copy", when=(
+            lambda: (self.size_of(".tav-new") or 0) > 1_500, lambda: (self.size_of(".tav-new") or 0) < 1_500))
+        if status == 0:
+            self.skipTest("it was copied before Ctrl-C came")
+        self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
+        self.assertEqual(self.names(), ["many"])
+
+    def test_other_signals_end_cp_as_ctrl_c_does(self):
+        self.many("many")
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number=number):
+                status, said = self.interrupt("cp", "many", "copy", number=number,
+                                              when=lambda: (self.size_of(".tav-new") or 0) > 10)
+                if status == 0:
+                    self.skipTest("it was copied before the signal came")
+                self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
+                self.assertEqual(self.names(), ["many"])
 
     def test_ctrl_c_in_rm_says_what_is_done(self):
         folder = self.top / "many"
