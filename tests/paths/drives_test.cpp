@@ -255,9 +255,14 @@ TEST_F(DrivesTest, VolumeInfo_GivesWhatIsAskedFor) {
 TEST_F(DrivesTest, VolumeInfo_GivesEachNumberOfBytesAlone) {
     SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Data"));
     const FSVolumeRefNum volume = VolumeOf("/Volumes/Data");
+    // Asked in between, so that nothing left from an earlier call can pass for an answer.
+    const FSVolumeRefNum other = VolumeOf("/");
+    uint64_t otherFree = 0, otherTotal = 0;
     uint64_t freeBytes = 1, totalBytes = 1, freeAlone = 2, totalAlone = 2;
     ASSERT_EQ(FSVolumeGetVInfo(volume, nullptr, &freeBytes, &totalBytes, nullptr), noErr);
+    ASSERT_EQ(FSVolumeGetVInfo(other, nullptr, &otherFree, &otherTotal, nullptr), noErr);
     EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, &freeAlone, nullptr, nullptr), noErr);
+    ASSERT_EQ(FSVolumeGetVInfo(other, nullptr, &otherFree, &otherTotal, nullptr), noErr);
     EXPECT_EQ(FSVolumeGetVInfo(volume, nullptr, nullptr, &totalAlone, nullptr), noErr);
     EXPECT_EQ(freeAlone, freeBytes);
     EXPECT_EQ(totalAlone, totalBytes);
