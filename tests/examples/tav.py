@@ -422,6 +422,17 @@ class Stopped(Client):
                 self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
                 self.assertEqual(self.names(), ["many"])
 
+    def test_nothing_goes_on_when_cp_is_killed(self):
+        self.many("many")
+        with subprocess.Popen([*PROGRAM, "cp", "many", "copy"], cwd=self.top, stdout=subprocess.PIPE) as process:
+            while process.poll() is None and (self.size_of(".tav-new") or 0) < 10:
+                time.sleep(0.001)
+            process.kill()
+            process.stdout.read()  # ends with the last process that could write
+        if process.returncode == 0:
+            self.skipTest("it was copied before it could be killed")
+        self.assertLess(self.size_of(".tav-new"), 3_000)
+
     def test_ctrl_c_in_rm_says_what_is_done(self):
         folder = self.top / "many"
         folder.mkdir()

@@ -138,7 +138,7 @@ class FileServer:
                                              f"--log-basename={self.state}"], stdin=subprocess.PIPE,
                                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                             env={**os.environ, "NOTIFY_SOCKET": str(where)})
-            if self.says_ready(ready):
+            if self.says_ready(ready) and self.listens():
                 return True
         self.stop()
         return False
@@ -152,6 +152,20 @@ class FileServer:
                     return False
                 if b"READY=1" in ready.recv(4096):
                     return True
+        finally:
+            os.close(ended)
+
+    def listens(self):
+        """It may say that it is ready a moment before it listens."""
+        ended = os.pidfd_open(self.process.pid)
+        deadline = time.monotonic() + START_SECONDS
+        try:
+            while time.monotonic() < deadline:
+                with contextlib.suppress(ConnectionRefusedError), socket.create_connection(("127.0.0.1", self.port)):
+                    return True
+                if select.select([ended], [], [], 0.01)[0]:
+                    return False
+            return False
         finally:
             os.close(ended)
 
