@@ -3,6 +3,7 @@
 // names is kept as long as there is room. Sections: long names, moves, replacements, paths.
 #include "platform/linux/remembered.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -24,23 +25,29 @@ static bool Allocate(std::unique_ptr<Slot[]>& slots, size_t count) {
 }
 
 void LongNames::Remember(const Identity& identity, FolderID folder, const char* name) {
-    if (!Allocate(slots_, kSlots)) return;
+    if (!Allocate(slots_, kSets * kSlotsInSet)) return;
     uint32_t nameHash = HashName(name, std::strlen(name));
     uint64_t key = KeyOf(identity, folder, nameHash);
-    Slot& slot = slots_[key / 2 % kSlots];
-    slot.key = key;
-    slot.nameHash = nameHash;
-    slot.folder = folder;
-    std::strncpy(slot.name, name, sizeof slot.name - 1);
+    Slot* const set = &slots_[key / 2 % kSets * kSlotsInSet];
+    Slot* const old = std::find_if(set, set + kSlotsInSet - 1, [key](const Slot& s) { return s.key == key; });
+    // The latest comes first, the oldest is given up.
+    std::move_backward(set, old, old + 1);
+    set->key = key;
+    set->nameHash = nameHash;
+    set->folder = folder;
+    std::strncpy(set->name, name, sizeof set->name - 1);
 }
 
 bool LongNames::Recall(const Identity& identity, FolderID folder, uint32_t nameHash,
                        char (&name)[256]) const {
     if (!slots_) return false;
     uint64_t key = KeyOf(identity, folder, nameHash);
-    const Slot& slot = slots_[key / 2 % kSlots];
-    if (slot.key != key || slot.nameHash != nameHash || slot.folder != folder) return false;
-    std::memcpy(name, slot.name, sizeof slot.name);
+    const Slot* const set = &slots_[key / 2 % kSets * kSlotsInSet];
+    const Slot* const slot = std::find_if(set, set + kSlotsInSet, [&](const Slot& each) {
+        return each.key == key && each.nameHash == nameHash && each.folder == folder;
+    });
+    if (slot == set + kSlotsInSet) return false;
+    std::memcpy(name, slot->name, sizeof slot->name);
     return true;
 }
 

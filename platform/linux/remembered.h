@@ -26,7 +26,9 @@ private:
         FolderID folder;
         char name[256];
     };
-    static constexpr size_t kSlots = 512;
+    // The names of one path have to fit together, whatever their keys are.
+    static constexpr size_t kSets = 64;
+    static constexpr size_t kSlotsInSet = 8;
     std::unique_ptr<Slot[]> slots_;
 };
 

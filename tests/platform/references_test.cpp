@@ -94,6 +94,15 @@ TEST_F(References, LongNames_AreFoundAlsoWhenForgotten) {
     EXPECT_EQ(PathOf(outer), folder / name);
 }
 
+TEST_F(References, ManyLongNamesAboveOneObject_AreRememberedTogether) {
+    for (int i = 0; i < 40; ++i) {
+        std::string path = std::to_string(i);
+        for (int depth = 0; depth < 12; ++depth) path += "/" + std::string(80, 'd');
+        fs::create_directories(folder / path);
+        EXPECT_EQ(PathOf(RefTo(folder / path)), folder / path);
+    }
+}
+
 TEST_F(References, LongNamesOfOneFile_AreToldApart) {
     std::string first(100, 'a'), second(100, 'b');
     WriteFile(folder / first, "");
