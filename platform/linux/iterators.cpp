@@ -83,8 +83,9 @@ static OSErr Open(OpaqueFSIterator& iterator) {
     return OpenReader(iterator, folder);
 }
 
-static bool MayHaveSidecars(const OpaqueFSIterator& iterator) {
-    return !iterator.hasNoSidecars || iterator.sidecarsMade != SidecarsMade();
+static Asking AskingFor(const OpaqueFSIterator& iterator) {
+    const bool hasNone = iterator.hasNoSidecars && iterator.sidecarsMade == SidecarsMade();
+    return hasNone ? Asking::kForListingWithoutSidecars : Asking::kForListing;
 }
 
 // Opens again what had to be given back. Nothing is known of sidecars then, and reading a long listing once
@@ -146,7 +147,7 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     if (wanted.refs || wanted.specs) result = MakeReference(item.folderID, item.name, item.facts, false, ref);
     if (result == noErr && wanted.specs) result = FillSpec(item, ref, wanted.specs[index]);
     if (result == noErr && wanted.whichInfo != kFSCatInfoNone)
-        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], MayHaveSidecars(iterator));
+        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], AskingFor(iterator));
     if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
     if (result == noErr && iterator.isForDelete && iterator.hasNoSidecars && wanted.refs &&
         (wanted.whichInfo & kFSCatInfoNodeFlags))

@@ -103,13 +103,18 @@ static UTCDateTime CreateDate(const Place& place, const Facts& kept) {
     return place.facts.stx_mask & STATX_BTIME ? DateFromTimestamp(place.facts.stx_btime) : UTCDateTime{};
 }
 
+static bool IsTolerable(OSErr result, Asking asking) {
+    return result == noErr || (result == ioErr && asking != Asking::kForOne);
+}
+
 static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                          bool mayHaveSidecar) {
+                          Asking asking) {
     Facts kept;
-    const bool inSidecar = mayHaveSidecar && (whichInfo & kFinderFacts);
+    const bool inSidecar = asking != Asking::kForListingWithoutSidecars && (whichInfo & kFinderFacts);
     const Look look = inSidecar ? Look::kFinderInfoInSidecar : Look::kAttributeOnly;
     const OSErr result = LoadFacts(place, look, kept);
-    if (result != noErr) return result;
+    if (!IsTolerable(result, asking)) return result;
+    if (result != noErr) kept = {};
     if (place.isLink) FillLinkFinderInfo(kept.finderInfo);
     if (whichInfo & kFSCatInfoNodeFlags) {
         info.nodeFlags = static_cast<uint16_t>((kept.locked ? kFSNodeLockedMask : 0) |
@@ -169,16 +174,18 @@ static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FS
     if (whichInfo & kFSCatInfoDataSizes) FillDataSizes(place, info);
 }
 
-OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                      bool mayHaveSidecar) {
+OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info, Asking asking) {
     FillFromStatus(place, whichInfo, info);
     OSErr result = noErr;
     info.valence = whichInfo & kFSCatInfoValence ? 0 : info.valence;
     if ((whichInfo & kFSCatInfoValence) && IsFolder(place)) result = CountEntries(place, info.valence);
-    if (result == noErr && (whichInfo & kFSCatInfoRsrcSizes)) result = FillResourceSizes(place, info);
+    if (result == noErr && (whichInfo & kFSCatInfoRsrcSizes)) {
+        result = FillResourceSizes(place, info);
+        if (IsTolerable(result, asking)) result = noErr;
+    }
     if (result == noErr && (whichInfo & kFSCatInfoNodeID)) result = NodeID(place, info.nodeID);
     if (result == noErr && (whichInfo & kMetadataFacts))
-        result = FillMetadata(place, whichInfo, info, mayHaveSidecar);
+        result = FillMetadata(place, whichInfo, info, asking);
     return result;
 }
 
