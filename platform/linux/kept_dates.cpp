@@ -9,6 +9,7 @@
 
 #include "platform/linux/attributes.h"
 #include "platform/linux/child_safe_mutex.h"
+#include "platform/linux/folders.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
@@ -55,7 +56,8 @@ static KeptDate* Find(const ObjectKey& key) {
 }
 
 // Whether the change that has just been made bears a time that the system's own clock could have given.
-static bool HasSameClock(const struct statx& facts) {
+static bool HasSameClock(const struct statx& facts, bool fineTimes) {
+    if (!fineTimes) return false;
     const int64_t age = SystemTime() - Nanoseconds(facts.stx_ctime);
     return age >= 0 && age < kSecond;
 }
@@ -69,9 +71,11 @@ static KeptDate& NextSlot(unsigned count) {
     return ring[count % std::size(ring)];
 }
 
-static void Keep(const struct statx& facts, const FileTimes& times, bool isOwed) {
-    const KeptDate kept = {ObjectKey(facts),    times, facts.stx_mtime, isOwed,
-                           HasSameClock(facts), true,  false,           0};
+static void Keep(const Place& file, const FileTimes& times, bool isOwed) {
+    const struct statx& facts = file.facts;
+    const bool fineTimes = TraitsOf(file.folderID, file.name, facts).fineTimes;
+    const KeptDate kept = {
+        ObjectKey(facts), times, facts.stx_mtime, isOwed, HasSameClock(facts, fineTimes), true, false, 0};
     HeldLock guard(ringLock);
     KeptDate* old = Find(kept.key);
     const unsigned count = keptInAll.load(std::memory_order_relaxed);
@@ -79,14 +83,14 @@ static void Keep(const struct statx& facts, const FileTimes& times, bool isOwed)
     if (!old) keptInAll.store(count + 1 ? count + 1 : 1, std::memory_order_relaxed);
 }
 
-void KeepContentDate(const struct statx& facts) {
-    const timespec date = {static_cast<time_t>(facts.stx_mtime.tv_sec),
-                           static_cast<long>(facts.stx_mtime.tv_nsec)};
-    Keep(facts, {timespec{0, UTIME_OMIT}, date}, false);
+void KeepContentDate(const Place& file) {
+    const timespec date = {static_cast<time_t>(file.facts.stx_mtime.tv_sec),
+                           static_cast<long>(file.facts.stx_mtime.tv_nsec)};
+    Keep(file, {timespec{0, UTIME_OMIT}, date}, false);
 }
 
-void KeepOwedDates(const struct statx& facts, const FileTimes& times) {
-    Keep(facts, times, true);
+void KeepOwedDates(const Place& file, const FileTimes& times) {
+    Keep(file, times, true);
 }
 
 void ForgetContentDate(const struct statx& facts) {
@@ -114,43 +118,73 @@ static bool WasChangedByOthers(const OpenFork& fork, const KeptDate& kept, const
     return kept.sameClock && Nanoseconds(now.stx_mtime) > fork.lastChange;
 }
 
-static bool SetDates(int file, KeptDate& kept) {
-    if (Retry([&] { return futimens(file, kept.times.data()); }) != 0) return false;
-    kept.shown = {kept.times[1].tv_sec, static_cast<uint32_t>(kept.times[1].tv_nsec), 0};
+static statx_timestamp TimestampOf(const timespec& time) {
+    return {time.tv_sec, static_cast<uint32_t>(time.tv_nsec), 0};
+}
+
+// A copy of what is kept of the file, so that nobody has to wait for the lock while its volume is at work;
+// isSet is false when nothing is.
+static KeptDate Look(const ObjectKey& key) {
+    HeldLock guard(ringLock);
+    const KeptDate* kept = Find(key);
+    return kept ? *kept : KeptDate{};
+}
+
+static int SetDates(int file, const FileTimes& times) {
+    return Retry([&] { return futimens(file, times.data()); });
+}
+
+static void NoteDatesSet(KeptDate& kept, const statx_timestamp& shown) {
+    kept.shown = shown;
     kept.times[0].tv_nsec = UTIME_OMIT;
     kept.isOwed = false;
-    return true;
+}
+
+// Gives the file its dates again, the one that was put off for the first time.
+static bool Restore(int file, const KeptDate& kept, const struct statx& facts) {
+    FileTimes times = kept.times;
+    // Not left out, since some servers then leave both times as they are.
+    if (times[0].tv_nsec == UTIME_OMIT && facts.stx_mask)
+        times[0] = {static_cast<time_t>(facts.stx_atime.tv_sec), static_cast<long>(facts.stx_atime.tv_nsec)};
+    return SetDates(file, times) == 0;
 }
 
 void EndHoldingDate(OpenFork& fork, struct statx& facts) {
     facts.stx_mask = 0;
+    const KeptDate before = Look(fork.key);
+    if (!before.isSet || before.users == 0) return;
+    // Where it cannot be told whether others have changed the file, its date is not given up.
+    const bool isForeign =
+        FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) == 0 && WasChangedByOthers(fork, before, facts);
+    const bool isDue = !isForeign && (fork.isChanged || before.isOwed);
+    const bool isRestored = isDue && Restore(fork.descriptor, before, facts);
+
     HeldLock guard(ringLock);
-    KeptDate* kept = Find(fork.key);
-    if (!kept || kept->users == 0) return;
-    if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) < 0 || WasChangedByOthers(fork, *kept, facts)) {
+    KeptDate* const kept = Find(fork.key);
+    if (!kept || kept->users == 0) return; // another date has been set meanwhile
+    --kept->users;
+    if (isRestored) NoteDatesSet(*kept, TimestampOf(kept->times[1]));
+    if (fork.isChanged) kept->isWritten = isRestored;
+    const bool isInVain = isDue && !isRestored;
+    // SetOwedDates tries again then, and tells why not.
+    if (isInVain && facts.stx_mask) kept->shown = facts.stx_mtime;
+    if (isForeign || (isInVain && !kept->isOwed) || (kept->users == 0 && kept->isWritten))
         kept->isSet = false;
-        return;
-    }
-    // Not left out, since some servers then leave both times as they are.
-    if (kept->times[0].tv_nsec == UTIME_OMIT)
-        kept->times[0] = {static_cast<time_t>(facts.stx_atime.tv_sec),
-                          static_cast<long>(facts.stx_atime.tv_nsec)};
-    const bool isSet = (fork.isChanged || kept->isOwed) && SetDates(fork.descriptor, *kept);
-    if (fork.isChanged) kept->isWritten = isSet;
-    if (--kept->users == 0 && kept->isWritten) kept->isSet = false;
 }
 
 OSErr SetOwedDates(int file, const struct statx& now) {
-    HeldLock guard(ringLock);
-    KeptDate* kept = Find(ObjectKey(now));
-    if (!kept || !kept->isOwed) return noErr;
-    if (IsChanged(*kept, now)) {
-        kept->isSet = false;
-        return noErr;
-    }
-    if (!SetDates(file, *kept)) return LastError();
+    const KeptDate before = Look(ObjectKey(now));
+    if (!before.isSet || !before.isOwed) return noErr;
+    const bool isForeign = IsChanged(before, now);
+    if (!isForeign && SetDates(file, before.times) != 0) return LastError();
+    struct statx facts = now;
     // A volume may round what it is given.
-    struct statx facts;
-    if (FactsAt(file, "", AT_EMPTY_PATH, facts) == 0) kept->shown = facts.stx_mtime;
+    if (FactsAt(file, "", AT_EMPTY_PATH, facts) != 0) facts.stx_mtime = TimestampOf(before.times[1]);
+
+    HeldLock guard(ringLock);
+    KeptDate* const kept = Find(before.key);
+    if (!kept) return noErr;
+    NoteDatesSet(*kept, facts.stx_mtime);
+    kept->isSet = !isForeign;
     return noErr;
 }

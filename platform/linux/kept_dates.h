@@ -6,12 +6,12 @@
 #include "platform/linux/fork_table.h"
 #include "platform/linux/references.h"
 
-// Remembers the date of the new file, of which `facts` have just been got.
-void KeepContentDate(const struct statx& facts);
+// Remembers the date of the new file, whose facts have just been got.
+void KeepContentDate(const Place& file);
 
-// Remembers the dates that the new file is still to be given: when its fork is closed or SetOwedDates is
-// called. `facts` have just been got.
-void KeepOwedDates(const struct statx& facts, const FileTimes& times);
+// Remembers the dates that the new file, whose facts have just been got, is still to be given: when its fork is
+// closed or SetOwedDates is called.
+void KeepOwedDates(const Place& file, const FileTimes& times);
 
 // Sets the dates that the open file is owed, unless they have been set or somebody else has changed it.
 OSErr SetOwedDates(int file, const struct statx& now);

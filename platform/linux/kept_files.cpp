@@ -118,7 +118,6 @@ bool TakeDescriptorBack(OpenFork& fork, const struct statx& facts) {
     made.file.Reset(fork.descriptor);
     fork.descriptor = -1;
     made.numberOut = 0;
-    made.owesDates = made.owesDates && !fork.holdsDate;
     if (!facts.stx_mask) return true;
     made.place.facts = facts;
     made.isFresh = facts.stx_nlink > 0;

@@ -159,13 +159,13 @@ OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatal
     if (result != noErr || !(whichInfo & kFSCatInfoContentMod) || !S_ISREG(made.facts.stx_mode))
         return result;
     if (wait) {
-        KeepOwedDates(made.facts, TimesOf(whichInfo, *info));
+        KeepOwedDates(made, TimesOf(whichInfo, *info));
         file->owesDates = true;
         return noErr;
     }
     struct statx now;
     if (object.Look(now) != noErr) return noErr; // the date will be that of the last change
     made.facts = now;
-    KeepContentDate(now);
+    KeepContentDate(made);
     return noErr;
 }

@@ -5,8 +5,10 @@
 #include "TavPort.h"
 #include "copy/recursive_delete.h"
 
+#include <fcntl.h>
 #include <set>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -72,6 +74,22 @@ TEST_F(CopyFaults, FileWithAResourceFork_NeverLosesItSilently) {
                (outcome.result == "error" || SaysGone(outcome) || Exists(folder / "target/._copy"));
     };
     Sweep();
+}
+
+TEST_F(CopyFaults, FileWithADate_NeverLosesItSilently) {
+    CopyTo("plain", "target/copy", nullptr);
+    scenario.prepare = [&, prepare = scenario.prepare] {
+        prepare();
+        const timespec old[2] = {{1'000'000'000, 0}, {1'000'000'000, 5000}};
+        ASSERT_EQ(utimensat(AT_FDCWD, (folder / "plain").c_str(), old, 0), 0);
+    };
+    scenario.look = [&] {
+        struct stat copy = {};
+        const bool exists = stat((folder / "target/copy").c_str(), &copy) == 0;
+        return exists ? std::to_string(copy.st_mtim.tv_sec) + "\n" : "none\n";
+    };
+    scenario.accepts = [](const Outcome& outcome) { return outcome.result == "error" || SaysGone(outcome); };
+    EXPECT_GT(FailEachCall(scenario), 0u);
 }
 
 TEST_F(CopyFaults, FileOntoAnother_KeepsTheOldOrTheNewOne) {
