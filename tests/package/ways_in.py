@@ -125,10 +125,20 @@ def debian(source, build, folder):
         if not shutil.which(tool):
             skip(f"{tool} is not installed")
     packages = folder / "packages"
-    run("cpack", "-G", "DEB", "-B", packages, "--config", build / "CPackConfig.cmake", cwd=folder)
+    make = ["cpack", "-G", "DEB", "-B", packages, "--config", build / "CPackConfig.cmake"]
+    hidden = ";".join(os.environ["PATH"].split(":"))
+    blind = subprocess.run([*make, "-D", f"CMAKE_IGNORE_PATH={hidden}"], cwd=folder, capture_output=True, text=True,
+                           check=False)
+    if blind.returncode == 0 or "dpkg-dev" not in blind.stderr:
+        sys.exit(f"packages are made without knowing their dependencies\n{blind.stdout}{blind.stderr}")
+    run(*make, cwd=folder)
     names = sorted(path.name.split("_")[0] for path in packages.glob("*.deb"))
     if names != ["libtavport-dev", "libtavport1", "tavport-tools"]:
         sys.exit(f"packages made: {names}")
+    needs = run("dpkg-deb", "--field", next(packages.glob("libtavport1_*.deb")), "Depends")
+    for library in ("libc6", "libicu", "libmount1", "libudev1"):
+        if library not in needs:
+            sys.exit(f"{library} is not among the dependencies: {needs}")
     if shutil.which("lintian"):
         run("lintian", "--allow-root", "--fail-on", "error", *packages.glob("*.deb"))
     if os.geteuid() != 0:
