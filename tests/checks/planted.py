@@ -73,12 +73,22 @@ PLANTED = [
     ("wording", "docs/planted.md", "Do as the sp" "ec says.\n", "planted.md:1"),
     ("wording", "docs/planted.md", "See Pa" "rt 4.2.\n", "planted.md:1"),
     ("wording", "text/planted.cpp", "// By the specifi" "cation.\n", "planted.cpp:1"),
+    ("faults", "tests/copy/planted_faults.cpp", "int all = sizeof(TavPlanted(0, 0, 1));\n", None),
+    ("faults", "tests/copy/planted_faults.cpp", "// TavPlanted(0, 0, 1)\n", "TavPlanted: called by no test"),
+    ("faults", "tests/copy/planted_test.cpp", "int all = sizeof(TavPlanted(0, 0, 1));\n", "TavPlanted: called by no test"),
+    ("host_calls", "planted.c", "int open(const char*, int, ...);\nint Call(void) { return open(0, 0); }\n", None),
+    ("host_calls", "planted.c", "int chroot(const char*);\nint Call(void) { return chroot(0); }\n", "chroot: called"),
 ]
 
 
 def run(check, tree):
-    target = tree / "include/TavPort.h" if check == "documentation" else tree
-    return subprocess.run([sys.executable, "-B", str(CHECKS / f"{check}.py"), str(target)], capture_output=True, text=True)
+    targets = [tree]
+    if check == "documentation":
+        targets = [tree / "include/TavPort.h"]
+    elif check == "host_calls":
+        targets = [CHECKS.parent / "support/host_calls.txt", tree / "planted.o"]
+        subprocess.run(["cc", "-c", tree / "planted.c", "-o", tree / "planted.o"], check=True)
+    return subprocess.run([sys.executable, "-B", CHECKS / f"{check}.py", *targets], capture_output=True, text=True)
 
 
 def plant(tree, name, text):
@@ -105,6 +115,9 @@ def main():
                     shutil.copytree(source / part, tree / part)
                 for part in ("CMakeLists.txt", "CHANGELOG.md", "README.md"):
                     shutil.copy(source / part, tree / part)
+            if check == "faults":  # a library with one function
+                plant(tree, "include/TavPort.h", COMPLETE)
+                plant(tree, "include/TavPort.exports", "TavPlanted\n")
             plant(tree, name, text)
             result = run(check, tree)
             found = result.returncode == 1 and expected is not None and expected in result.stdout
