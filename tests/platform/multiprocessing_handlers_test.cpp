@@ -48,7 +48,8 @@ class SignalHandler : public testing::Test {
 protected:
     void SetUp() override {
         if (kThreadSanitizer) {
-            GTEST_SKIP() << "the thread sanitizer puts handlers off until the thread makes a call that it knows";
+            GTEST_SKIP()
+                << "the thread sanitizer puts handlers off until the thread makes a call that it knows";
         }
     }
 };
