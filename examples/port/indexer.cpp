@@ -27,23 +27,26 @@ struct File {
 // nobody has taken yet, and one more for each worker when the walk is over.
 struct Index {
     CRITICAL_SECTION lock = 0;
-    HSEMAPHORE waiting = 0;
-    HEVENT finished = nullptr; // set by the last worker to leave
+    HANDLE waiting = nullptr;
+    HANDLE finished = nullptr; // set by the last worker to leave
     int working = kWorkers;
     std::vector<File> files;
     size_t taken = 0;
 };
 
 std::string Utf8(LPCWSTR text) {
-    char* bytes = Tav0UTF8FromUTF16(text);
-    std::string result = bytes ? bytes : "(a name that is no text)";
-    if (bytes) Tav0UTFRelease(bytes);
+    const DWORD strict = WC_ERR_INVALID_CHARS;
+    const int room = WideCharToMultiByte(CP_UTF8, strict, text, -1, nullptr, 0, nullptr, nullptr);
+    if (room == 0) return "(a name that is no text)";
+    std::string result(static_cast<size_t>(room), 0);
+    WideCharToMultiByte(CP_UTF8, strict, text, -1, &result[0], room, nullptr, nullptr);
+    result.pop_back(); // the terminator
     return result;
 }
 
 // FNV-1a over the content.
 bool ReadContent(LPCWSTR path, File& file) {
-    HFILE handle = CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE handle = CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return false;
     LARGE_INTEGER size = {};
     BOOL ok = GetFileSizeEx(handle, &size);
@@ -107,8 +110,8 @@ void Walk(Index& index, LPCWSTR folder) {
     wcscpy(path, folder);
     PathAppend(path, L"*");
     WIN32_FIND_DATAW found;
-    HFIND search = FindFirstFileW(path, &found);
-    if (search == INVALID_FIND) return;
+    HANDLE search = FindFirstFileW(path, &found);
+    if (search == INVALID_HANDLE_VALUE) return;
     do {
         if (wcscmp(found.cFileName, L".") == 0 || wcscmp(found.cFileName, L"..") == 0) continue;
         if (wcslen(folder) + 1 + wcslen(found.cFileName) + 1 > MAX_PATH) continue;
@@ -123,9 +126,9 @@ void Walk(Index& index, LPCWSTR folder) {
     FindClose(search);
 }
 
-bool StartWorkers(Index& index, std::vector<HTHREAD>& threads) {
+bool StartWorkers(Index& index, std::vector<HANDLE>& threads) {
     for (int i = 0; i < kWorkers; ++i) {
-        HTHREAD thread = CreateThread(nullptr, 0, Work, &index, 0, nullptr);
+        HANDLE thread = CreateThread(nullptr, 0, Work, &index, 0, nullptr);
         if (!thread) return false;
         threads.push_back(thread);
     }
@@ -134,7 +137,7 @@ bool StartWorkers(Index& index, std::vector<HTHREAD>& threads) {
 
 // A line for each file: its size, the sum over its content, its path.
 bool WriteIndex(const std::vector<File>& files, LPCWSTR name) {
-    HFILE handle = CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    HANDLE handle = CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return false;
     BOOL ok = TRUE;
     for (const File& file : files) {
@@ -171,7 +174,7 @@ void PrintDuplicates(const std::vector<File>& files) {
 }
 
 bool Build(Index& index, LPCWSTR folder) {
-    std::vector<HTHREAD> threads;
+    std::vector<HANDLE> threads;
     if (!StartWorkers(index, threads)) {
         std::fprintf(stderr, "indexer: no thread can be started\n");
         std::exit(1);
@@ -179,11 +182,18 @@ bool Build(Index& index, LPCWSTR folder) {
     Walk(index, folder);
     ReleaseSemaphore(index.waiting, kWorkers, nullptr);
     const bool finished = WaitForSingleObject(index.finished, INFINITE) == WAIT_OBJECT_0;
-    for (HTHREAD thread : threads) {
+    for (HANDLE thread : threads) {
         WaitForSingleObject(thread, INFINITE);
         CloseHandle(thread);
     }
     return finished;
+}
+
+// The absolute path that an argument means.
+bool GetPath(const char* argument, WCHAR (&path)[MAX_PATH]) {
+    WCHAR given[MAX_PATH];
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, argument, -1, given, MAX_PATH) &&
+           GetFullPathNameW(given, MAX_PATH, path, nullptr);
 }
 
 } // namespace
@@ -193,12 +203,14 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: indexer FOLDER INDEX-FILE\n");
         return 2;
     }
-    WCHAR* folder = Tav0UTF16FromUTF8(argv[1]);
-    WCHAR* output = Tav0UTF16FromUTF8(argv[2]);
-    if (!folder || !output || !PathIsDirectory(folder)) {
+    WCHAR folder[MAX_PATH];
+    WCHAR output[MAX_PATH];
+    if (!GetPath(argv[1], folder) || !PathIsDirectory(folder)) {
         std::fprintf(stderr, "indexer: %s is no folder\n", argv[1]);
-        Tav0UTFRelease(folder);
-        Tav0UTFRelease(output);
+        return 2;
+    }
+    if (!GetPath(argv[2], output)) {
+        std::fprintf(stderr, "indexer: %s is no path\n", argv[2]);
         return 2;
     }
 
@@ -221,8 +233,8 @@ int main(int argc, char** argv) {
                 index.files.size() - files.size());
     PrintLargest(files);
     PrintDuplicates(files);
-    Tav0UTFRelease(folder);
-    Tav0UTFRelease(output);
+    const bool printed = std::fflush(stdout) == 0 && !std::ferror(stdout);
     if (!written) std::fprintf(stderr, "indexer: %s cannot be written\n", argv[2]);
-    return finished && written ? 0 : 1;
+    if (!printed) std::fprintf(stderr, "indexer: the output cannot be written\n");
+    return finished && written && printed ? 0 : 1;
 }
