@@ -7,4 +7,10 @@ if(DOXYGEN_FOUND AND TAVPORT_AWK)
     COMMAND Doxygen::doxygen ${CMAKE_CURRENT_BINARY_DIR}/Doxyfile
     COMMENT "Writing the documentation into ${CMAKE_BINARY_DIR}/docs/html"
     VERBATIM)
+else()
+  add_custom_target(docs
+    COMMAND ${CMAKE_COMMAND} -E echo
+            "The pages need the packages doxygen, graphviz and mawk: install them, then configure again."
+    COMMAND ${CMAKE_COMMAND} -E false
+    VERBATIM)
 endif()
