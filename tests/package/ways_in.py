@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""The ways in for a new user, each from an empty folder: what the README prints, an installed tree through CMake's
-find_package, pkg-config and as an application bundle, and the Debian packages.
+"""The ways in for a new user, each from an empty folder: what the README prints, and in which order, the ported example,
+the pages on a machine without Doxygen, an installed tree through CMake's find_package, pkg-config and as an application
+bundle, and the Debian packages.
 
 usage: ways_in.py WAY SOURCE_TREE BUILD_TREE
-       WAY: readme, find-package, pkg-config, bundle, debian. Exits with 77 and the reason where it cannot be tried.
+       WAY: one of WAYS below. Exits with 77 and the reason where it cannot be tried.
 """
 import os
 import pathlib
@@ -54,6 +55,47 @@ def readme(source, build, folder):
     check_hello(folder / "hello")
 
 
+def products(build, target):
+    """What building a target makes, by names relative to the build tree."""
+    return set(re.findall(r" -o (\S+)", run("ninja", "-C", build, "-t", "commands", target)))
+
+
+def order(source, build, _):
+    """What the README runs or takes from the build tree was built by a command that stands before it."""
+    text = re.sub(r"```.*?```", "", (source / "README.md").read_text(encoding="utf-8"), flags=re.DOTALL)
+    everything = products(build, "all")
+    built = set()
+    tried = 0
+    for command in re.findall(r"^    (\S.*)$|`([^`\n]+)`", text, re.MULTILINE):
+        command = "".join(command)
+        for name in re.findall(r"build/release/(?!docs/)([\w./]+)", command):
+            beneath = {product for product in everything if f"{product}/".startswith(f"{name}/")}
+            if not beneath & built:
+                sys.exit(f"README.md: nothing that stands before it builds {name}: {command}")
+            tried += 1
+        if re.match(r"cmake --install |cpack ", command):
+            if built != everything:
+                sys.exit(f"README.md: what this takes has not been built before: {command}")
+            tried += 1
+        if command.startswith("./demo"):
+            command = (source / "demo").read_text(encoding="utf-8")
+        if "--target docs" not in command:
+            for target in re.findall(r"cmake --build --preset release(?: --target (\w+))?", command):
+                built |= products(build, target or "all")
+    if tried < 5:
+        sys.exit(f"README.md: only {tried} of its commands were understood")
+
+
+def without_doxygen(source, _, folder):
+    """The target for the pages names the packages that it lacks."""
+    build = folder / "out"
+    run("cmake", "-S", source, "-B", build, "-G", "Ninja", "-DCMAKE_DISABLE_FIND_PACKAGE_Doxygen=ON",
+        "-DTAVPORT_TESTS=OFF")
+    result = subprocess.run(["cmake", "--build", build, "--target", "docs"], capture_output=True, text=True, check=False)
+    if result.returncode == 0 or not all(name in result.stdout for name in ("doxygen", "graphviz")):
+        sys.exit(f"does not tell what is missing:\n{result.stdout}{result.stderr}exit status {result.returncode}")
+
+
 def installed(source, build, folder):
     """An installed tree, and the sample beside it."""
     prefix = folder / "prefix"
@@ -90,6 +132,30 @@ def pkg_config(source, build, folder):
                 env={**os.environ, "PKG_CONFIG_PATH": str(library / "pkgconfig")}).split()
     run("cc", "-std=c11", consumer / "hello.c", "-o", folder / "hello", *flags)
     check_hello(folder / "hello", env={**os.environ, "LD_LIBRARY_PATH": str(library)})
+
+
+def port(source, build, folder):
+    """The compile lines of the ported example, each beside a program that works; the second takes the installed tree."""
+    page = (source / "examples/port/README.md").read_text(encoding="utf-8")
+    blocks = re.findall(r"(?:^    .*\n)+", page, re.MULTILINE)
+    if len(blocks) != 2:
+        sys.exit(f"examples/port/README.md: {len(blocks)} blocks of commands")
+    prefix, _ = installed(source, build, folder)
+    library = next(prefix.glob("lib/**/libTavPort.so")).parent
+    where = {**os.environ, "PKG_CONFIG_PATH": str(library / "pkgconfig"), "LD_LIBRARY_PATH": str(library)}
+    (folder / "examples").symlink_to(source / "examples")
+    (folder / "build").mkdir()
+    (folder / "build/release").symlink_to(build)
+    for commands, environment in zip(blocks, (os.environ, where)):
+        run("bash", "-ec", commands, cwd=folder, env=environment)
+        if "files, 0 of them could not be read" not in run("./indexer", "consumer", "index", cwd=folder, env=environment):
+            sys.exit(f"does not index:\n{commands}")
+        (folder / "indexer").unlink()
+        wide = subprocess.run(["bash", "-ec", commands.replace("-fshort-wchar", "")], cwd=folder, env=environment,
+                              capture_output=True, text=True, check=False)
+        errors = re.findall(r".*error: .*", wide.stderr)
+        if not errors or "compile with -fshort-wchar" not in errors[0] or "char_traits" in wide.stderr:
+            sys.exit(f"does not tell which flag is missing:\n{wide.stderr}")
 
 
 def bundle(source, build, folder):
@@ -167,7 +233,8 @@ def debian(source, build, folder):
         sys.exit(f"{result.stdout}{result.stderr}exit status {result.returncode}")
 
 
-WAYS = {"readme": readme, "find-package": find_package, "pkg-config": pkg_config, "bundle": bundle, "debian": debian}
+WAYS = {"readme": readme, "order": order, "port": port, "without-doxygen": without_doxygen,
+        "find-package": find_package, "pkg-config": pkg_config, "bundle": bundle, "debian": debian}
 
 
 def main():
