@@ -1904,8 +1904,8 @@ int32_t TavPathCommonPrefix(const TavChar* path1, const TavChar* path2, TavChar*
  * Volumes, presented as drives. There are no letters: a drive is named by the path of its root folder with a
  * "/" at the end, "/" for the start-up volume and for example "/Volumes/Data/" for another.
  *
- *     TavChar roots[8192] = {0};
- *     TavGetLogicalDriveStrings(8192, roots);
+ *     static TavChar roots[1025 * 1024]; // zeroed; for 1024 drives with the longest of paths
+ *     TavGetLogicalDriveStrings(1025 * 1024, roots);
  *     for (TavChar* root = roots; *root; root += tav_wcslen(root) + 1) {
  *         if (TavGetDriveType(root) == TAV_DRIVE_REMOVABLE) puts("something is plugged in");
  *     }

@@ -71,7 +71,7 @@ const char* DriveText(int32_t type) {
 }
 
 void ShowDrives() {
-    std::vector<TavChar> list(65536);
+    std::vector<TavChar> list(1025 * 1024); // a list that is longer would be written past its end
     const uint32_t units = TavGetLogicalDriveStrings(static_cast<uint32_t>(list.size()), list.data());
     size_t count = 0;
     for (uint32_t i = 0; i < units; i += tav_wcslen(&list[i]) + 1) {

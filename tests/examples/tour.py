@@ -3,6 +3,7 @@
 usage: tour.py [EMULATOR ...] PROGRAM
 """
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -19,8 +20,8 @@ class Tour(unittest.TestCase):
         self.temporary = os.path.join(self.folder.name, "temporary")
         os.mkdir(self.temporary)
 
-    def run_tour(self, *arguments, **options):
-        return subprocess.run([*PROGRAM, *arguments], capture_output=True, text=True, timeout=100,
+    def run_tour(self, *arguments, program=tuple(PROGRAM), **options):
+        return subprocess.run([*program, *arguments], capture_output=True, text=True, timeout=100,
                               env={**os.environ, "TMPDIR": self.temporary}, **options)
 
     def assert_refused(self, result, reason):
@@ -63,6 +64,21 @@ class Tour(unittest.TestCase):
             self.assertRegex(result.stdout, r'letter\.txt +"hello"\n')
         self.assertEqual(self.snapshot(folder), before)
         self.assertEqual(os.listdir(self.temporary), [])
+
+    def test_shows_a_few_of_many_drives(self):
+        if os.geteuid() != 0:
+            self.skipTest("mounting takes root")
+        long = os.path.join(self.folder.name, *["d" * 200] * 4)
+        for number in range(120):
+            os.makedirs(os.path.join(long, str(number)))
+        probe = ["unshare", "-m", "mount", "-t", "tmpfs", "tmpfs", long]
+        if subprocess.run(probe, check=False, capture_output=True).returncode != 0:
+            self.skipTest("nothing can be mounted here")
+        script = 'for folder in "$0"/*; do mount -t tmpfs tmpfs "$folder" || exit; done; exec "$@"'
+        result = self.run_tour(program=["unshare", "-m", "sh", "-c", script, long, *PROGRAM])
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+        drives = int(re.search(r"(?m)^  and (\d+) more\n  the first drive", result.stdout)[1])
+        self.assertGreaterEqual(drives, 100)
 
     def test_refuses_what_is_not_there(self):
         self.assert_refused(self.run_tour(os.path.join(self.folder.name, "none")), "No such file or directory")
