@@ -161,8 +161,9 @@ uint32_t Tav0FSValGetModifyAccount(void);
  *     Tav0FSExpRelease(e);
  * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a
  * translation key, or "$$" and a name for a base that the evaluating caller gives, or any other text (such as
- * "M") for an absolute path in the segments that follow. A segment is "%" and the name of a value, or plain
- * text. Nothing is checked before the evaluation. Expressions are released with Tav0FSExpRelease.
+ * "M") for an absolute path in the segments that follow. With no name behind "$$" the first segment is lost. A
+ * segment is "%" and the name of a value, or plain text. Nothing is checked before the evaluation. Expressions
+ * are released with Tav0FSExpRelease.
  */
 
 /* A growable path expression. */

@@ -33,15 +33,26 @@ const std::vector<std::string>& Values(const Options& options, char letter) {
     return found == options.values.end() ? none : found->second;
 }
 
+// Each character of a key is one byte.
+bool MakeKey(const Text& name, TavKey& key) {
+    char bytes[sizeof key] = {};
+    if (name.size() > sizeof bytes) return false;
+    for (size_t i = 0; i < name.size(); ++i) {
+        if (name[i] > 0xff) return false;
+        bytes[i] = static_cast<char>(name[i]);
+    }
+    std::memcpy(&key, bytes, sizeof bytes);
+    return true;
+}
+
 int RegisterKey(const std::string& pair) {
     std::string name;
     std::string folder;
-    if (!Split(pair, name, folder) || name.size() > sizeof(TavKey)) {
-        Complain(pair, "is not KEY=FOLDER with a key of one to four characters");
+    TavKey key = 0;
+    if (!Split(pair, name, folder) || !MakeKey(Units(name), key)) {
+        Complain(pair, "is not KEY=FOLDER with a key of one to four characters up to U+00FF");
         return kUsage;
     }
-    TavKey key = 0;
-    std::memcpy(&key, name.data(), name.size());
     folder = host::Absolute(folder);
     FSRef found;
     if (!Tav0FSRToAbs(At(folder).get(), &found, 0)) return Complain(folder, host::Reason(folder, false));
@@ -94,11 +105,26 @@ std::string UnknownKey(const std::string& text) {
     const std::string first = text.substr(0, text.find('\\'));
     if (first.size() < 2 || first[0] != '$' || first[1] == '$') return "";
     const Reference reference = Calculate(first, nullptr);
-    return reference && PathOf(reference).empty() ? first.substr(1, sizeof(TavKey)) : "";
+    return reference && PathOf(reference).empty() ? Bytes(Units(first).substr(1, sizeof(TavKey))) : "";
 }
 
 int ComplainUnknownKey(const std::string& text, const std::string& key) {
     return Complain(text, "the key $" + key + " is not registered; give it with -k " + key + "=FOLDER");
+}
+
+// Why an expression that needs no other base gives no path: by its shortest part that gives none.
+std::string Reason(const std::string& text, const Reference& base) {
+    if (text[0] != '$') return "begins with no key: \"$KEY\\...\"";
+    size_t end = text.find('\\');
+    while (end != std::string::npos && Calculate(text.substr(0, end), base)) end = text.find('\\', end + 1);
+    const std::string part = text.substr(0, end);
+    const std::string last = part.substr(part.rfind('\\') + 1); // all of it without one
+    if (last == "$") return "has no key after \"$\"";
+    if (last.size() > 1 && last.find_first_not_of('.') == std::string::npos)
+        return "leads above where its path begins: " + part;
+    if (last[0] == '.') return "a name in a path may not begin with \".\": " + last;
+    if (last.find(':') != std::string::npos) return "a path may not have a \":\": " + last;
+    return "a name in its path begins with \".\" or has a \":\", or the path is too long: " + part;
 }
 
 } // namespace
@@ -125,7 +151,7 @@ int Evaluate(const Options& options) {
     if (!reference) {
         const Expression expression(Tav0FSExpCreateExp(Units(text).c_str()));
         const bool needsBase = !base && Tav0FSExpIsRelPath(expression.get(), nullptr, nullptr);
-        return Complain(text, needsBase ? "needs a base; give one with -b" : "cannot be evaluated");
+        return Complain(text, needsBase ? "needs a base; give one with -b" : Reason(text, base));
     }
     const std::string path = PathOf(reference);
     Step("path", path);

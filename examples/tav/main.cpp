@@ -28,9 +28,9 @@ const Command kCommands[] = {
     {"drives", "list drives", "", "", "", 0, 0, Drives},
     {"eval", "evaluate a virtual path step by step", "[-k KEY=FOLDER] [-v NAME=TEXT] [-b BASE] EXPRESSION",
      "k:v:b:",
-     "  -k KEY=FOLDER  register a key of one to four characters\n"
+     "  -k KEY=FOLDER  register a key of one to four characters up to U+00FF\n"
      "  -v NAME=TEXT   register a value\n"
-     "  -b BASE        the folder that \"$$...\" starts from\n\n"
+     "  -b BASE        the folder that \"$$NAME\\...\" starts from; without a NAME the next part is lost\n\n"
      "For example: tav eval -k pref=/etc -v lang=de '$pref\\%lang\\Data'\n",
      1, 1, Evaluate},
 };

@@ -162,6 +162,25 @@ class Looking(Client):
                 self.refused(1, r"the key \$pref is not registered; give it with -k pref=FOLDER", "eval", expression)
         self.refused(1, r'gives no path that begins with "/"', "eval", r"pref\x")
 
+    def test_eval_takes_a_key_by_its_characters(self):
+        self.assertRegex(self.done("eval", "-k", f"\u00e4\u00f6={self.top}", "$\u00e4\u00f6\\x"),
+                         rf"path +{self.top}/x\n")
+        self.assertIn("/x\n", self.done("eval", "-k", f"\u00e4\u00f6\u00fc\u00df={self.top}", "$\u00e4\u00f6\u00fc\u00df\\x"))
+        self.refused(1, "the key \\$\u00e4\u00f6 is not registered; give it with -k \u00e4\u00f6=FOLDER", "eval", "$\u00e4\u00f6\\x")
+        self.refused(2, r"one to four characters up to U\+00FF", "eval", "-k", f"\u20ac={self.top}", "$\u20ac")
+
+    def test_eval_says_why_there_is_no_path(self):
+        (self.top / ".hidden").mkdir()
+        for expression, why in ((r"plain", "begins with no key"), ("/absolute/path", "begins with no key"),
+                                (r"$\x", r'has no key after "\$"'), (r"$a\x\.y\z", r'may not begin with "\.": \.y'),
+                                (r"$a\x:y", 'may not have a ":": x:y'), (r"$h\x", r'a name in its path begins with "\.".*: \$h'),
+                                (r"$a\%v\x", r"or the path is too long: \$a\\%v"),
+                                ("$a" + r"\.." * 99, r"leads above where its path begins: ")):
+            with self.subTest(expression=expression):
+                result = self.tav("eval", "-k", f"a={self.top}", "-k", f"h={self.top}/.hidden", "-v", "v=x/.y", expression)
+                self.assertEqual(result.returncode, 1)
+                self.assertRegex(result.stderr, why)
+
     def test_eval_from_a_base(self):
         self.assertIn(f"{self.top}/x\n", self.done("eval", "-b", ".", r"$$here\x"))
         self.refused(1, "needs a base", "eval", r"$$here\x")
