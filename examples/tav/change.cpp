@@ -68,8 +68,8 @@ public:
         const int kWidth = 40;
         std::string bar(static_cast<size_t>(kWidth * percent / 100), '#');
         bar.resize(kWidth, '.');
-        std::fprintf(stderr, "\r[%s] %3d %%  %s of %s bytes", bar.c_str(), percent, WithCommas(done).c_str(),
-                     WithCommas(bytes_).c_str());
+        std::fprintf(stderr, "\r[%s] %3d %%  %s of %s", bar.c_str(), percent, WithCommas(done).c_str(),
+                     ByteCount(bytes_).c_str());
         std::fflush(stderr);
     }
 
@@ -88,12 +88,19 @@ std::vector<std::string> Missing(const host::Tree& source, const std::string& co
     return missing;
 }
 
-int ReportMissing(const std::string& source, const std::vector<std::string>& missing) {
+// What keeps an item of a tree from being copied.
+std::string ReasonLeftOut(const std::string& source, const std::string& target) {
+    const std::string obstacle = host::Obstacle(source, false);
+    return obstacle.empty() ? host::Reason(target, true) : obstacle;
+}
+
+int ReportLeftOut(const std::string& source, const std::string& target,
+                  const std::vector<std::string>& items) {
     const size_t kNamed = 5;
-    for (size_t i = 0; i < missing.size() && i < kNamed; ++i) {
-        Complain(source + missing[i], "left out: " + host::Reason(source + missing[i], false));
+    for (size_t i = 0; i < items.size() && i < kNamed; ++i) {
+        Complain(source + items[i], "left out: " + ReasonLeftOut(source + items[i], target + items[i]));
     }
-    if (missing.size() > kNamed) Complain(source, WithCommas(missing.size()) + " items were left out");
+    if (items.size() > kNamed) Complain(source, WithCommas(items.size()) + " items were left out");
     return kFailed;
 }
 
@@ -126,11 +133,19 @@ int PutInPlace(const std::string& copy, const std::string& target) {
     return kDone;
 }
 
+// Why there is no copy at all.
+int ComplainOfCopy(const std::string& source, const std::string& copy, const std::string& target) {
+    const std::string there = host::Obstacle(copy, true);
+    if (!there.empty()) return Complain(target, there);
+    const std::string here = host::Obstacle(source, false);
+    return here.empty() ? Complain(target, host::Reason(copy, true)) : Complain(source, here);
+}
+
 int CopyTo(const std::string& source, const std::string& target) {
     const host::SignalsNoted noted;
     const std::string copy = Beside(target, "new");
     const host::Tree tree = host::Survey(source);
-    const bool tooLarge = tree.bytes > host::FreeBytes(Folder(target));
+    const bool tooLarge = host::IsFull(Folder(target), tree.bytes);
     host::Outcome outcome;
     {
         const Progress progress(copy, tree.bytes);
@@ -138,38 +153,56 @@ int CopyTo(const std::string& source, const std::string& target) {
             [&] { return TavCopyFile(Units(source).c_str(), Units(copy).c_str(), 1) != 0; },
             [&] { progress.Show(); });
     }
-    const std::vector<std::string> missing = Missing(tree, copy);
-    const bool full = tooLarge || host::FreeBytes(Folder(target)) < (1 << 16);
+    std::vector<std::string> leftOut = Missing(tree, copy);
+    const bool full = tooLarge || host::IsFull(Folder(target), 1 << 16);
     if (host::Interrupted()) outcome = host::Outcome::kInterrupted;
-    if (outcome == host::Outcome::kDone && (missing.empty() || !full)) {
+    if (outcome == host::Outcome::kDone && (leftOut.empty() || !full)) {
         const int result = PutInPlace(copy, target);
-        return result == kDone && !missing.empty() ? ReportMissing(source, missing) : result;
+        leftOut.insert(leftOut.end(), tree.unreadable.begin(), tree.unreadable.end());
+        if (!tree.error.empty()) Complain(source, "may not be copied whole: " + tree.error);
+        if (result == kDone && !leftOut.empty()) ReportLeftOut(source, target, leftOut);
+        return leftOut.empty() && tree.error.empty() ? result : kFailed;
     }
     Discard(copy);
     if (outcome == host::Outcome::kInterrupted) return Complain(target, "interrupted; nothing was changed");
     if (full) return Complain(target, "the disk is full; nothing was changed");
-    if (!host::Exists(source)) return Complain(source, host::Reason(source, false));
-    const std::string why = host::Reason(source, false);
-    if (access(source.c_str(), R_OK) != 0) return Complain(source, why);
-    return Complain(target, host::Reason(target, true));
+    return ComplainOfCopy(source, copy, target);
 }
 
 // ---- Moving
 
+int ComplainOfMove(const std::string& source, const std::string& target) {
+    const std::string here = host::Obstacle(source, true);
+    return here.empty() ? Complain(target, host::Reason(target, true)) : Complain(source, here);
+}
+
+// Moves what is at `path` into the target's folder, and gives it the target's name there.
+bool MoveAndName(const std::string& path, const std::string& target) {
+    if (!TavFileMoveFileExt(At(path).get(), At(Folder(target)).get())) return false;
+    const std::string moved = (fs::path(Folder(target)) / Name(path)).string();
+    if (moved == target || Rename(moved, Name(target))) return true;
+    TavFileMoveFileExt(At(moved).get(), At(Folder(path)).get());
+    return false;
+}
+
 int MoveTo(const std::string& source, const std::string& target) {
     if (Folder(source) == Folder(target)) {
-        return Rename(source, Name(target)) ? kDone : Complain(target, host::Reason(target, true));
+        return Rename(source, Name(target)) ? kDone : ComplainOfMove(source, target);
     }
-    const Reference folder = At(Folder(target));
     if (!TavPathIsSameRoot(Units(source).c_str(), Units(Folder(target) + "/").c_str())) {
         return Complain(target, "is on another drive; copy it with cp and delete it with rm");
     }
-    if (!TavFileMoveFileExt(At(source).get(), folder.get()))
-        return Complain(source, host::Reason(Folder(target), true));
-    const std::string moved = (fs::path(Folder(target)) / Name(source)).string();
-    if (moved == target || Rename(moved, Name(target))) return kDone;
-    TavFileMoveFileExt(At(moved).get(), At(Folder(source)).get());
-    return Complain(target, host::Reason(target, true));
+    if (Name(source) == Name(target))
+        return MoveAndName(source, target) ? kDone : ComplainOfMove(source, target);
+    // On the way it has a name that neither folder knows.
+    const std::string between = Beside(source, "mv");
+    if (!Rename(source, Name(between))) return ComplainOfMove(source, target);
+    if (MoveAndName(between, target)) return kDone;
+    if (!Rename(between, Name(source))) {
+        const std::string there = (fs::path(Folder(target)) / Name(between)).string();
+        Complain(source, "is now " + (host::Exists(between) ? between : there));
+    }
+    return ComplainOfMove(source, target);
 }
 
 // ---- Deleting and making
@@ -188,8 +221,27 @@ int RemoveOne(const std::string& path, bool folders) {
         return Complain(path, host::Exists(path) ? "interrupted; a part of it may be deleted"
                                                  : "interrupted when it was deleted");
     default:
-        return Complain(path, "cannot be deleted whole: " + host::Reason(path, true));
+        break;
     }
+    if (facts.kind != "folder") return Complain(path, "cannot be deleted: " + host::Reason(path, true));
+    const std::string obstacle = host::Obstacle(path, true);
+    return Complain(path,
+                    "cannot be deleted whole: " +
+                        (obstacle.empty() ? "something in it may not be deleted or is mounted" : obstacle));
+}
+
+// Whether a source is there, and source and destination are folders where a "/" at their end says so.
+bool Fit(const std::string& source, const std::string& destination) {
+    const std::string from = host::Absolute(source);
+    const std::string to = host::Absolute(destination);
+    if (!host::Exists(from)) {
+        Complain(from, host::Reason(from, false));
+        return false;
+    }
+    if (IsNoFolder(source) || IsNoFolder(destination)) return false;
+    if (destination.back() != '/' || host::Exists(to) || host::IsFolder(from)) return true;
+    Complain(to, "is no folder");
+    return false;
 }
 
 // No folder can be created with ":" in its name, but one that is there can be renamed to it.
@@ -208,8 +260,13 @@ bool MakeFolder(const std::string& path) {
 int Copy(const Options& options) {
     const std::string source = host::Absolute(options.arguments[0]);
     const std::string target = Target(source, host::Absolute(options.arguments[1]));
-    if (!host::Exists(source)) return Complain(source, host::Reason(source, false));
+    if (!Fit(options.arguments[0], options.arguments[1])) return kFailed;
+    if (host::IsSpecial(source)) return Complain(source, "it is a device, pipe or socket");
+    if (!host::IsReadable(source)) return Complain(source, host::Reason(source, false));
+    if (!host::IsSizeKnown(source))
+        return Complain(source, "its size is unknown until it is read; cat reads it");
     if (!host::IsFolder(Folder(target))) return Complain(Folder(target), "is no folder");
+    if (!IsText(Folder(target))) return Complain(Folder(target), "its name is no text");
     if (source == target) return Complain(source, "is the destination itself");
     if (host::Exists(target) && !options.Has('f'))
         return Complain(target, "is there already; -f replaces it");
@@ -222,11 +279,11 @@ int Copy(const Options& options) {
 int Move(const Options& options) {
     const std::string source = host::Absolute(options.arguments[0]);
     const std::string target = Target(source, host::Absolute(options.arguments[1]));
-    if (!host::Exists(source)) return Complain(source, host::Reason(source, false));
+    if (!Fit(options.arguments[0], options.arguments[1])) return kFailed;
     if (Holds(source, target)) return Complain(target, "lies in what is to be moved");
     if (host::Exists(target)) return Complain(target, "is there already");
     if (!host::IsFolder(Folder(target))) return Complain(Folder(target), "is no folder");
-    const host::SignalsNoted noted; // not to end between the two steps of a move
+    const host::SignalsNoted noted; // not to end between the steps of a move
     return MoveTo(source, target);
 }
 
@@ -239,7 +296,7 @@ int Remove(const Options& options) {
             result = kFailed;
             break;
         }
-        if (RemoveOne(host::Absolute(argument), options.Has('r')) == kDone) {
+        if (!IsNoFolder(argument) && RemoveOne(host::Absolute(argument), options.Has('r')) == kDone) {
             ++done;
         } else {
             result = kFailed;

@@ -41,6 +41,9 @@ struct Command {
 // Prints "tav: WHAT: WHY" to the error output and gives kFailed.
 int Complain(const std::string& what, const std::string& why);
 
+// Complains of an argument that ends in "/" although what is there is no folder.
+bool IsNoFolder(const std::string& argument);
+
 int List(const Options& options);
 int Concatenate(const Options& options);
 int Copy(const Options& options);

@@ -113,27 +113,45 @@ std::string host::Absolute(const std::string& path) {
     fs::path whole = fs::absolute(path, error);
     if (whole.has_relative_path() && !whole.has_filename()) whole = whole.parent_path(); // "folder/"
     const std::string last = whole.filename().string();
-    if (last.empty() || last == "." || last == "..") return fs::weakly_canonical(whole, error).string();
-    return (fs::weakly_canonical(whole.parent_path(), error) / last).string();
+    const bool named = !last.empty() && last != "." && last != "..";
+    const fs::path folder = fs::canonical(named ? whole.parent_path() : whole, error);
+    if (error) return whole.string(); // not to take "gone/.." for the folder that "gone" is not in
+    return named ? (folder / last).string() : folder.string();
 }
 
-std::string host::Reason(const std::string& path, bool forWriting) {
+std::string host::Obstacle(const std::string& path, bool forWriting) {
+    const size_t kMostUnits = 1023;
+    if (Units(path).size() > kMostUnits)
+        return "its path is too long, at most " + WithCommas(kMostUnits) + " units";
     const std::string folder = fs::path(path).parent_path().string();
     struct stat facts;
-    if (lstat(path.c_str(), &facts) != 0) {
-        if (errno != ENOENT || !forWriting) return std::strerror(errno);
-        if (access(folder.c_str(), W_OK) != 0) return folder + ": " + std::strerror(errno);
-        return FreeBytes(folder) == 0 ? "the disk is full" : "the name cannot be used there";
+    const int missing = lstat(path.c_str(), &facts) == 0 ? 0 : errno;
+    if (missing != 0 && (missing != ENOENT || !forWriting)) return std::strerror(missing);
+    if (forWriting && access(folder.c_str(), W_OK | X_OK) != 0) return folder + ": " + std::strerror(errno);
+    if (missing != 0) {
+        if (!IsText(folder)) return folder + ": its name is no text";
+        return IsFull(folder, 1) ? "the disk is full" : "";
     }
     Facts stored;
     Look(path, stored);
-    if (!IsText(path)) return "its name is no text; cp copies it under another name";
     if (forWriting && stored.locked) return "it is locked";
-    if (access(path.c_str(), forWriting ? W_OK : R_OK) != 0) return std::strerror(errno);
-    if (S_ISDIR(facts.st_mode)) return "it is a folder";
-    if (!S_ISREG(facts.st_mode) && !S_ISLNK(facts.st_mode)) return "it is a device, pipe or socket";
-    if (forWriting && FreeBytes(folder) == 0) return "the disk is full";
-    return "it cannot be used";
+    const bool isFolder = S_ISDIR(facts.st_mode);
+    const int wanted = forWriting ? W_OK : isFolder ? R_OK | X_OK : R_OK;
+    if ((isFolder || !forWriting) && access(path.c_str(), wanted) != 0) return std::strerror(errno);
+    struct stat above;
+    if (forWriting && stat(folder.c_str(), &above) == 0) {
+        const bool mine = geteuid() == 0 || facts.st_uid == geteuid() || above.st_uid == geteuid();
+        if (above.st_mode & S_ISVTX && !mine) return std::strerror(EPERM);
+        if (isFolder && above.st_dev != facts.st_dev) return "something is mounted on it";
+    }
+    if (!IsText(path)) return "its name is no text; cp copies it under another name";
+    return !forWriting && IsSpecial(path) ? "it is a device, pipe or socket" : "";
+}
+
+std::string host::Reason(const std::string& path, bool forWriting) {
+    const std::string obstacle = Obstacle(path, forWriting);
+    if (!obstacle.empty()) return obstacle;
+    return Exists(path) ? "it cannot be used" : "its name or a limit of the system is in the way";
 }
 
 bool host::Look(const std::string& path, Facts& facts) {
@@ -167,8 +185,30 @@ bool host::IsFolder(const std::string& path) {
     return stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
 }
 
+bool host::IsSpecial(const std::string& path) {
+    struct stat facts;
+    return stat(path.c_str(), &facts) == 0 && !S_ISDIR(facts.st_mode) && !S_ISREG(facts.st_mode);
+}
+
+bool host::IsLink(const std::string& path) {
+    struct stat facts;
+    return lstat(path.c_str(), &facts) == 0 && S_ISLNK(facts.st_mode);
+}
+
 bool host::IsReadable(const std::string& path) {
-    return access(path.c_str(), R_OK) == 0;
+    return access(path.c_str(), IsFolder(path) ? R_OK | X_OK : R_OK) == 0;
+}
+
+bool host::IsSizeKnown(const std::string& path) {
+    struct stat facts;
+    if (stat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return true;
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0) return true;
+    char last;
+    const ssize_t expected = facts.st_size > 0 ? 1 : 0;
+    const bool known = pread(file, &last, 1, facts.st_size - expected) == expected;
+    close(file);
+    return known;
 }
 
 bool host::Exists(const std::string& path) {
@@ -209,15 +249,30 @@ host::Tree host::Survey(const std::string& path) {
     for (; !error && !interrupted && item != fs::recursive_directory_iterator(); item.increment(error)) {
         tree.items.push_back(item->path().string().substr(path.size()));
         std::error_code ignored;
-        if (item->symlink_status(ignored).type() == fs::file_type::regular)
-            tree.bytes += item->file_size(ignored);
+        const fs::file_type type = item->symlink_status(ignored).type();
+        if (type == fs::file_type::regular) tree.bytes += item->file_size(ignored);
+        if (type == fs::file_type::directory && !IsReadable(item->path().string()))
+            tree.unreadable.push_back(tree.items.back());
     }
+    if (error) tree.error = error.message();
     return tree;
 }
 
-uint64_t host::FreeBytes(const std::string& path) {
+bool host::IsFull(const std::string& path, uint64_t wanted) {
     struct statvfs volume;
-    return statvfs(path.c_str(), &volume) == 0 ? uint64_t{volume.f_bavail} * volume.f_frsize : 1;
+    if (statvfs(path.c_str(), &volume) != 0) return false;
+    // One object may take a few: itself, its attributes, a sidecar.
+    const bool noMoreFiles = volume.f_files > 0 && volume.f_favail < 4;
+    return noMoreFiles || uint64_t{volume.f_bavail} * volume.f_frsize < wanted;
+}
+
+size_t host::CountMounts() {
+    std::FILE* const list = std::fopen("/proc/self/mountinfo", "re");
+    if (!list) return 0;
+    size_t lines = 0;
+    for (int c = std::getc(list); c != EOF; c = std::getc(list)) lines += c == '\n';
+    std::fclose(list);
+    return lines;
 }
 
 bool host::IsTerminal(int descriptor) {

@@ -10,10 +10,15 @@
 
 namespace host {
 
-// The path from "/" on, without links on the way; a link in the last place stays.
+// The path from "/" on, without links on the way; a link in the last place stays. With its "." and ".." as they are when
+// something on the way is missing.
 std::string Absolute(const std::string& path);
 
-// Why something could not be done with what is at `path`; asked afterwards, so it is the likely reason.
+// What is in the way of reading what is at `path`, or of making, renaming or deleting it; asked afterwards, so it is the
+// likely reason. Empty when nothing is found.
+std::string Obstacle(const std::string& path, bool forWriting);
+
+// The same with a text in any case.
 std::string Reason(const std::string& path, bool forWriting);
 
 struct Facts {
@@ -29,8 +34,14 @@ struct Facts {
 };
 bool Look(const std::string& path, Facts& facts);
 
-bool IsFolder(const std::string& path); // of a link: what it leads to
-bool IsReadable(const std::string& path);
+bool IsFolder(const std::string& path);  // of a link: what it leads to
+bool IsSpecial(const std::string& path); // a device, pipe or socket, or a link to one
+bool IsLink(const std::string& path);
+bool IsReadable(const std::string& path); // folders: searched, too
+
+// Whether a file ends where its size says; those that the system writes when they are read do not.
+bool IsSizeKnown(const std::string& path);
+
 bool Exists(const std::string& path); // also a link that leads nowhere
 
 // Whether a folder is the working folder, one above it, or "/"; a link is none of them.
@@ -39,10 +50,17 @@ bool HoldsWorkingFolder(const std::string& path);
 // Everything in a tree: paths below it, bytes of content. Not whole when a signal was noted.
 struct Tree {
     std::vector<std::string> items;
+    std::vector<std::string> unreadable; // folders among them whose content could not be seen
     uint64_t bytes = 0;
+    std::string error; // what ended it early
 };
 Tree Survey(const std::string& path);
-uint64_t FreeBytes(const std::string& path);
+
+// Whether a volume has less than so many bytes left, or no room for another file.
+bool IsFull(const std::string& path, uint64_t wanted);
+
+// At least the number of drives.
+size_t CountMounts();
 
 bool IsTerminal(int descriptor);
 

@@ -28,17 +28,18 @@ std::string Name(const TavFindDataW& found) {
     return name;
 }
 
-// One object. A search compares with names in which "/" stands for ":", and takes a "*" in front for everything: such
-// names are looked for in their folder.
+// One object. A search compares with names in which "/" stands for ":", takes a "*" in front for everything, and of a
+// link finds what it leads to: these are looked for in their folder.
 bool Find(const std::string& path, TavFindDataW& found) {
     const std::string name = path.substr(path.rfind('/') + 1);
-    if (name.find(':') == std::string::npos && name.substr(0, 1) != "*") return Begin(path, found) != nullptr;
+    const bool plain = name.find(':') == std::string::npos && name.substr(0, 1) != "*" && !host::IsLink(path);
+    if (plain) return Begin(path, found) != nullptr;
     const Search search = Begin(path.substr(0, path.size() - name.size()) + "*", found);
     while (search && TavFindNextFile(search.get(), &found)) {
         if (Name(found) == name) return true;
     }
     found = {};
-    return false;
+    return host::IsLink(path) && Begin(path, found); // where the folder may not be read
 }
 
 uint64_t SizeOnDisk(const TavFindDataW& found) {
@@ -90,6 +91,7 @@ int ListOne(const std::string& path, bool hiddenToo) {
 }
 
 int PrintFile(const std::string& path) {
+    if (host::IsFolder(path)) return Complain(path, "it is a folder");
     const int32_t handle = TavFileOpenExt(At(path).get(), TAV_FILE_READ);
     if (handle == -1) return Complain(path, host::Reason(path, false));
     std::vector<char> buffer(1 << 16);
@@ -133,8 +135,8 @@ void PrintFacts(const std::string& path, const TavFindDataW& found, const host::
     std::printf("%s\n", Shown(path).c_str());
     line("kind",
          Shown(facts.kind) + (IsHidden(path, facts) ? ", hidden" : "") + (facts.locked ? ", locked" : ""));
-    line("content", WithCommas(facts.size) + " bytes, " + WithCommas(SizeOnDisk(found)) + " on disk");
-    if (facts.resourceFork > 0) line("resource fork", WithCommas(facts.resourceFork) + " bytes");
+    line("content", ByteCount(facts.size) + ", " + WithCommas(SizeOnDisk(found)) + " on disk");
+    if (facts.resourceFork > 0) line("resource fork", ByteCount(facts.resourceFork));
     line("created", Moment(found.ftCreationTime));
     line("changed", Moment(found.ftLastWriteTime));
     line("last read", Moment(found.ftLastAccessTime));
@@ -154,7 +156,7 @@ template <typename Action>
 int ForEach(const std::vector<std::string>& arguments, Action action) {
     int result = kDone;
     for (const std::string& argument : arguments) {
-        if (action(host::Absolute(argument)) != kDone) result = kFailed;
+        if (IsNoFolder(argument) || action(host::Absolute(argument)) != kDone) result = kFailed;
     }
     return result;
 }
@@ -187,9 +189,11 @@ int Status(const Options& options) {
 }
 
 int Drives(const Options&) {
-    const uint32_t kUnits = 1 << 16;
-    std::vector<TavChar> roots(kUnits);
-    TavGetLogicalDriveStrings(kUnits, roots.data());
+    // The library writes the whole list however short the buffer is. Some drives may come meanwhile.
+    const size_t kMostUnitsOfRoot = 1025;
+    std::vector<TavChar> roots((host::CountMounts() + 64) * kMostUnitsOfRoot);
+    TavGetLogicalDriveStrings(static_cast<uint32_t>(roots.size()), roots.data());
+    if (!roots[0]) return Complain("drives", "cannot be listed"); // "/" is always there
     Table table({"type", "root"});
     for (const TavChar* root = roots.data(); *root; root += tav_wcslen(root) + 1) {
         table.Add({DriveName(TavGetDriveType(root)), Shown(Bytes(root))});

@@ -16,10 +16,11 @@ const Command kCommands[] = {
     {"cp", "copy a file, or a folder with everything in it", "[-f] SOURCE DESTINATION", "f",
      "  -f  replace what is there\n\nInto a folder that exists the copy goes under the source's name. A copy "
      "has another name\n"
-     "until it is complete; Ctrl-C leaves the destination as it was.\n",
+     "until it is complete; Ctrl-C or a full disk leaves the destination as it was. What cannot be copied\n"
+     "is named and left out.\n",
      2, 2, Copy},
-    {"mv", "move or rename on one drive", "SOURCE DESTINATION", "", "\nNothing is ever replaced.\n", 2, 2,
-     Move},
+    {"mv", "move or rename on one drive", "SOURCE DESTINATION", "",
+     "\nInto a folder that exists it goes under its own name. Nothing is ever replaced.\n", 2, 2, Move},
     {"rm", "delete files, with -r folders", "[-r] PATH ...", "r",
      "  -r  folders with everything in them, locked or not\n\nThe working folder and those above it stay.\n",
      1, SIZE_MAX, Remove},
@@ -39,7 +40,8 @@ void PrintOverview(std::FILE* output) {
     std::fprintf(output, "usage: tav COMMAND [OPTIONS] [ARGUMENTS]\n\n");
     for (const Command& command : kCommands)
         std::fprintf(output, "  %-7s %s\n", command.name, command.summary);
-    std::fprintf(output, "\ntav COMMAND --help says more. Exit codes: 0 done, 1 failed, 2 not understood.\n");
+    std::fprintf(output, "\nA path that ends in \"/\" names a folder, and nothing else is taken for it.\n");
+    std::fprintf(output, "tav COMMAND --help says more. Exit codes: 0 done, 1 failed, 2 not understood.\n");
 }
 
 void PrintHelp(const Command& command) {
@@ -117,6 +119,13 @@ int Complain(const std::string& what, const std::string& why) {
     std::fflush(stdout);
     std::fprintf(stderr, "tav: %s: %s\n", Shown(what).c_str(), Shown(why).c_str());
     return kFailed;
+}
+
+bool IsNoFolder(const std::string& argument) {
+    const std::string path = host::Absolute(argument);
+    if (argument.back() != '/' || !host::Exists(path) || host::IsFolder(path)) return false;
+    Complain(path, "is no folder");
+    return true;
 }
 
 int main(int argc, char** argv) {

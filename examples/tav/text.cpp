@@ -90,6 +90,10 @@ std::string WithCommas(uint64_t number) {
     return digits;
 }
 
+std::string ByteCount(uint64_t number) {
+    return WithCommas(number) + (number == 1 ? " byte" : " bytes");
+}
+
 std::string Moment(const TavFileTime& time) {
     int64_t seconds = 0;
     for (int i = 0; i < 6; ++i) seconds = seconds << 8 | time.bytes[i];

@@ -28,6 +28,9 @@ std::string Shown(const std::string& bytes);
 // 1234567 as "1,234,567".
 std::string WithCommas(uint64_t number);
 
+// "1 byte", "5,000 bytes".
+std::string ByteCount(uint64_t number);
+
 // Local time as "2026-11-21 09:30:00"; "-" for the moment 0, which stands for an unknown date.
 std::string Moment(const TavFileTime& time);
 

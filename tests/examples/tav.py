@@ -30,8 +30,8 @@ class Client(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.top = pathlib.Path(folder.name).resolve()
 
-    def tav(self, *words, **options):
-        return subprocess.run([*PROGRAM, *map(str, words)], capture_output=True, timeout=100, errors="surrogateescape",
+    def tav(self, *words, program=tuple(PROGRAM), **options):
+        return subprocess.run([*program, *map(str, words)], capture_output=True, timeout=100, errors="surrogateescape",
                               text=True, check=False, **{"cwd": self.top, **options})
 
     def done(self, *words, **options):
@@ -55,6 +55,22 @@ class Client(unittest.TestCase):
 
     def names(self, folder="."):
         return sorted(os.listdir(self.top / folder))
+
+    def as_other_user(self):
+        """How to run the client as somebody who owns nothing here."""
+        if os.geteuid() != 0 or PROGRAM[0] != PROGRAM[-1]:
+            self.skipTest("another user is needed: run as root, and not under an emulator")
+        self.top.chmod(0o755)
+        other = {"user": 65534, "group": 65534, "extra_groups": []}
+        try:
+            self.tav("--help", **other)
+        except PermissionError:
+            self.skipTest("the other user may not run what was built here")
+        return other
+
+    def by_shell(self, script, *words):
+        """Runs a script that ends in the client's call."""
+        return self.tav(*words, program=["sh", "-c", script + '; exec "$@"', "sh", *PROGRAM])
 
 
 class Looking(Client):
@@ -120,6 +136,15 @@ class Looking(Client):
         self.tree()
         self.assertRegex(self.done("stat", "tree/link"), r"kind +link to nowhere\n")
 
+    def test_stat_tells_of_a_link_itself(self):
+        (self.top / "file").write_bytes(bytes(50_000))
+        (self.top / "l").symlink_to("file")
+        (self.top / "n").symlink_to("x")
+        os.utime(self.top / "l", (1e9, 1e9), follow_symlinks=False)
+        self.assertRegex(self.done("stat", "l"), r"content +4 bytes, 0 on disk\n(.*\n)* +changed +2001-09-09 ")
+        self.assertRegex(self.done("stat", "n"), r"content +1 byte, 0 on disk\n +created +\d{4}-")
+        self.assertRegex(self.done("ls", "n"), r"\n *file  +0  .* n\n\Z")
+
     def test_stat_reads_the_size_of_a_resource_fork(self):
         self.tree()
         (self.top / "tree/._b").write_bytes(bytes.fromhex("00051607 00020000") + bytes(16) + bytes.fromhex("0001") +
@@ -128,6 +153,25 @@ class Looking(Client):
 
     def test_drives_begin_with_the_root(self):
         self.assertRegex(self.done("drives"), r"\A *type  root\n *\w+  /\n")
+
+    def test_drives_lists_more_than_a_few(self):
+        if os.geteuid() != 0:
+            self.skipTest("mounting takes root")
+        long = self.top / "/".join(["d" * 200] * 4)
+        for number in range(120):
+            (long / str(number)).mkdir(parents=True)
+        if subprocess.run(["unshare", "-m", "mount", "-t", "tmpfs", "tmpfs", long / "0"], check=False).returncode != 0:
+            self.skipTest("nothing can be mounted here")
+        result = self.tav("drives", program=["unshare", "-m", "sh", "-c", 'for folder in "$0"/*; do mount -t tmpfs '
+                                             'tmpfs "$folder" || exit; done; exec "$@"', long, *PROGRAM])
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertEqual(result.stdout.count("d" * 200 + "/"), 480)
+
+    def test_drives_that_cannot_be_listed_are_a_failure(self):
+        if PROGRAM[0] != PROGRAM[-1] or re.search(rb"__(ub|a|t)san_", pathlib.Path(PROGRAM[-1]).read_bytes()):
+            self.skipTest("emulators and sanitizers need the descriptors")
+        result = self.by_shell("ulimit -n 4", "drives")
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (1, "", "tav: drives: cannot be listed\n"))
 
     def test_names_with_a_colon_or_an_asterisk_are_looked_at_like_others(self):
         self.done("mkdir", "m:n", "m:n/*o", "m:n/p:")
@@ -163,11 +207,11 @@ class Looking(Client):
         self.refused(1, r'gives no path that begins with "/"', "eval", r"pref\x")
 
     def test_eval_takes_a_key_by_its_characters(self):
-        self.assertRegex(self.done("eval", "-k", f"\u00e4\u00f6={self.top}", "$\u00e4\u00f6\\x"),
+        self.assertRegex(self.done("eval", "-k", f"äö={self.top}", "$äö\\x"),
                          rf"path +{self.top}/x\n")
-        self.assertIn("/x\n", self.done("eval", "-k", f"\u00e4\u00f6\u00fc\u00df={self.top}", "$\u00e4\u00f6\u00fc\u00df\\x"))
-        self.refused(1, "the key \\$\u00e4\u00f6 is not registered; give it with -k \u00e4\u00f6=FOLDER", "eval", "$\u00e4\u00f6\\x")
-        self.refused(2, r"one to four characters up to U\+00FF", "eval", "-k", f"\u20ac={self.top}", "$\u20ac")
+        self.assertIn("/x\n", self.done("eval", "-k", f"äöüß={self.top}", "$äöüß\\x"))
+        self.refused(1, "the key \\$äö is not registered; give it with -k äö=FOLDER", "eval", "$äö\\x")
+        self.refused(2, r"one to four characters up to U\+00FF", "eval", "-k", f"€={self.top}", "$€")
 
     def test_eval_says_why_there_is_no_path(self):
         (self.top / ".hidden").mkdir()
@@ -212,6 +256,26 @@ class Changing(Client):
         self.refused(1, r"tree/pipe: left out: it is a device, pipe or socket", "cp", "tree", "copy")
         self.assertEqual(self.names("copy"), [".hidden", "b", "link", "sub"])
 
+    def test_cp_names_folders_that_it_cannot_see_into(self):
+        other = self.as_other_user()
+        (self.top / "n/n1/in/closed").mkdir(parents=True)
+        (self.top / "n/n1/in/closed/file").touch()
+        for path in ("n", "n/n1"):
+            os.chown(self.top / path, 65534, 65534)
+        (self.top / "n/n1/in/closed").chmod(0)
+        self.refused(1, r"n1/in/closed: left out: Permission denied", "cp", "n/n1", "n/n2", **other)
+        self.assertEqual(self.names("n/n2/in"), ["closed"])
+        self.refused(1, r"in/closed: Permission denied", "cp", "n/n1/in/closed", "n/n3", **other)
+        self.assertEqual(self.names("n"), ["n1", "n2"])
+
+    def test_cp_refuses_what_has_no_size_until_it_is_read(self):
+        for name in ("/proc/self/status", "/sys/kernel/mm/transparent_hugepage/enabled"):
+            if os.path.exists(name):
+                self.refused(1, "its size is unknown until it is read", "cp", name, "copy")
+        (self.top / "empty").touch()
+        self.done("cp", "empty", "copy")
+        self.assertEqual(self.names(), ["copy", "empty"])
+
     def test_cp_into_itself_is_refused(self):
         self.tree()
         self.refused(1, "lies in what is to be copied", "cp", "tree", "tree/sub")
@@ -239,6 +303,29 @@ class Changing(Client):
         self.done("mv", "tree/sub/c", "d:e")
         self.assertEqual(self.names(), ["d:e", "tree"])
 
+    def test_mv_takes_a_new_name_where_the_old_one_is_taken(self):
+        for folder in ("a", "b"):
+            (self.top / folder).mkdir()
+            (self.top / folder / "x").write_text(folder, encoding="ascii")
+        (self.top / "a/y").touch()
+        self.refused(1, "File name too long", "mv", "a/x", "b/" + "z" * 300)
+        self.assertEqual((self.names("a"), self.names("b")), (["x", "y"], ["x"]))
+        self.done("mv", "a/x", "b/y")
+        self.assertEqual((self.names("a"), self.names("b")), (["y"], ["x", "y"]))
+        self.assertEqual((self.done("cat", "b/x"), self.done("cat", "b/y")), ("b", "a"))
+
+    def test_mv_that_fails_leaves_everything_in_its_place(self):
+        other = self.as_other_user()
+        for folder, owner in (("mine", 65534), ("others", 0)):
+            (self.top / folder).mkdir()
+            (self.top / folder / "q").touch()
+            os.chown(self.top / folder, owner, owner)
+        self.refused(1, r"others/r: \S+/others: Permission denied", "mv", "mine/q", "others/r", **other)
+        self.refused(1, r"others/q: \S+/others: Permission denied", "mv", "others/q", "mine/r", **other)
+        (self.top / "others/r").mkdir()
+        self.refused(1, r"others/r/q: \S+/others/r: Permission denied", "mv", "mine/q", "others/r", **other)
+        self.assertEqual((self.names("mine"), self.names("others"), self.names("others/r")), (["q"], ["q", "r"], []))
+
     def test_mv_replaces_nothing(self):
         self.tree()
         (self.top / "there").touch()
@@ -249,6 +336,26 @@ class Changing(Client):
         self.tree()
         self.done("rm", "tree/b", "tree/link")
         self.assertEqual(self.names("tree"), [".hidden", "sub"])
+
+    def test_a_slash_behind_what_is_no_folder_is_refused(self):
+        self.tree()
+        for words in (["cp", "tree/b", "new/"], ["mv", "tree/b", "new/"], ["cp", "-f", "tree/b", "tree/.hidden/"],
+                      ["mv", "tree/b/", "new"], ["cp", "tree/b/", "new"], ["rm", "tree/b/"], ["rm", "tree/link/"],
+                      ["ls", "tree/b/"], ["cat", "tree/b/"], ["stat", "tree/b/"]):
+            with self.subTest(words=words):
+                self.refused(1, "is no folder", *words)
+        self.assertEqual((self.names(), self.names("tree")), (["tree"], [".hidden", "b", "link", "sub"]))
+        self.done("mkdir", "new/")
+        self.done("cp", "tree/b", "new/")
+        self.done("cp", "tree/sub/", "other/")
+        self.done("mv", "other/", "new/moved/")
+        self.assertEqual(self.names("new"), ["b", "moved"])
+
+    def test_what_is_missing_is_not_skipped_on_the_way(self):
+        self.tree()
+        for name in ("gone/..", "gone/../tree", "tree/b/.."):
+            with self.subTest(name=name):
+                self.refused(1, "No such file|Not a directory", "ls", name)
 
     def test_rm_asks_for_a_word_before_it_deletes_a_folder(self):
         self.tree()
@@ -326,20 +433,61 @@ class Mistakes(Client):
 
     def test_a_folder_is_no_file(self):
         self.tree()
+        (self.top / "to").symlink_to("tree")
         self.refused(1, "it is a folder", "cat", "tree")
+        self.refused(1, "it is a folder", "cat", "to")
+
+    def test_neither_is_a_pipe(self):
+        os.mkfifo(self.top / "pipe")
+        (self.top / "to").symlink_to("pipe")
+        for words in (["cp", "pipe", "copy"], ["cp", "to", "copy"], ["cat", "pipe"]):
+            self.refused(1, "(pipe|to): it is a device, pipe or socket", *words)
+
+    def test_a_name_that_is_no_text_is_said(self):
+        self.tree()
+        with open(os.fsencode(self.top) + b"/odd\xff", "wb"):
+            pass
+        self.refused(1, r"odd\\xff: its name is no text; cp copies it", "mv", "odd\udcff", "good")
+        self.done("mkdir", "new\udcff")
+        for words in (["mkdir", "new\udcff/x"], ["mv", "tree/b", "new\udcff"], ["cp", "tree/b", "new\udcff"]):
+            self.refused(1, r"new\\xff: its name is no text", *words)
+        self.assertEqual((self.names(), self.names("new\udcff")), (["new\udcff", "odd\udcff", "tree"], []))
+
+    def test_a_path_that_is_too_long_is_said(self):
+        deep = self.top
+        while len(str(deep)) < 1_024:
+            deep /= "d" * 200
+        deep.mkdir(parents=True)
+        self.tree()
+        for words in (["ls", deep], ["cp", deep, "new"], ["cp", "tree/b", deep], ["mkdir", deep / "x"], ["mv", deep, "new"]):
+            with self.subTest(words=words[0]):
+                self.refused(1, "its path is too long, at most 1,023 units", *words)
+        self.assertEqual((self.names(), os.listdir(deep)), (["d" * 200, "tree"], []))
+
+    def test_a_limit_of_the_system_is_no_fault_of_the_name(self):
+        (self.top / "large").write_bytes(bytes(2_000_000))
+        result = self.by_shell("ulimit -f 2000", "cp", "large", "copy")
+        self.assertRegex(result.stderr, r"\Atav: \S+/copy: its name or a limit of the system is in the way\n\Z")
+        self.assertEqual((result.returncode, self.names()), (1, ["large"]))
+
+    def test_what_may_not_be_searched_is_not_empty(self):
+        other = self.as_other_user()
+        self.tree()
+        (self.top / "tree").chmod(0o644)
+        self.refused(1, "Permission denied", "ls", "tree", **other)
+
+    def test_the_folder_that_may_not_be_written_is_named(self):
+        other = self.as_other_user()
+        self.tree()
+        for words in (["rm", "tree/b"], ["cp", "-f", "tree/b", "tree/sub/Übung.txt"], ["mkdir", "tree/new"]):
+            with self.subTest(words=words):
+                self.refused(1, r": \S*/tree(/sub)?: Permission denied", *words, **other)
 
     def test_what_may_not_be_read_is_said(self):
-        if os.geteuid() != 0 or PROGRAM[0] != PROGRAM[-1]:
-            self.skipTest("another user is needed: run as root, and not under an emulator")
+        other = self.as_other_user()
         self.tree()
-        self.top.chmod(0o755)
         (self.top / "tree/b").chmod(0)
         (self.top / "tree/sub").chmod(0)
-        other = {"user": 65534, "group": 65534, "extra_groups": []}
-        try:
-            self.tav("--help", **other)
-        except PermissionError:
-            self.skipTest("the other user may not run what was built here")
         self.refused(1, "Permission denied", "cat", "tree/b", **other)
         self.refused(1, "Permission denied", "ls", "tree/sub", **other)
         self.refused(1, "Permission denied", "mkdir", "new", **other)
@@ -371,6 +519,23 @@ class Stopped(Client):
                 (self.top / f"many/{number}").write_bytes(bytes(400_000))
             self.refused(1, "the disk is full; nothing was changed", "cp", "many", "small")
             self.assertEqual(self.names("small"), [])
+
+    def test_a_disk_without_room_for_another_file_is_full(self):
+        (self.top / "many").mkdir()
+        for number in range(20):
+            (self.top / f"many/{number}").touch()
+        with small_volume(self, self.top / "small", "1m,nr_inodes=8"):
+            self.refused(1, "the disk is full; nothing was changed", "cp", "many", "small")
+            self.assertEqual(self.names("small"), [])
+            for number in range(7):
+                (self.top / f"small/{number}").touch()
+            self.refused(1, "the disk is full", "mkdir", "small/folder")
+
+    def test_rm_says_that_something_is_mounted(self):
+        (self.top / "tree").mkdir()
+        with small_volume(self, self.top / "tree/small", "1m"):
+            self.refused(1, "deleted whole: something in it may not be deleted or is mounted", "rm", "-r", "tree")
+            self.refused(1, "deleted whole: something is mounted on it", "rm", "-r", "tree/small")
 
     def interrupt(self, *words, when, number=signal.SIGINT):
         """Starts it, and sends the signal to the whole group as a terminal does, as soon as `when` says so, and again at
@@ -440,6 +605,14 @@ class Stopped(Client):
                     self.skipTest("it was copied before the signal came")
                 self.assertEqual((status, said), (1, f"tav: {self.top}/copy: interrupted; nothing was changed\n"))
                 self.assertEqual(self.names(), ["many"])
+
+    def test_ctrl_c_in_mv_leaves_nothing_between(self):
+        for folder in ("a", "b"):
+            (self.top / folder).mkdir()
+            (self.top / folder / "x").touch()
+        status, _ = self.interrupt("mv", "a/x", "b/y", when=lambda: "x" not in self.names("a"))
+        self.assertIn(status, (0, -signal.SIGINT))  # it may come when everything is done
+        self.assertEqual((self.names("a"), self.names("b")), ([], ["x", "y"]))
 
     def test_nothing_goes_on_when_cp_is_killed(self):
         self.many("many")
