@@ -1,5 +1,6 @@
 // Creating threads when the platform refuses.
 #include "support/faults.h"
+#include "support/forced_end.h"
 
 #include "system/synchronisation.h"
 #include "system/threads.h"
@@ -138,7 +139,7 @@ TEST(ThreadFacts, WithoutMemory_AreTold) {
     EXPECT_EQ(TavCloseThreadRef(thread), 1);
 }
 
-TEST(ExitThread, EachCallOfItsWaiterFails_EndsItsThread) {
+TEST_F(ForcedEnd, EachCallOfTheWaiterFails_EndsItsThread) {
     const auto leave = [](void*) -> uint32_t {
         TavExitThread(7);
         return 1;
