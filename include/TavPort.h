@@ -949,10 +949,10 @@ double tav_wcstod(const TavChar* s, TavChar** end);
  * Formatting into 16-bit text. The format is that of printf, with the platform's additions and without a
  * locale:
  *   %s  zero-terminated 16-bit text      %c  a 16-bit unit       (exactly these two characters)
- *   %S  the same as %s                   %C  the same as %c      (with flags, width or precision, too)
+ *   %S  the same as %s, with flags, width and precision, too; %C  the same as %c, which has none of them
  *   %10s, %.3c ...  8-bit Mac Roman text and characters, because something stands between "%" and the letter
  *   %d %i %u %o %x %X, %e %f %g %a, %p  as in C, with h hh l ll q j z t L, *, and positions (%2$d)
- *   %D %U %O  the same as %ld %lu %lo   %n  takes its pointer and stores nothing
+ *   %D %U %O  the same as %d %u %o      %n  takes its pointer and stores nothing
  *   %P  8-bit text behind a byte with its length
  *   %@  an object of the library's own, of which applications have none; null prints "(null)"
  *   %%  a percent sign, but "%%s" and "%%c" print "%S" and "%C"; an unknown letter prints what follows its

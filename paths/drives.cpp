@@ -148,7 +148,8 @@ int32_t TavGetDriveType(const TavChar* root) {
     uint8_t name[256];
     HParamBlockRec block{};
     block.ioNamePtr = name;
-    for (block.ioVolIndex = 1; PBHGetVInfoSync(&block) == noErr; ++block.ioVolIndex) {
+    // The index has 16 bits, and a negative one would ask for the same volume for ever.
+    for (block.ioVolIndex = 1; block.ioVolIndex > 0 && PBHGetVInfoSync(&block) == noErr; ++block.ioVolIndex) {
         if (IsRootOf(block.ioVRefNum, path)) return DriveTypeOf(block.ioVRefNum);
     }
     return TAV_DRIVE_UNKNOWN;

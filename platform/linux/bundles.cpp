@@ -17,6 +17,7 @@
 #include "platform/references.h"
 
 #include <dlfcn.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -191,8 +192,9 @@ std::string MainBundlePath() {
     folder.resize(folder.rfind('/'));
     constexpr char kInside[] = "/Contents/MacOS";
     constexpr size_t kInsideLength = sizeof kInside - 1;
-    if (folder.size() > kInsideLength &&
-        folder.compare(folder.size() - kInsideLength, kInsideLength, kInside) == 0)
+    // In any letter case, as the folders inside other bundles are found.
+    if (folder.size() >= kInsideLength &&
+        strcasecmp(folder.c_str() + folder.size() - kInsideLength, kInside) == 0)
         folder.resize(folder.size() - kInsideLength);
     return folder.empty() ? "/" : folder;
 }

@@ -145,9 +145,7 @@ static ArgumentType IntegerTypeOf(const Conversion& conversion) {
     default:
         break;
     }
-    const bool isLongLetter =
-        conversion.letter == 'D' || conversion.letter == 'U' || conversion.letter == 'O';
-    return isLongLetter ? ArgumentType::Long : ArgumentType::Int;
+    return ArgumentType::Int; // also for D, U and O, which are no long ones here
 }
 
 ArgumentType TypeOf(const Conversion& conversion) {

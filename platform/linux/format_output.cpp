@@ -91,9 +91,10 @@ UniChar* Output::Extend(size_t n) {
     if (!string_) return nullptr;
     const size_t length = string_->length;
     const size_t wanted = length + n;
-    // Growing by half keeps the cost of many small pieces linear.
+    // Growing by half keeps the cost of many small pieces linear; one large piece may be all that there is room for.
     const bool fits =
-        wanted >= n && (wanted <= string_->capacity || strings::Reserve(string_, wanted + wanted / 2));
+        wanted >= n && (wanted <= string_->capacity || strings::Reserve(string_, wanted + wanted / 2) ||
+                        strings::Reserve(string_, wanted));
     if (!fits) {
         Fail();
         return nullptr;

@@ -105,35 +105,46 @@ static unsigned FactsNeeded(const Wanted& wanted, unsigned format) {
     return wanted.whichInfo != kFSCatInfoNone && format == 0 ? STATX_TYPE : 0;
 }
 
-static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format) {
+// Whether a failed look at an entry is its own affair, such as a volume mounted there whose server has gone.
+static bool IsItsOwn(OSErr result) {
+    return result != fnfErr && result != tmfoErr && result != memFullErr;
+}
+
+// An entry of which nothing can be known is listed with its name and kind, but nothing is deleted unseen.
+static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format, bool isForDelete) {
     const unsigned mask = FactsNeeded(wanted, format);
-    if (mask == 0) {
+    const int folder = item.folder.descriptor();
+    constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+    if (mask == 0 || FactsAt(folder, item.name, flags, item.facts, mask) != 0) {
+        const OSErr result = mask == 0 ? OSErr{noErr} : LastError();
+        if (result != noErr && (isForDelete || format == 0 || !IsItsOwn(result))) return result;
         item.facts = {};
         item.facts.stx_mask = STATX_TYPE;
         item.facts.stx_mode = static_cast<uint16_t>(format);
-    } else {
-        const int folder = item.folder.descriptor();
-        constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
-        if (FactsAt(folder, item.name, flags, item.facts, mask) != 0) return LastError();
     }
     item.isLink = S_ISLNK(item.facts.stx_mode);
     return noErr;
 }
 
-// Finds the next entry that is shown; one that has gone since its batch was read is not.
+// Finds the next entry that is shown; one that has gone since its batch was read is not. Names of more than 255
+// bytes, as volumes with names in 16-bit units can have, are told of at the end, so that a copy knows.
 static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
     Place& item = iterator.item;
     for (;;) {
         const char* name;
         unsigned format;
         OSErr result = iterator.reader.Next(name, format);
+        if (result == errFSNoMoreItems && iterator.hasLongerNames) return bdNamErr;
         if (result != noErr) return result;
         const size_t length = std::strlen(name);
-        if (length > kMaxNameBytes) return bdNamErr;
+        if (length > kMaxNameBytes) {
+            iterator.hasLongerNames = true;
+            continue;
+        }
         std::memcpy(item.name, name, length + 1);
         result = WithDescriptors([&] { return FindSidecar(item.folder.descriptor(), item.name); });
         if (result == noErr) continue;
-        if (result == fnfErr) result = LookAt(item, wanted, format);
+        if (result == fnfErr) result = LookAt(item, wanted, format, iterator.isForDelete);
         if (result != fnfErr) return result;
     }
 }

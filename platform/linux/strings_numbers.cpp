@@ -7,6 +7,7 @@
 #include "platform/linux/string_object.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -116,7 +117,10 @@ double Decimal::Value() const {
     if (FLT_EVAL_METHOD != 0) {
         // Where registers are wider than a double, from_chars rounds twice. There is no point for a locale.
         *end = '\0';
-        return std::strtod(text, nullptr);
+        const int kept = errno; // a text that is too small for a double is no failure
+        const double rounded = std::strtod(text, nullptr);
+        errno = kept;
+        return rounded;
     }
     const std::from_chars_result result = std::from_chars(text, end, value);
     if (result.ec == std::errc{}) return value;

@@ -86,6 +86,14 @@ TEST(TavPathCommonPrefix, DifferentVolumes_GiveTheEmptyText) {
     EXPECT_EQ(Common(u"/Volumes/Other/a", u"/Volumes/Others/a"), (Prefix{u"/Volumes/", 9}));
 }
 
+TEST(TavPathCommonPrefix, RootsInOtherLetterCase_AreTheSame) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/\xC3\x89"));
+    SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/\xC3\xA9"));
+    EXPECT_EQ(Common(u"/Volumes/\u00C9/a", u"/Volumes/\u00E9/a"), (Prefix{u"/Volumes/", 9}));
+}
+
 TEST(TavPathCommonPrefix, LetterCase_IsIgnoredForAsciiAndTakenFromTheFirst) {
     EXPECT_EQ(Common(u"/Users/Ann/x", u"/users/aNN/y"), (Prefix{u"/Users/Ann/", 11}));
     EXPECT_EQ(Common(u"/\u00C9/x", u"/\u00E9/x"), (Prefix{u"/", 1}));

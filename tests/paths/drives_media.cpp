@@ -106,6 +106,10 @@ TEST(Media, Flags_AreOnlyAddedTo) {
     EXPECT_EQ(GetAdditionalVolumeInfo(1, "sdc1", &info), noErr);
     EXPECT_EQ(info.mediaType, kMediaFixed);
     EXPECT_EQ(info.mediaFlags, kMediaEjectable);
+    AddLoop(tree);
+    info = {kMediaNone, kMediaEjectable};
+    EXPECT_EQ(GetAdditionalVolumeInfo(1, "loop0", &info), noErr);
+    EXPECT_EQ(info.mediaFlags, kBoth);
 }
 
 // ---- Whole drives ----

@@ -126,6 +126,12 @@ TEST_F(Listing, FolderNamedLikeAStar_CountsOnlyWithMoreBehindIt) {
     EXPECT_EQ(NamesBehindFirst(path() + "/*x"), Names{"inside"});
 }
 
+TEST_F(Listing, FolderWhoseNameEndsInAStar_IsListed) {
+    fs::create_directory(folder_ / "x*");
+    WriteFile(folder_ / "x*/inside", "");
+    EXPECT_EQ(NamesBehindFirst(path() + "/x*"), Names{"inside"});
+}
+
 TEST_F(Listing, StarBehindAFile_ShowsTheFile) {
     auto items = FindAll(path() + "/notes/*");
     ASSERT_EQ(items.size(), 1u);
@@ -152,8 +158,11 @@ TEST(FindFiles, Root_IsListed) {
 TEST(FindFiles, NothingFound_ClearsOnlyTheAttributes) {
     FoundItem item, untouched;
     untouched.data.dwFileAttributes = 0;
-    EXPECT_EQ(TavFindFirstFile(u"/missing/x", &item.data), TAV_INVALID_FIND);
-    EXPECT_EQ(memcmp(&item.data, &untouched.data, sizeof item.data), 0);
+    for (const std::u16string& path : {std::u16string(u"/missing/x"), u"/" + std::u16string(1023, u'x')}) {
+        item.data.dwFileAttributes = 1;
+        EXPECT_EQ(TavFindFirstFile(path.c_str(), &item.data), TAV_INVALID_FIND);
+        EXPECT_EQ(memcmp(&item.data, &untouched.data, sizeof item.data), 0);
+    }
 }
 
 TEST(FindFiles, EndOfTheListing_ClearsOnlyTheAttributes) {

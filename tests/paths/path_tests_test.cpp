@@ -51,7 +51,9 @@ TEST(TavPathIsRoot, LongPaths_AreAnswered) {
         EXPECT_EQ(TavPathIsRoot((u"/" + std::u16string(length - 1, u'x')).c_str()), 0);
         EXPECT_EQ(TavPathIsRoot((u"/" + std::u16string(length - 4, u'x') + u"/..").c_str()), 0);
     }
-    EXPECT_EQ(TavPathIsRoot((u"/Volumes/" + std::u16string(255, u'x')).c_str()), 1);
+    for (size_t length : {255u, 1014u})
+        EXPECT_EQ(TavPathIsRoot((u"/Volumes/" + std::u16string(length, u'x')).c_str()), 1);
+    EXPECT_EQ(TavPathIsRoot((u"/Volumes/" + std::u16string(1015, u'x')).c_str()), 0);
 }
 
 TEST(TavPathIsRoot, RandomPaths_AreAnsweredLikeTheModel) {

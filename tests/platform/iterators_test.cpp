@@ -7,11 +7,14 @@
 #include "support/files.h"
 #include "support/mounts.h"
 #include "support/no_descriptors.h"
+#include "support/odd_volume.h"
+#include "support/private_mounts.h"
 #include "support/references.h"
 #include "support/sanitizers.h"
 #include "support/sidecars.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -646,4 +649,46 @@ TEST_F(DeleteIterator, GivenUpAndItsFolderGone_IsNotFound) {
     EXPECT_EQ(FSGetCatalogInfoBulk(iterators[0], 1, &count, nullptr, kFSCatInfoNone, nullptr, nullptr,
                                    nullptr, nullptr),
               fnfErr);
+}
+
+// ---- Entries that are odd
+
+// A listing of a volume of such entries: the names, and the result at its end.
+static Strings ListOdd(const std::vector<OddVolume::Entry>& entries, OSErr& end) {
+    const std::string folder = "/Volumes/Odd";
+    fs::create_directories(folder);
+    const OddVolume volume(folder, entries);
+    if (!volume.Missing().empty()) return {volume.Missing()};
+    Strings names;
+    Iterator iterator(folder, kFSIterateFlat);
+    end = iterator.result();
+    while (end == noErr) {
+        ItemCount count = 0;
+        HFSUniStr255 name;
+        FSCatalogInfo info;
+        end = FSGetCatalogInfoBulk(iterator, 1, &count, nullptr, kFSCatInfoSettableInfo | kFSCatInfoNodeFlags,
+                                   &info, nullptr, nullptr, &name);
+        if (end == noErr) names.push_back(NameOf(name));
+    }
+    return Sorted(names);
+}
+
+TEST_F(FlatIterator, EntryThatNobodyCanLookAt_IsListedWithTheOthers) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    OSErr end;
+    EXPECT_EQ(ListOdd({{"a"}, {"b", EIO}, {"c", EACCES}, {"d", ENOTCONN}, {"e"}, {"gone", ENOENT}}, end),
+              (Strings{"a", "b", "c", "d", "e"}));
+    EXPECT_EQ(end, errFSNoMoreItems);
+}
+
+TEST_F(FlatIterator, NameThatIsTooLong_IsToldOfAtTheEnd) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    OSErr end;
+    EXPECT_EQ(ListOdd({{"a"}, {std::string(256, 'l')}, {"z"}}, end), (Strings{"a", "z"}));
+    EXPECT_EQ(end, bdNamErr);
+    EXPECT_EQ(ListOdd({{"a"}, {std::string(255, 'l')}, {"z"}}, end),
+              (Strings{"a", std::string(255, 'l'), "z"}));
+    EXPECT_EQ(end, errFSNoMoreItems);
 }

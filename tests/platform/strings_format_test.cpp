@@ -153,14 +153,27 @@ TEST(StringFormat, LongDoublesAgreeWithTheCLibrary) {
     }
 }
 
-TEST(StringFormat, LettersOfLongIntegers) {
-    EXPECT_EQ(Format("%D %U %O", -5L, 7UL, 8UL), "-5 7 10");
-    EXPECT_EQ(Format("%lD|%D", LONG_MAX, LONG_MIN),
-              std::to_string(LONG_MAX) + "|" + std::to_string(LONG_MIN));
+TEST(StringFormat, CapitalLettersOfIntegersAreTheSmallOnes) {
+    EXPECT_EQ(Format("%D|%U|%O|%d", -5, -1, 8, 9), "-5|4294967295|10|9");
+    EXPECT_EQ(Format("%2$D %1$U", 7, -5), "-5 7");
+    EXPECT_EQ(Format("%lD", LONG_MIN), std::to_string(LONG_MIN));
+}
+
+TEST(StringFormat, CharactersOfZeroLeaveTheirFieldBehind) {
+    EXPECT_EQ(Format("%5c|%-5c|", 0, 0), "    ||");
+}
+
+TEST(StringFormat, NegativePrecisionOfAnArgumentIsNone) {
+    EXPECT_EQ(Format("%.*f|%.*e|%.*d", -1, 1.5, -1, 1.5, -1, 0), "1.500000|1.500000e+00|0");
+}
+
+TEST(StringFormat, GreatestNumberOfAnArgumentIsUnderstood) {
+    EXPECT_EQ(Format("%2147483647$d", 5), "5");
 }
 
 TEST(StringFormat, LengthsOfOtherTypes) {
     EXPECT_EQ(Format("%td %ti", ptrdiff_t{-3}, ptrdiff_t{4}), "-3 4");
+    EXPECT_EQ(Format("%td", PTRDIFF_MIN), std::to_string(PTRDIFF_MIN));
     EXPECT_EQ(Format("%zu", SIZE_MAX), std::to_string(SIZE_MAX));
     EXPECT_EQ(Format("%ju %Ld", UINTMAX_MAX, INT64_MIN),
               std::to_string(UINTMAX_MAX) + " " + std::to_string(INT64_MIN));

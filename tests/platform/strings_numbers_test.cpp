@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +50,22 @@ TEST(StringNumbers, FloatingValuesAgreeWithTheMeasuredTextsInEveryBit) {
     for (const auto& row : rows) {
         EXPECT_EQ(std::bit_cast<uint64_t>(DoubleValue(Unescape(row[0]))), std::stoull(row[2], nullptr, 16))
             << row[0];
+    }
+}
+
+TEST(StringNumbers, SpacesOfEveryKindAreSkipped) {
+    for (const int space :
+         {0x0001, 0x0008, 0x0009, 0x0020, 0x007F, 0x0080, 0x0085, 0x009F, 0x00A0, 0x2000, 0x200B, 0x3000})
+        EXPECT_EQ(IntValue({static_cast<char16_t>(space), u'4', u'2'}), 42) << space;
+    for (const char16_t other : {u'\u00A1', u'\u1FFF', u'\u200C', u'\u3001'})
+        EXPECT_EQ(IntValue({other, u'4', u'2'}), 0) << static_cast<unsigned>(other);
+}
+
+TEST(StringNumbers, ValuesBeyondTheRangeLeaveTheErrorNumberAlone) {
+    for (const char16_t* text : {u"1e-310", u"2.2250738585072011e-308", u"1e-400", u"1e400"}) {
+        errno = 0;
+        (void)DoubleValue(text);
+        EXPECT_EQ(errno, 0) << std::string(text, text + std::char_traits<char16_t>::length(text));
     }
 }
 

@@ -70,6 +70,8 @@ TEST_F(LibrariesTest, SharedObjectFileIsLoaded) {
 TEST_F(LibrariesTest, BundleIsLoadedByTheNameOfItsFolder) {
     Place("Plug.bundle/Contents/MacOS/Plug");
     EXPECT_EQ(AnswerOf(Load(folder / "Plug.bundle")), 42);
+    Place(".bundle/Contents/MacOS/.bundle");
+    EXPECT_EQ(AnswerOf(Load(folder / ".bundle")), 42);
 }
 
 TEST_F(LibrariesTest, BundleIsLoadedByTheExecutableOfItsPropertyList) {
@@ -141,6 +143,12 @@ TEST_F(ApplicationTest, NameInsideTheApplicationWinsOverThePath) {
     EXPECT_EQ(AnswerTo(program, "PlugIns/plug.so"), 2);
     fs::remove(folder / "PlugIns/plug.so");
     EXPECT_EQ(AnswerTo(program, "PlugIns/plug.so"), 1);
+}
+
+TEST_F(ApplicationTest, InnerFoldersInAnotherLetterCaseAreFound) {
+    const std::string program = PlaceProgram("App.app/contents/macos/App");
+    Place("App.app/contents/PlugIns/plug.so");
+    EXPECT_EQ(AnswerTo(program, "PlugIns/plug.so"), 42);
 }
 
 TEST_F(ApplicationTest, AbsoluteNameInsideTheApplicationWinsOverThePath) {

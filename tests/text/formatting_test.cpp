@@ -42,6 +42,15 @@ TEST(Vswprintf, WritesTheTextAndGivesItsLength) {
     EXPECT_EQ(buffer.units[5], kUntouched);
 }
 
+TEST(Swprintf, ReadsFormatAndArgumentsBeforeItWrites) {
+    TavChar text[64] = u"abc";
+    EXPECT_EQ(tav_swprintf(text, u"%s-%s", text, text), 0);
+    EXPECT_EQ(std::u16string(text), u"abc-abc");
+    tav_wcscpy(text, u"<%d>");
+    EXPECT_EQ(tav_swprintf(text, text, 12345), 0);
+    EXPECT_EQ(std::u16string(text), u"<12345>");
+}
+
 TEST(Snwprintf, CutsAndGivesTheLengthNegated) {
     Buffer buffer;
     EXPECT_EQ(tav_snwprintf(buffer.units, 3, u"%s", u"abcdef"), -3);

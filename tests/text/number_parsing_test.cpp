@@ -319,6 +319,8 @@ TEST(Wtol, ReadsDecimalsByTheEngine) {
     EXPECT_EQ(tav_wtol(u" -42x"), -42);
     EXPECT_EQ(tav_wtol16(u"0x10"), 0);
     EXPECT_EQ(tav_wtol(u"- 42"), 0);
+    EXPECT_EQ(tav_wtol(u"0x10"), 0);
+    EXPECT_EQ(tav_wtol(u"010"), 10);
     EXPECT_EQ(tav_wtol16(u"99999999999"), INT32_MAX);
 }
 
