@@ -132,10 +132,13 @@ static OSErr FinishReplacing(OSErr result, const FSRef* newObject, const FSRef* 
 
 // Undoes the setting aside when the source would go with what was set aside. A source that was met through a
 // link to it leads nowhere by now, or would lead to the copy itself; a folder that is the old object or lies in
-// it would be deleted with it, with every item that could not be copied.
-static OSErr CheckSourceAfterSettingAside(const FSRef* source, Boolean isDirectory, const FSRef* setAside,
+// it would be deleted with it, with every item that could not be copied. A file that is the old object goes on
+// by its new reference, since on some volumes the other one will stand for whatever has its name.
+static OSErr CheckSourceAfterSettingAside(const FSRef*& source, Boolean isDirectory, const FSRef* setAside,
                                           const HFSUniStr255& name, Boolean* isReplacing) {
-    OSErr result = FSCompareFSRefs(source, source);
+    OSErr result = FSCompareFSRefs(source, setAside);
+    if (result == noErr && !isDirectory) source = setAside;
+    if (result == errFSRefsDifferent || result == diffVolErr) result = noErr;
     if (result == noErr && isDirectory) result = CheckForDestInsideSrc(setAside, source);
     if (result == noErr) return noErr;
     FSRenameUnicode(setAside, name.length, name.unicode, kTextEncodingUnknown, nullptr);

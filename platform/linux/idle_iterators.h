@@ -11,8 +11,7 @@ struct OpaqueFSIterator {
     FSRef container;
     bool isForDelete = false;
     bool isOnLink = false; // a delete iterator that yields nothing
-    bool hasLongerNames =
-        false; // left out entries whose names this provider cannot hold, which it tells at the end
+    OSErr leftOut = noErr; // why an entry was left out, which is told at the end
 
     FolderReader reader;
     Place item;            // the entry in hand, and the folder in which all of them stand

@@ -83,9 +83,8 @@ static OSErr Open(OpaqueFSIterator& iterator) {
     return OpenReader(iterator, folder);
 }
 
-static Asking AskingFor(const OpaqueFSIterator& iterator) {
-    const bool hasNone = iterator.hasNoSidecars && iterator.sidecarsMade == SidecarsMade();
-    return hasNone ? Asking::kForListingWithoutSidecars : Asking::kForListing;
+static bool MayHaveSidecars(const OpaqueFSIterator& iterator) {
+    return !iterator.hasNoSidecars || iterator.sidecarsMade != SidecarsMade();
 }
 
 // Opens again what had to be given back. Nothing is known of sidecars then, and reading a long listing once
@@ -105,47 +104,58 @@ static unsigned FactsNeeded(const Wanted& wanted, unsigned format) {
     return wanted.whichInfo != kFSCatInfoNone && format == 0 ? STATX_TYPE : 0;
 }
 
-// Whether a failed look at an entry is its own affair, such as a volume mounted there whose server has gone.
-static bool IsItsOwn(OSErr result) {
-    return result != fnfErr && result != tmfoErr && result != memFullErr;
+// Whether defaults may stand for what cannot be read: not for one who deletes, nor for one who copies and
+// therefore wants all that can be set.
+static bool TakesDefaults(const OpaqueFSIterator& iterator, const Wanted& wanted) {
+    const bool isForCopy = (wanted.whichInfo & kFSCatInfoSettableInfo) == kFSCatInfoSettableInfo;
+    return !iterator.isForDelete && !isForCopy;
 }
 
-// An entry of which nothing can be known is listed with its name and kind, but nothing is deleted unseen.
-static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format, bool isForDelete) {
+// Whether a failure is the entry's own affair, such as of a volume mounted there whose server has gone.
+static bool IsItsOwn(OSErr result) {
+    return result != noErr && result != fnfErr && result != tmfoErr && result != memFullErr;
+}
+
+static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format, bool takesDefaults) {
     const unsigned mask = FactsNeeded(wanted, format);
-    const int folder = item.folder.descriptor();
-    constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
-    if (mask == 0 || FactsAt(folder, item.name, flags, item.facts, mask) != 0) {
-        const OSErr result = mask == 0 ? OSErr{noErr} : LastError();
-        if (result != noErr && (isForDelete || format == 0 || !IsItsOwn(result))) return result;
+    OSErr result = noErr;
+    if (mask != 0) {
+        const int folder = item.folder.descriptor();
+        constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+        if (FactsAt(folder, item.name, flags, item.facts, mask) != 0) result = LastError();
+    }
+    const bool isListedUnseen = IsItsOwn(result) && takesDefaults && format != 0;
+    if (mask == 0 || isListedUnseen) {
         item.facts = {};
         item.facts.stx_mask = STATX_TYPE;
         item.facts.stx_mode = static_cast<uint16_t>(format);
     }
     item.isLink = S_ISLNK(item.facts.stx_mode);
-    return noErr;
+    return isListedUnseen ? OSErr{noErr} : result;
 }
 
-// Finds the next entry that is shown; one that has gone since its batch was read is not. Names of more than 255
-// bytes, as volumes with names in 16-bit units can have, are told of at the end, so that a copy knows.
+// Finds the next entry that is shown; one that has gone since its batch was read is not.
 static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
     Place& item = iterator.item;
     for (;;) {
         const char* name;
         unsigned format;
         OSErr result = iterator.reader.Next(name, format);
-        if (result == errFSNoMoreItems && iterator.hasLongerNames) return bdNamErr;
         if (result != noErr) return result;
         const size_t length = std::strlen(name);
+        // Volumes with names in 16-bit units can have longer ones.
         if (length > kMaxNameBytes) {
-            iterator.hasLongerNames = true;
+            iterator.leftOut = bdNamErr;
             continue;
         }
         std::memcpy(item.name, name, length + 1);
         result = WithDescriptors([&] { return FindSidecar(item.folder.descriptor(), item.name); });
         if (result == noErr) continue;
-        if (result == fnfErr) result = LookAt(item, wanted, format, iterator.isForDelete);
-        if (result != fnfErr) return result;
+        if (result == fnfErr) result = LookAt(item, wanted, format, TakesDefaults(iterator, wanted));
+        if (IsItsOwn(result))
+            iterator.leftOut = result;
+        else if (result != fnfErr)
+            return result;
     }
 }
 
@@ -158,7 +168,8 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     if (wanted.refs || wanted.specs) result = MakeReference(item.folderID, item.name, item.facts, false, ref);
     if (result == noErr && wanted.specs) result = FillSpec(item, ref, wanted.specs[index]);
     if (result == noErr && wanted.whichInfo != kFSCatInfoNone)
-        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], AskingFor(iterator));
+        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], MayHaveSidecars(iterator));
+    if (result == ioErr && TakesDefaults(iterator, wanted)) result = noErr;
     if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
     if (result == noErr && iterator.isForDelete && iterator.hasNoSidecars && wanted.refs &&
         (wanted.whichInfo & kFSCatInfoNodeFlags))
@@ -166,13 +177,18 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     return result;
 }
 
+// Entries that cannot be told of are left out, and the end of the listing says why.
 static OSErr Fetch(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCount index) {
-    OSErr result;
-    do {
-        result = NextItem(iterator, wanted);
-        if (result == noErr) result = WithDescriptors([&] { return Describe(iterator, wanted, index); });
-    } while (result == fnfErr);
-    return result;
+    for (;;) {
+        OSErr result = NextItem(iterator, wanted);
+        if (result == errFSNoMoreItems && iterator.leftOut != noErr) return iterator.leftOut;
+        if (result != noErr) return result;
+        result = WithDescriptors([&] { return Describe(iterator, wanted, index); });
+        if (IsItsOwn(result))
+            iterator.leftOut = result;
+        else if (result != fnfErr)
+            return result;
+    }
 }
 
 // Whether the folder has changed since it was last asked about here.

@@ -1,4 +1,6 @@
-// Content-modification dates that hold: a ring of the last files that were made with one.
+// Content-modification dates that hold: rings of the last files that were made with one. Each ring has its lock,
+// which is held while the volume sets a date, so that no date that somebody sets meanwhile is undone; a slow
+// volume holds up only what has to do with a ring's files.
 //
 // The kernel sets the date at every write, so it is put back when the fork is closed; a file that is opened
 // for writing once more afterwards changes its date as any file does. Somebody else's change shows as a date
@@ -41,18 +43,42 @@ struct KeptDate {
 };
 } // namespace
 
-static constinit ChildSafeMutex ringLock;
-static constinit KeptDate ring[128] = {};
-static constinit std::atomic<unsigned> keptInAll = 0;
+namespace {
+struct Ring {
+    ChildSafeMutex lock;
+    KeptDate dates[32] = {};
+    unsigned keptInAll = 0;
+
+    KeptDate* Find(const ObjectKey& key);
+    KeptDate& NextSlot();
+};
+} // namespace
+
+static constinit Ring rings[16] = {};
+static constinit std::atomic<bool> hasKeptAny = false;
+
+static_assert(std::size(rings) == 1 << (64 - 60));
+
+static Ring& RingOf(const ObjectKey& key) {
+    return rings[key.inode * 0x9E3779B97F4A7C15u >> 60];
+}
 
 // Begins with the latest, which is mostly the one.
-static KeptDate* Find(const ObjectKey& key) {
-    const unsigned count = keptInAll.load(std::memory_order_relaxed);
-    for (unsigned age = 1; age <= std::size(ring); ++age) {
-        KeptDate& each = ring[(count - age) % std::size(ring)];
+KeptDate* Ring::Find(const ObjectKey& key) {
+    for (unsigned age = 1; age <= std::size(dates); ++age) {
+        KeptDate& each = dates[(keptInAll - age) % std::size(dates)];
         if (each.isSet && each.key == key) return &each;
     }
     return nullptr;
+}
+
+// The slot that is given away next: the oldest whose date nobody waits for.
+KeptDate& Ring::NextSlot() {
+    for (unsigned at = 0; at < std::size(dates); ++at) {
+        KeptDate& each = dates[(keptInAll + at) % std::size(dates)];
+        if (!each.isSet || (!each.isOwed && each.users == 0)) return each;
+    }
+    return dates[keptInAll % std::size(dates)];
 }
 
 // Whether the change that has just been made bears a time that the system's own clock could have given.
@@ -62,25 +88,17 @@ static bool HasSameClock(const struct statx& facts, bool fineTimes) {
     return age >= 0 && age < kSecond;
 }
 
-// The slot that is given away next: the oldest whose date nobody waits for.
-static KeptDate& NextSlot(unsigned count) {
-    for (unsigned at = 0; at < std::size(ring); ++at) {
-        KeptDate& each = ring[(count + at) % std::size(ring)];
-        if (!each.isSet || (!each.isOwed && each.users == 0)) return each;
-    }
-    return ring[count % std::size(ring)];
-}
-
 static void Keep(const Place& file, const FileTimes& times, bool isOwed) {
     const struct statx& facts = file.facts;
     const bool fineTimes = TraitsOf(file.folderID, file.name, facts).fineTimes;
     const KeptDate kept = {
         ObjectKey(facts), times, facts.stx_mtime, isOwed, HasSameClock(facts, fineTimes), true, false, 0};
-    HeldLock guard(ringLock);
-    KeptDate* old = Find(kept.key);
-    const unsigned count = keptInAll.load(std::memory_order_relaxed);
-    *(old ? old : &NextSlot(count)) = kept;
-    if (!old) keptInAll.store(count + 1 ? count + 1 : 1, std::memory_order_relaxed);
+    hasKeptAny.store(true, std::memory_order_relaxed);
+    Ring& ring = RingOf(kept.key);
+    HeldLock guard(ring.lock);
+    KeptDate* const old = ring.Find(kept.key);
+    *(old ? old : &ring.NextSlot()) = kept;
+    if (!old) ++ring.keptInAll;
 }
 
 void KeepContentDate(const Place& file) {
@@ -94,9 +112,10 @@ void KeepOwedDates(const Place& file, const FileTimes& times) {
 }
 
 void ForgetContentDate(const struct statx& facts) {
-    if (keptInAll.load(std::memory_order_relaxed) == 0) return;
-    HeldLock guard(ringLock);
-    if (KeptDate* kept = Find(ObjectKey(facts))) kept->isSet = false;
+    if (!hasKeptAny.load(std::memory_order_relaxed)) return;
+    Ring& ring = RingOf(ObjectKey(facts));
+    HeldLock guard(ring.lock);
+    if (KeptDate* kept = ring.Find(ObjectKey(facts))) kept->isSet = false;
 }
 
 static bool IsChanged(const KeptDate& kept, const struct statx& now) {
@@ -104,9 +123,10 @@ static bool IsChanged(const KeptDate& kept, const struct statx& now) {
 }
 
 bool BeginHoldingDate(const struct statx& facts) {
-    if (keptInAll.load(std::memory_order_relaxed) == 0) return false;
-    HeldLock guard(ringLock);
-    KeptDate* kept = Find(ObjectKey(facts));
+    if (!hasKeptAny.load(std::memory_order_relaxed)) return false;
+    Ring& ring = RingOf(ObjectKey(facts));
+    HeldLock guard(ring.lock);
+    KeptDate* const kept = ring.Find(ObjectKey(facts));
     if (!kept) return false;
     if (kept->users == 0 && IsChanged(*kept, facts)) kept->isSet = false;
     if (kept->isSet) ++kept->users;
@@ -120,14 +140,6 @@ static bool WasChangedByOthers(const OpenFork& fork, const KeptDate& kept, const
 
 static statx_timestamp TimestampOf(const timespec& time) {
     return {time.tv_sec, static_cast<uint32_t>(time.tv_nsec), 0};
-}
-
-// A copy of what is kept of the file, so that nobody has to wait for the lock while its volume is at work;
-// isSet is false when nothing is.
-static KeptDate Look(const ObjectKey& key) {
-    HeldLock guard(ringLock);
-    const KeptDate* kept = Find(key);
-    return kept ? *kept : KeptDate{};
 }
 
 static int SetDates(int file, const FileTimes& times) {
@@ -151,40 +163,39 @@ static bool Restore(int file, const KeptDate& kept, const struct statx& facts) {
 
 void EndHoldingDate(OpenFork& fork, struct statx& facts) {
     facts.stx_mask = 0;
-    const KeptDate before = Look(fork.key);
-    if (!before.isSet || before.users == 0) return;
+    Ring& ring = RingOf(fork.key);
+    HeldLock guard(ring.lock);
+    KeptDate* const kept = ring.Find(fork.key);
+    if (!kept || kept->users == 0) return;
     // Where it cannot be told whether others have changed the file, its date is not given up.
-    const bool isForeign =
-        FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) == 0 && WasChangedByOthers(fork, before, facts);
-    const bool isDue = !isForeign && (fork.isChanged || before.isOwed);
-    const bool isRestored = isDue && Restore(fork.descriptor, before, facts);
-
-    HeldLock guard(ringLock);
-    KeptDate* const kept = Find(fork.key);
-    if (!kept || kept->users == 0) return; // another date has been set meanwhile
+    if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) == 0 && WasChangedByOthers(fork, *kept, facts)) {
+        kept->isSet = false;
+        return;
+    }
     --kept->users;
+    const bool isDue = fork.isChanged || kept->isOwed;
+    const bool isRestored = isDue && Restore(fork.descriptor, *kept, facts);
     if (isRestored) NoteDatesSet(*kept, TimestampOf(kept->times[1]));
     if (fork.isChanged) kept->isWritten = isRestored;
-    const bool isInVain = isDue && !isRestored;
     // SetOwedDates tries again then, and tells why not.
-    if (isInVain && facts.stx_mask) kept->shown = facts.stx_mtime;
-    if (isForeign || (isInVain && !kept->isOwed) || (kept->users == 0 && kept->isWritten))
-        kept->isSet = false;
+    if (isDue && !isRestored && facts.stx_mask) kept->shown = facts.stx_mtime;
+    const bool isInVain = isDue && !isRestored && !kept->isOwed;
+    if (isInVain || (kept->users == 0 && kept->isWritten)) kept->isSet = false;
 }
 
 OSErr SetOwedDates(int file, const struct statx& now) {
-    const KeptDate before = Look(ObjectKey(now));
-    if (!before.isSet || !before.isOwed) return noErr;
-    const bool isForeign = IsChanged(before, now);
-    if (!isForeign && SetDates(file, before.times) != 0) return LastError();
-    struct statx facts = now;
+    Ring& ring = RingOf(ObjectKey(now));
+    HeldLock guard(ring.lock);
+    KeptDate* const kept = ring.Find(ObjectKey(now));
+    if (!kept || !kept->isOwed) return noErr;
+    if (IsChanged(*kept, now)) {
+        kept->isSet = false;
+        return noErr;
+    }
+    if (SetDates(file, kept->times) != 0) return LastError();
+    NoteDatesSet(*kept, TimestampOf(kept->times[1]));
     // A volume may round what it is given.
-    if (FactsAt(file, "", AT_EMPTY_PATH, facts) != 0) facts.stx_mtime = TimestampOf(before.times[1]);
-
-    HeldLock guard(ringLock);
-    KeptDate* const kept = Find(before.key);
-    if (!kept) return noErr;
-    NoteDatesSet(*kept, facts.stx_mtime);
-    kept->isSet = !isForeign;
+    struct statx facts;
+    if (FactsAt(file, "", AT_EMPTY_PATH, facts) == 0) kept->shown = facts.stx_mtime;
     return noErr;
 }

@@ -103,17 +103,12 @@ static UTCDateTime CreateDate(const Place& place, const Facts& kept) {
     return place.facts.stx_mask & STATX_BTIME ? DateFromTimestamp(place.facts.stx_btime) : UTCDateTime{};
 }
 
-static bool IsTolerable(OSErr result, Asking asking) {
-    return result == noErr || (result == ioErr && asking != Asking::kForOne);
-}
-
 static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                          Asking asking) {
+                          bool mayHaveSidecar) {
     Facts kept;
-    const bool inSidecar = asking != Asking::kForListingWithoutSidecars && (whichInfo & kFinderFacts);
+    const bool inSidecar = mayHaveSidecar && (whichInfo & kFinderFacts);
     const Look look = inSidecar ? Look::kFinderInfoInSidecar : Look::kAttributeOnly;
     const OSErr result = LoadFacts(place, look, kept);
-    if (!IsTolerable(result, asking)) return result;
     if (result != noErr) kept = {};
     if (place.isLink) FillLinkFinderInfo(kept.finderInfo);
     if (whichInfo & kFSCatInfoNodeFlags) {
@@ -124,7 +119,7 @@ static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSC
     if (whichInfo & kFSCatInfoBackupDate) info.backupDate = DateFromMetadataDate(kept.backupDate);
     if (whichInfo & kFSCatInfoFinderInfo) std::memcpy(info.finderInfo, kept.finderInfo, 16);
     if (whichInfo & kFSCatInfoFinderXInfo) std::memcpy(info.extFinderInfo, kept.finderInfo + 16, 16);
-    return noErr;
+    return result;
 }
 
 OSErr CheckUnlocked(const Place& place, OSErr refusal) {
@@ -174,18 +169,18 @@ static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FS
     if (whichInfo & kFSCatInfoDataSizes) FillDataSizes(place, info);
 }
 
-OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info, Asking asking) {
+OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
+                      bool mayHaveSidecar) {
     FillFromStatus(place, whichInfo, info);
     OSErr result = noErr;
-    info.valence = whichInfo & kFSCatInfoValence ? 0 : info.valence;
-    if ((whichInfo & kFSCatInfoValence) && IsFolder(place)) result = CountEntries(place, info.valence);
-    if (result == noErr && (whichInfo & kFSCatInfoRsrcSizes)) {
-        result = FillResourceSizes(place, info);
-        if (IsTolerable(result, asking)) result = noErr;
+    const auto note = [&result](OSErr part) { result = result == noErr ? part : result; };
+    if (whichInfo & kFSCatInfoValence) {
+        info.valence = 0;
+        if (IsFolder(place)) note(CountEntries(place, info.valence));
     }
-    if (result == noErr && (whichInfo & kFSCatInfoNodeID)) result = NodeID(place, info.nodeID);
-    if (result == noErr && (whichInfo & kMetadataFacts))
-        result = FillMetadata(place, whichInfo, info, asking);
+    if (whichInfo & kFSCatInfoRsrcSizes) note(FillResourceSizes(place, info));
+    if (whichInfo & kFSCatInfoNodeID) note(NodeID(place, info.nodeID));
+    if (whichInfo & kMetadataFacts) note(FillMetadata(place, whichInfo, info, mayHaveSidecar));
     return result;
 }
 

@@ -8,14 +8,12 @@
 
 #include <cstdint>
 
-// Who asks for facts: a call for one object, or a listing, which one object with unreadable metadata does not
-// end: it has the defaults there. In a folder that is known to hold no sidecars none is looked for.
-enum class Asking { kForOne, kForListing, kForListingWithoutSidecars };
-
-// Fills the facts that `whichInfo` selects. `place.facts` holds what statx tells of them; where only the node
-// flags are asked for, the type alone (STATX_TYPE).
+// Fills the facts that `whichInfo` selects; those that a failure keeps from being known have their defaults.
+// `place.facts` holds what statx tells of them; where only the node flags are asked for, the type alone
+// (STATX_TYPE). Where the caller knows that the folder holds no sidecars, Finder information is not looked for
+// in one.
 OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                      Asking asking = Asking::kForOne);
+                      bool mayHaveSidecar = true);
 
 // Stores the settable facts that `whichInfo` selects (-50 for others). On an object that is a link nothing
 // but dates and owner is stored; what the volume cannot keep is dropped.

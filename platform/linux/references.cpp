@@ -33,6 +33,8 @@ OSErr MakeReference(FolderID folderID, const char* name, const struct statx& fac
     Identity identity = IdentityOf(facts, TraitsOf(folderID, name, facts));
     if (std::strlen(name) > ReferenceRecord::kInlineName)
         StateLock()->longNames.Remember(identity, folderID, name);
+    // Where the name is the identity, what stands there now is not what went from there.
+    if (!identity.byNumber) StateLock()->moves.Forget(identity, folderID, HashName(name, std::strlen(name)));
     ref = Pack(identity, folderID, own, name, fromPath && S_ISLNK(facts.stx_mode));
     return noErr;
 }

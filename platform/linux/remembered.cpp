@@ -61,6 +61,13 @@ void Moves::Remember(const Identity& identity, FolderID fromFolder, uint32_t fro
     std::strncpy(slot.toName, toName, sizeof slot.toName - 1);
 }
 
+void Moves::Forget(const Identity& identity, FolderID folder, uint32_t nameHash) {
+    if (!slots_) return;
+    const uint64_t key = KeyOf(identity, folder, nameHash);
+    Slot& slot = slots_[key / 2 % kSlots];
+    if (slot.key == key) slot.key = 0;
+}
+
 bool Moves::Follow(const Identity& identity, FolderID& folder, uint32_t& nameHash, char (&name)[256]) const {
     if (!slots_) return false;
     uint64_t key = KeyOf(identity, folder, nameHash);

@@ -112,6 +112,32 @@ TEST_P(EveryKind, Copy_BringsDataResourcesTypesAndLinks) {
     EXPECT_NEAR(copied.tv_nsec, date.tv_nsec, 1e9 / 65536); // what a date of the platform can tell
 }
 
+TEST_P(EveryKind, CopyOfAFileOntoItself_KeepsIt) {
+    MakeTree(volume + "/tree");
+    fs::create_directory_symlink("tree", volume + "/way");
+    for (const char* name : {"/tree/file", "/tree/../tree/file", "/way/file"}) {
+        EXPECT_EQ(TavCopyFile(Wide(volume + name).c_str(), Wide(volume + "/tree/file").c_str(), 0), 1)
+            << name;
+        EXPECT_EQ(ReadFile(volume + "/tree/file"), "content");
+        EXPECT_EQ(GetType(volume + "/tree/file"), "TEXTttxt");
+        EXPECT_EQ(ReadWhole(RefTo(volume + "/tree/file"), true), "resources");
+    }
+    EXPECT_EQ(NamesBehindFirst(volume + "/tree/*").size(), 3u);
+}
+
+// A reference stands for what had the name when it was made, not for what had gone from there before.
+TEST_P(EveryKind, FileInPlaceOfARenamedOne_IsNotTheRenamedOne) {
+    WriteFile(volume + "/f", "kept");
+    const FSRef first = RefTo(volume + "/f");
+    const HFSUniStr255 kept = Name(u"kept");
+    ASSERT_EQ(FSRenameUnicode(&first, kept.length, kept.unicode, kTextEncodingUnknown, nullptr), noErr);
+    WriteFile(volume + "/f", "second");
+    const FSRef second = RefTo(volume + "/f");
+    fs::remove(volume + "/f");
+    EXPECT_EQ(FSDeleteObject(&second), fnfErr);
+    EXPECT_EQ(ReadFile(volume + "/kept"), "kept");
+}
+
 TEST_P(EveryKind, Listing_ShowsEveryEntryOnceAndNoSidecars) {
     MakeTree(volume + "/tree");
     const std::vector<std::string> names = NamesBehindFirst(volume + "/tree/*");

@@ -157,7 +157,7 @@ TEST_F(KeptDates, OnlyTheLastFiles_AreRemembered) {
     ASSERT_EQ(WriteWhole(oldest, false, "data"), noErr);
     EXPECT_TRUE(IsGiven(oldest));
     const FSRef forgotten = MakeFile("forgotten");
-    for (int i = 0; i < 128; ++i) MakeFile("more" + std::to_string(i));
+    for (int i = 0; i < 1500; ++i) MakeFile("more" + std::to_string(i));
     ASSERT_EQ(WriteWhole(forgotten, false, "data"), noErr);
     EXPECT_FALSE(IsGiven(forgotten));
 }

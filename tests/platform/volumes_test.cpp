@@ -203,6 +203,10 @@ TEST_F(VolumesTest, VolumeThatCannotBeReached_DoesNotHideTheNext) {
 }
 
 TEST_F(VolumesTest, WantOfDescriptors_TakesNoVolumeAway) {
+    struct statx facts = {};
+    if (statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &facts) != 0 || !(facts.stx_mask & STATX_MNT_ID) ||
+        facts.stx_mnt_id == 0)
+        GTEST_SKIP() << "the numbers of mounts are told only through descriptors here";
     SKIP_IF_MISSING(mounts.MountTmpfs("/Volumes/Data"));
     ASSERT_EQ(CurrentVolumes()->listed, 2u);
     FSRef root;

@@ -49,7 +49,7 @@ protected:
         }
         EXPECT_EQ(Outside(), before);
         EXPECT_EQ((CloseIdleDescriptors(), OpenDescriptors()), descriptors);
-        EXPECT_GT(rounds, 10u);
+        EXPECT_GT(rounds, 1u);
     }
 
     // Every entry outside the tree with its content.

@@ -1,11 +1,11 @@
 #include "support/odd_volume.h"
 
-#include "support/emulation.h"
-
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fuse.h>
+#include <poll.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -37,12 +37,14 @@ static void Send(int device, uint64_t request, const Reply& reply) {
     Send(device, request, 0, &reply, sizeof reply);
 }
 
+std::string OddVolume::Unsupported() {
+    if (std::endian::native != std::endian::little)
+        return "the emulator does not turn round the bytes of the FUSE protocol";
+    return access("/dev/fuse", R_OK | W_OK) == 0 ? "" : "there is no FUSE device";
+}
+
 OddVolume::OddVolume(std::string folder, std::vector<Entry> entries)
     : folder_(std::move(folder)), entries_(std::move(entries)) {
-    if (IsEmulated()) {
-        missing_ = "the emulator does not turn the bytes of the FUSE protocol round";
-        return;
-    }
     device_ = open("/dev/fuse", O_RDWR | O_CLOEXEC);
     const std::string options =
         "fd=" + std::to_string(device_) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
@@ -55,7 +57,8 @@ OddVolume::OddVolume(std::string folder, std::vector<Entry> entries)
 
 OddVolume::~OddVolume() {
     if (server_.joinable()) {
-        umount2(folder_.c_str(), MNT_DETACH); // the last use of it ends the server
+        umount2(folder_.c_str(), MNT_DETACH);
+        stop_ = true; // what still holds a folder of it open gets no answers any more
         server_.join();
     }
     if (device_ >= 0) close(device_);
@@ -63,10 +66,11 @@ OddVolume::~OddVolume() {
 
 void OddVolume::Serve() {
     std::vector<char> request(kLongestRequest);
-    for (;;) {
-        const ssize_t size = read(device_, request.data(), request.size());
-        if (size < 0 && errno == ENODEV) return;
-        if (size > 0) Answer(request.data());
+    constexpr int kMilliseconds = 20;
+    pollfd waiting = {device_, POLLIN, 0};
+    while (!stop_) {
+        if (poll(&waiting, 1, kMilliseconds) <= 0) continue;
+        if (read(device_, request.data(), request.size()) > 0) Answer(request.data());
     }
 }
 

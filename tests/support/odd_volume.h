@@ -2,6 +2,7 @@
 // system have, or files that nobody can look at.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,8 +14,11 @@ public:
         int error = 0; // what looking at it gives
     };
 
+    // Why none can be had here; empty when one can.
+    static std::string Unsupported();
+
     // Mounts on a folder that is there already, for the calling thread and those who share its mounts; `Missing`
-    // tells why that cannot be done.
+    // tells why that failed.
     OddVolume(std::string folder, std::vector<Entry> entries);
     ~OddVolume();
     OddVolume(const OddVolume&) = delete;
@@ -30,5 +34,6 @@ private:
     std::vector<Entry> entries_;
     std::string missing_;
     int device_ = -1;
+    std::atomic<bool> stop_ = false;
     std::thread server_;
 };
