@@ -2,6 +2,7 @@
 
 #include "copy/file_copy.h"
 #include "copy/folder_copy.h"
+#include "copy/mounted_source.h"
 #include "copy/recursive_delete.h"
 #include "copy/volume_facts.h"
 #include "platform/catalog.h"
@@ -138,8 +139,10 @@ static OSErr CheckSourceAfterSettingAside(const FSRef*& source, Boolean isDirect
                                           const HFSUniStr255& name, Boolean* isReplacing) {
     OSErr result = FSCompareFSRefs(source, setAside);
     if (result == noErr && !isDirectory) source = setAside;
-    if (result == errFSRefsDifferent || result == diffVolErr) result = noErr;
+    const bool isOnSameDevice = result == errFSRefsDifferent;
+    if (isOnSameDevice || result == diffVolErr) result = noErr;
     if (result == noErr && isDirectory) result = CheckForDestInsideSrc(setAside, source);
+    if (result == noErr && isDirectory && isOnSameDevice) result = CheckForMountedSource(source, setAside);
     if (result == noErr) return noErr;
     FSRenameUnicode(setAside, name.length, name.unicode, kTextEncodingUnknown, nullptr);
     *isReplacing = false;

@@ -195,6 +195,22 @@ TEST_F(CopyOntoVolume, NewFolderThatIsMetThroughAnotherMountIsNotEntered) {
     Unmount(folder / "to");
 }
 
+TEST_F(CopyOntoVolume, OldTreeThatHoldsTheSourceBehindAnotherMountIsNotReplaced) {
+    fs::create_directories(folder / "to/tree/a/sub/inner");
+    WriteFile(folder / "to/tree/a/sub/inner/file", "x");
+    ASSERT_EQ(mount((folder / "to/tree/a/sub").c_str(), (folder / "from").c_str(), nullptr, MS_BIND, nullptr),
+              0);
+    for (const char* source : {"from", "from/inner"}) {
+        EXPECT_EQ(Copy(source, "to/tree"), 0) << source;
+        EXPECT_EQ(Content("to/tree/a/sub/inner/file"), "x");
+        EXPECT_FALSE(Exists(folder / "to/.DeleteMe"));
+    }
+    fs::create_directories(folder / "to/other");
+    EXPECT_EQ(Copy("from/inner", "to/other"), 1);
+    EXPECT_EQ(Content("to/other/file"), "x");
+    Unmount(folder / "from");
+}
+
 // The remover may come too late now and then; it is let try until it has come in time.
 TEST_F(CopyRealFailures, TargetFolderRemovedHalfWayFailsTheCopyAndLeavesTheSource) {
     WriteFile(folder / "from/file", Bytes(32 << 20, 'n'));
