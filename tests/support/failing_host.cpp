@@ -111,7 +111,8 @@ private:
         const Entry* hit = plan.hit;
         testing::ScopedTrace trace(__FILE__, __LINE__,
                                    "call " + std::to_string(call) + ", " + outcome.failed);
-        EXPECT_EQ(CountDescriptors(), descriptors);
+        // Fewer when mounts came or went and the file that tells of them could not be opened again.
+        EXPECT_LE(CountDescriptors(), descriptors);
         Judge(mode, outcome);
         if (wasHit && way == 0) LookAfterwards();
         plan.hit = hit;
