@@ -2072,8 +2072,8 @@ int32_t TavFindClose(TavFindSearch* hFindFile);
  *
  * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete;
  * when the copy fails it comes back under the last component of the existing path. Items inside a folder that
- * cannot be copied (unreadable files, pipes, files without room) are skipped, and a copy that lacks them
- * replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no
+ * cannot be copied (unreadable files, pipes, files without room, what is in a folder that denies writing, unless
+ * by the superuser) are skipped, and a copy that lacks them replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no
  * file can be written: a file fails, a folder is copied without its files. Links inside a folder are copied
  * as links; a link as the existing path is followed.
  *
