@@ -160,10 +160,10 @@ uint32_t Tav0FSValGetModifyAccount(void);
  *     OpacTavFSRef* r = Tav0FSExpCalculateFSRCreate(e, NULL);
  *     Tav0FSExpRelease(e);
  * An expression is a root and segments, separated by "\". The root is "$" and one to four characters of a
- * translation key, or "$$" and a name for a base that the evaluating caller gives, or any other text (such as
- * "M") for an absolute path in the segments that follow. With no name behind "$$" the first segment is lost. A
- * segment is "%" and the name of a value, or plain text. Nothing is checked before the evaluation. Expressions
- * are released with Tav0FSExpRelease.
+ * translation key, or "$$" and a name for a base that the evaluating caller gives, or any other text
+ * (such as "M") for an absolute path in the segments that follow. With no name behind "$$" the first
+ * segment is lost. A segment is "%" and the name of a value, or plain text. Nothing is checked before the
+ * evaluation. Expressions are released with Tav0FSExpRelease.
  */
 
 /* A growable path expression. */
@@ -2070,12 +2070,13 @@ int32_t TavFindClose(TavFindSearch* hFindFile);
 /**
  * Copies a file, or a folder with everything in it, to a new path.
  *
- * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is complete;
- * when the copy fails it comes back under the last component of the existing path. Items inside a folder that
- * cannot be copied (unreadable files, pipes, files without room, what is in a folder that denies writing, unless
- * by the superuser) are skipped, and a copy that lacks them replaces an old folder, too. In a drop box, a folder that others may write but not read (mode 0733), no
- * file can be written: a file fails, a folder is copied without its files. Links inside a folder are copied
- * as links; a link as the existing path is followed.
+ * An object that is replaced is set aside as ".DeleteMe" in its folder and deleted when the copy is
+ * complete; when the copy fails it comes back under the last component of the existing path. Items inside
+ * a folder that cannot be copied (unreadable files, pipes, files without room, what is in a folder that
+ * denies writing, unless by the superuser) are skipped, and a copy that lacks them replaces an old folder,
+ * too. In a drop box, a folder that others may write but not read (mode 0733), no file can be written: a
+ * file fails, a folder is copied without its files. Links inside a folder are copied as links; a link as
+ * the existing path is followed.
  *
  * @param existingFileName  path of the file or folder, not null.
  * @param newFileName       path of the copy, not null; its folder must exist, its last component has 1 to 255
