@@ -32,7 +32,6 @@ OSErr GetMagicBusyCreateDate(UTCDateTime* date) {
 }
 
 OSErr CheckForDestInsideSrc(const FSRef* source, const FSRef* destDir) {
-    constexpr uint32_t kParentOfRoot = 1;
     FSRef current = *destDir;
     uint32_t parentID = 0;
     do {

@@ -5,6 +5,7 @@
 #include "copy/object_copy.h"
 
 constexpr ItemCount kItemsPerBatch = 80;
+constexpr uint32_t kParentOfRoot = 1; // the folder number above "/", where no folder is
 
 // What all levels of one folder copy share.
 struct FSCopyFolderGlobals {

@@ -9,7 +9,6 @@
 
 // The outermost folder above `ref` that is seen through the same mount.
 static OSErr FindTopOfMount(const FSRef* ref, FSVolumeRefNum volume, FSRef* top) {
-    constexpr uint32_t kParentOfRoot = 1;
     *top = *ref;
     for (;;) {
         FSCatalogInfo info;

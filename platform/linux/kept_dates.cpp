@@ -41,9 +41,7 @@ struct KeptDate {
     bool isWritten; // a fork was written and closed, others are still open
     uint32_t users; // forks that are open for writing
 };
-} // namespace
 
-namespace {
 struct Ring {
     ChildSafeMutex lock;
     KeptDate dates[32] = {};
@@ -54,13 +52,12 @@ struct Ring {
 };
 } // namespace
 
-static constinit Ring rings[16] = {};
+constexpr unsigned kRingBits = 4;
+static constinit Ring rings[1 << kRingBits] = {};
 static constinit std::atomic<bool> hasKeptAny = false;
 
-static_assert(std::size(rings) == 1 << (64 - 60));
-
 static Ring& RingOf(const ObjectKey& key) {
-    return rings[key.inode * 0x9E3779B97F4A7C15u >> 60];
+    return rings[key.inode * 0x9E3779B97F4A7C15u >> (64 - kRingBits)];
 }
 
 // Begins with the latest, which is mostly the one.

@@ -38,7 +38,7 @@ public:
     void Remember(const Identity& identity, FolderID fromFolder, uint32_t fromHash, FolderID toFolder,
                   const char* toName);
 
-    // Forgets where it went: it, or another object with its number, stands there again.
+    // Forgets where what stood there went: something stands there again.
     void Forget(const Identity& identity, FolderID folder, uint32_t nameHash);
 
     // Replaces folder, name hash and name by where the object went from there; false when that is not known.
