@@ -138,12 +138,10 @@ OSErr ApplyCatalogInfo(const FSRef& ref, FSCatalogInfoBitmap whichInfo, const FS
     return result == noErr ? ApplyCatalogInfo(place, whichInfo, info) : result;
 }
 
-// Whether the dates of a new file can be set when it has been written: that changes them anyway. Its owner can
-// set them, so that has to stay the same.
-static bool DatesCanWait(const Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
-    const bool isOwnerSame =
-        !(whichInfo & kFSCatInfoPermissions) || info.permissions.userID == made.facts.stx_uid;
-    return isOwnerSame && (whichInfo & kFSCatInfoContentMod) && TimeFromDate(info.contentModDate);
+// Whether the dates of a new file can be set when it has been written: that changes them anyway. Who may give
+// the file to another owner may set its dates after that, too.
+static bool DatesCanWait(FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& info) {
+    return (whichInfo & kFSCatInfoContentMod) && TimeFromDate(info.contentModDate);
 }
 
 OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, NewFile* file) {
@@ -154,7 +152,7 @@ OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatal
     result = file ? object.Hold(made, file->descriptor) : object.Hold(made);
     appledouble::Facts facts;
     const Known known = {file ? file->stored : facts, SidecarsMade()};
-    const bool wait = file && file->isToBeKept && DatesCanWait(made, whichInfo, *info);
+    const bool wait = file && file->isToBeKept && DatesCanWait(whichInfo, *info);
     if (result == noErr) result = Apply(made, object, wait ? whichInfo & ~kTimes : whichInfo, *info, &known);
     if (result != noErr || !(whichInfo & kFSCatInfoContentMod) || !S_ISREG(made.facts.stx_mode))
         return result;
