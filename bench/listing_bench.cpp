@@ -65,8 +65,10 @@ std::u16string Wide(const std::string& ascii) {
     return {ascii.begin(), ascii.end()};
 }
 
-// What statx tells of each entry and, where asked for, the attribute that holds Finder information.
+// What statx tells of each entry and, where asked for, the attribute that holds Finder information, whose call
+// finds the entry in the working folder.
 size_t ReadWithSystemCalls(const std::string& folder, bool attributes) {
+    if (attributes && chdir(folder.c_str()) != 0) return 0;
     DIR* listing = opendir(folder.c_str());
     int descriptor = dirfd(listing);
     size_t count = 0;

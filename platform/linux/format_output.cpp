@@ -29,12 +29,14 @@ void Output::AppendNumber(const Field& field, std::string_view prefix, size_t ze
                           std::string_view digits) {
     const size_t length = prefix.size() + zeros + digits.size();
     const size_t fill = field.width > length ? field.width - length : 0;
+    UniChar* place = Extend(fill + length);
+    if (!place) return;
     const bool filledWithZeros = field.zeroFilled && !field.left;
-    if (!field.left && !filledWithZeros) AppendFill(u' ', fill);
-    Append(prefix);
-    AppendFill(u'0', zeros + (filledWithZeros ? fill : 0));
-    Append(digits);
-    if (field.left) AppendFill(u' ', fill);
+    if (!field.left && !filledWithZeros) place = std::fill_n(place, fill, u' ');
+    place = std::copy(prefix.begin(), prefix.end(), place);
+    place = std::fill_n(place, zeros + (filledWithZeros ? fill : 0), u'0');
+    place = std::copy(digits.begin(), digits.end(), place);
+    if (field.left) std::fill_n(place, fill, u' ');
 }
 
 void Output::AppendUnits(const Field& field, const UniChar* units, size_t n) {
@@ -87,20 +89,12 @@ CFStringRef Output::Finish() {
     return finished;
 }
 
-UniChar* Output::Extend(size_t n) {
-    if (!string_) return nullptr;
-    const size_t length = string_->length;
-    const size_t wanted = length + n;
+void Output::Grow(size_t n) {
+    const size_t wanted = string_->length + n;
     // Growing by half keeps the cost of many small pieces linear; one large piece may be all that there is room for.
     const bool fits =
-        wanted >= n && (wanted <= string_->capacity || strings::Reserve(string_, wanted + wanted / 2) ||
-                        strings::Reserve(string_, wanted));
-    if (!fits) {
-        Fail();
-        return nullptr;
-    }
-    string_->length = wanted;
-    return string_->units + length;
+        wanted >= n && (strings::Reserve(string_, wanted + wanted / 2) || strings::Reserve(string_, wanted));
+    if (!fits) Fail();
 }
 
 void Output::Fail() {

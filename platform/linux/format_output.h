@@ -51,7 +51,16 @@ public:
 
 private:
     // Room for `n` more units; null, for good, when there is none.
-    UniChar* Extend(size_t n);
+    UniChar* Extend(size_t n) {
+        if (string_ && n > string_->capacity - string_->length) Grow(n);
+        if (!string_) return nullptr;
+        UniChar* place = string_->units + string_->length;
+        string_->length += n;
+        return place;
+    }
+
+    // Makes that room, or gives the text up.
+    void Grow(size_t n);
 
     OpaqueCFString* string_;
 };
