@@ -6,6 +6,7 @@
 //
 // The time that a command needs to start is taken off its rows.
 #include "TavPort.h"
+#include "peak_memory.h"
 
 #include <benchmark/benchmark.h>
 
@@ -273,23 +274,6 @@ void Tree(benchmark::State& state, const Volume& volume, Who who) {
 }
 
 // The process's greatest size since the last time that it was told to forget it, in KiB.
-double PeakMemory() {
-    double peak = 0;
-    if (FILE* status = std::fopen("/proc/self/status", "re")) {
-        char line[256];
-        while (std::fgets(line, sizeof line, status))
-            if (std::sscanf(line, "VmHWM: %lf", &peak) == 1) break;
-        std::fclose(status);
-    }
-    return peak;
-}
-
-void ForgetPeakMemory() {
-    const int file = open("/proc/self/clear_refs", O_WRONLY | O_CLOEXEC);
-    Require(file >= 0 && write(file, "5", 1) == 1, "the peak cannot be reset");
-    close(file);
-}
-
 // How much a process grows by copying a tree. Each copy has a process of its own, in which a small tree was
 // copied before.
 void Memory(benchmark::State& state, const Volume& volume) {
@@ -306,7 +290,7 @@ void Memory(benchmark::State& state, const Volume& volume) {
             ForgetPeakMemory();
             const double before = PeakMemory();
             CopyWithLibrary(bench / "from", bench / "to/copy");
-            const double more = PeakMemory() - before;
+            const double more = (PeakMemory() - before) / 1024;
             _exit(write(answer[1], &more, sizeof more) == sizeof more ? 0 : 1);
         }
         int status = -1;

@@ -101,6 +101,35 @@ bool DeleteWithCommand(const std::string& top) {
            waitpid(child, &status, 0) == child && status == 0;
 }
 
+// Folders in one another, so many of them.
+bool MakeChain(const std::string& top, int64_t folders) {
+    int parent = AT_FDCWD;
+    std::string name = top;
+    for (int64_t depth = 0; depth < folders; ++depth) {
+        const bool isMade = mkdirat(parent, name.c_str(), 0755) == 0;
+        const int folder = isMade ? openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
+        if (parent != AT_FDCWD) close(parent);
+        if (folder < 0) return false;
+        parent = folder;
+        name = "folder";
+    }
+    return close(parent) == 0;
+}
+
+void DeleteChain(benchmark::State& state) {
+    const std::string top = Top();
+    for (auto _ : state) {
+        state.PauseTiming();
+        const bool isMade = MakeChain(top, state.range(0));
+        state.ResumeTiming();
+        if (!isMade || !DeleteWithLibrary(top)) {
+            state.SkipWithError("the folders could not be made or deleted");
+            break;
+        }
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+
 // Makes a tree and measures its delete, over and over.
 void DeleteTree(benchmark::State& state, bool (*deleteTree)(const std::string&)) {
     const std::string top = Top();
@@ -134,3 +163,4 @@ BENCHMARK_CAPTURE(DeleteTree, statx_getxattr_unlinkat,
                   static_cast<bool (*)(const std::string&)>(DeleteWithBareLoop))
     ->TREES;
 BENCHMARK_CAPTURE(DeleteTree, rm, DeleteWithCommand)->TREES;
+BENCHMARK(DeleteChain)->Arg(100)->Arg(1'000)->Arg(10'000)->Unit(benchmark::kMillisecond);

@@ -250,6 +250,19 @@ static void HostPingPong(benchmark::State& state) {
 }
 BENCHMARK(HostPingPong)->ArgName("processors")->Arg(0)->Arg(1)->Arg(2)->UseRealTime();
 
+// ---- Many objects at a time; the time for all ----
+
+static void Objects(benchmark::State& state) {
+    std::vector<OpacTavEvent*> events(static_cast<size_t>(state.range(0)));
+    for (auto _ : state) {
+        for (OpacTavEvent*& event : events) event = TavCreateEvent(0, 1);
+        for (OpacTavEvent* event : events) TavWaitEvent(event, 0);
+        for (OpacTavEvent* event : events) TavCloseEvent(event);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(Objects)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
+
 // ---- Many waiters, each released once; the time for all ----
 
 static void Waiters(benchmark::State& state) {

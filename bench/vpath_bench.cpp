@@ -1,16 +1,19 @@
-// Cached references, beside a mutex and a hash map of counted entries; expressions, beside the standard
-// library's paths.
+// Cached references, beside a mutex and a hash map of counted entries; the registries; expressions, beside the
+// standard library's paths.
 #include "TavPort.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <malloc.h>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -171,6 +174,40 @@ void MadeAndEvaluated_Expression(benchmark::State& state) {
     Tav0FSRRelease(home);
 }
 BENCHMARK(MadeAndEvaluated_Expression);
+
+// Named values registered, found and removed.
+void Registered_Values(benchmark::State& state) {
+    std::vector<MyStr16> names(static_cast<size_t>(state.range(0)));
+    for (size_t i = 0; i < names.size(); ++i) std::to_string(i).copy(names[i].name, sizeof names[i].name - 1);
+    std::shuffle(names.begin(), names.end(), std::mt19937(1));
+    for (auto _ : state) {
+        for (const MyStr16& name : names) Tav0FSValRegister(&name, u"text");
+        for (const MyStr16& name : names) benchmark::DoNotOptimize(Tav0FSValRegister(&name, nullptr));
+        for (const MyStr16& name : names) Tav0FSValRemove(&name);
+    }
+}
+BENCHMARK(Registered_Values)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+// Translation keys registered and found, in a process of their own each time, since they stay.
+void Registered_Keys(benchmark::State& state) {
+    std::vector<TavKey> keys(static_cast<size_t>(state.range(0)));
+    for (size_t i = 0; i < keys.size(); ++i) keys[i] = static_cast<TavKey>(i + 1);
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
+    for (auto _ : state) {
+        const auto begin = std::chrono::steady_clock::now();
+        const pid_t child = fork();
+        if (child == 0) {
+            const FSRef folder = {};
+            for (const TavKey& key : keys) Tav0TranPathRegister(&key, &folder);
+            for (const TavKey& key : keys) benchmark::DoNotOptimize(Tav0TranPathRegister(&key, nullptr));
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+        state.SetIterationTime(taken.count());
+    }
+}
+BENCHMARK(Registered_Keys)->Arg(10'000)->Arg(100'000)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void MadeAndEvaluated_StandardPath(benchmark::State& state) {
     for (auto _ : state) {
