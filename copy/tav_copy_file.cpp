@@ -18,6 +18,8 @@ int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName,
     constexpr uint32_t kPathUnits = 1024, kNameUnits = 255;
     if (!existingFileName || !newFileName || tav_wcslen(newFileName) >= kPathUnits) return 0;
     const TavChar* leaf = TavPathFindFileName(newFileName);
+    // No folder in front, or no memory to find where the name begins.
+    if (leaf == newFileName) return 0;
     uint32_t leafUnits = tav_wcslen(leaf);
     if (leafUnits > kNameUnits) return 0;
     HFSUniStr255 name{static_cast<uint16_t>(leafUnits), {}};
@@ -25,7 +27,7 @@ int32_t TavCopyFile(const TavChar* existingFileName, const TavChar* newFileName,
 
     TavChar folderPath[kPathUnits] = {};
     tav_wcscpy(folderPath, newFileName);
-    TavPathRemoveFileSpec(folderPath);
+    if (!TavPathRemoveFileSpec(folderPath)) return 0;
     PlatformBeginQuestions();
     OSErr result = CopyToFolder(existingFileName, folderPath, name, failIfExists);
     PlatformEndQuestions();

@@ -40,6 +40,7 @@ struct Scenario {
     DupeAction action;
     bool dropBox = false;
     bool serverCopy = false;
+    bool byPath = false;
 };
 
 void PrintTo(const Scenario& scenario, std::ostream* stream) {
@@ -69,12 +70,19 @@ protected:
         targetBefore = ReadTree(Target());
         source = Reference(Source());
         destDir = Reference(folder / "to");
+        sourcePath = Wide(Source());
+        targetPath = Wide(Target());
     }
     void Run() {
-        result = GetParam().serverCopy
-                     ? RunServerCopy()
-                     : FSCopyObject(&source, &destDir, 0, kFSCatInfoNone, GetParam().action, nullptr, false,
-                                    false, nullptr, nullptr, nullptr, nullptr);
+        if (GetParam().byPath) {
+            const bool refuses = GetParam().action != kDupeActionReplace;
+            result = TavCopyFile(sourcePath.c_str(), targetPath.c_str(), refuses) ? noErr : ioErr;
+        } else if (GetParam().serverCopy) {
+            result = RunServerCopy();
+        } else {
+            result = FSCopyObject(&source, &destDir, 0, kFSCatInfoNone, GetParam().action, nullptr, false,
+                                  false, nullptr, nullptr, nullptr, nullptr);
+        }
     }
     // A copy that the server is asked to make first.
     OSErr RunServerCopy() {
@@ -101,6 +109,8 @@ protected:
         }
         if (result == noErr) CheckComplete(target);
         if (result != noErr && !MayBePartial(failed)) CheckNothingHalfMade(target);
+        for (const auto& entry : fs::directory_iterator(folder / "to"))
+            EXPECT_TRUE(entry.path() == Target() || entry.path() == SetAside()) << entry.path();
         // The set-aside object may stay only where deleting it is what failed.
         if (fs::exists(SetAside())) {
             EXPECT_TRUE(target == sourceBefore) << "the old object was not put back";
@@ -133,6 +143,7 @@ protected:
     std::string sourceContent = std::string(1000, 's');
     Tree sourceBefore, targetBefore;
     FSRef source, destDir;
+    std::u16string sourcePath, targetPath;
     OSErr result = noErr;
 };
 
@@ -172,13 +183,17 @@ TEST_P(CopySweep, LosesNothingWhenWritesStopHalfWay) {
          .check = [&](const std::string& failed) { Check(failed); }});
 }
 
-INSTANTIATE_TEST_SUITE_P(Scenarios, CopySweep,
-                         testing::Values(Scenario{"CopyNew", false, false, kDupeActionReplace},
-                                         Scenario{"CopyReplacing", false, true, kDupeActionReplace},
-                                         Scenario{"CopyRefusing", false, true, kDupeActionStandard},
-                                         Scenario{"CopyTree", true, false, kDupeActionStandard},
-                                         Scenario{"CopyTreeReplacingATree", true, true, kDupeActionReplace},
-                                         Scenario{"DropBox", false, false, kDupeActionStandard, true},
-                                         Scenario{"ServerCopyFallingBack", false, false, kDupeActionStandard,
-                                                  false, true}),
-                         [](const auto& scenario) { return scenario.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, CopySweep,
+    testing::Values(Scenario{"CopyNew", false, false, kDupeActionReplace},
+                    Scenario{"CopyReplacing", false, true, kDupeActionReplace},
+                    Scenario{"CopyRefusing", false, true, kDupeActionStandard},
+                    Scenario{"CopyTree", true, false, kDupeActionStandard},
+                    Scenario{"CopyTreeReplacingATree", true, true, kDupeActionReplace},
+                    Scenario{"DropBox", false, false, kDupeActionStandard, true},
+                    Scenario{"ServerCopyFallingBack", false, false, kDupeActionStandard, false, true},
+                    Scenario{"ByPath", false, false, kDupeActionStandard, false, false, true},
+                    Scenario{"ByPathReplacing", false, true, kDupeActionReplace, false, false, true},
+                    Scenario{"ByPathRefusing", false, true, kDupeActionStandard, false, false, true},
+                    Scenario{"ByPathTreeReplacingATree", true, true, kDupeActionReplace, false, false, true}),
+    [](const auto& scenario) { return scenario.param.name; });
