@@ -1,10 +1,22 @@
 # tavport_add_tests(folder [LIBRARIES ...]): the executable test_<folder> from the folder's *_test.cpp.
 # tavport_add_fault_tests(folder): the executable test_<folder>_faults from its *_faults.cpp, in which every platform
 #   operation and every allocation goes through tests/support/faults.
+# tavport_precompile(target): gives an executable the test framework's header compiled, once for all of them;
+#   the first must not have definitions that the others lack.
 # tavport_register_tests(target prefix): makes ctest entries of an executable's tests. Each runs in a process of its own
 # with its own time-out.
 find_package(GTest REQUIRED)
 include(GoogleTest)
+
+function(tavport_precompile target)
+  get_property(first GLOBAL PROPERTY TAVPORT_PRECOMPILED)
+  if(first)
+    target_precompile_headers(${target} REUSE_FROM ${first})
+  else()
+    target_precompile_headers(${target} PRIVATE <gtest/gtest.h>)
+    set_property(GLOBAL PROPERTY TAVPORT_PRECOMPILED ${target})
+  endif()
+endfunction()
 
 function(tavport_register_tests target prefix)
   gtest_discover_tests(${target} TEST_PREFIX ${prefix}/ PROPERTIES TIMEOUT 300 DISCOVERY_MODE PRE_TEST
@@ -19,7 +31,7 @@ function(tavport_add_tests folder)
   endif()
   add_executable(test_${folder} ${sources})
   target_link_libraries(test_${folder} PRIVATE tavport_test_support ${arg_LIBRARIES} GTest::gtest_main)
-  target_precompile_headers(test_${folder} PRIVATE <gtest/gtest.h>)
+  tavport_precompile(test_${folder})
   tavport_register_tests(test_${folder} ${folder})
 endfunction()
 
@@ -47,6 +59,6 @@ function(tavport_add_fault_tests folder)
   # out of an archive.
   add_executable(${target} ${sources} $<TARGET_OBJECTS:tavport_logic> $<TARGET_OBJECTS:tavport_provider>)
   target_link_libraries(${target} PRIVATE tavport_faults GTest::gtest_main)
-  target_precompile_headers(${target} PRIVATE <gtest/gtest.h>)
+  tavport_precompile(${target})
   tavport_register_tests(${target} ${folder}-faults)
 endfunction()
