@@ -32,6 +32,16 @@ FolderHandle::~FolderHandle() {
     delete shared_;
 }
 
+FolderHandle FolderHandle::Of(int descriptor) {
+    FolderHandle handle;
+    handle.shared_ = new (std::nothrow) Shared{{1}, descriptor};
+    if (!handle.shared_) {
+        Close(descriptor);
+        throw std::bad_alloc();
+    }
+    return handle;
+}
+
 int FolderHandle::descriptor() const {
     return shared_ ? shared_->descriptor : -1;
 }
@@ -83,12 +93,7 @@ FolderHandle DescriptorCache::Get(MountView view, FolderID id) {
 }
 
 FolderHandle DescriptorCache::Put(MountView view, FolderID id, int descriptor) {
-    FolderHandle handle;
-    handle.shared_ = new (std::nothrow) FolderHandle::Shared{{1}, descriptor};
-    if (!handle.shared_) {
-        Close(descriptor);
-        throw std::bad_alloc();
-    }
+    FolderHandle handle = FolderHandle::Of(descriptor);
     if (FolderHandle present = Get(view, id); present.descriptor() >= 0) return present;
     auto oldest = static_cast<unsigned>(std::min_element(std::begin(uses_), std::end(uses_)) - uses_);
     ids_[oldest] = id;

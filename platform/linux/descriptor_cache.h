@@ -35,7 +35,7 @@ public:
     FolderHandle Get(MountView view, FolderID id);
 
     // Takes the descriptor over, in the place of the folder not used for the longest time. A folder that has
-    // got here meanwhile keeps its descriptor. Throws std::bad_alloc, having closed the descriptor.
+    // got here meanwhile keeps its descriptor. Throws as FolderHandle::Of does.
     FolderHandle Put(MountView view, FolderID id, int descriptor);
 
     // Forgets a folder in every view.

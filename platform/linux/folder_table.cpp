@@ -20,11 +20,11 @@ Identity IdentityOf(const FolderRecord& record) {
     return identity;
 }
 
-static uint64_t PlaceKey(FolderID parent, uint32_t nameHash) {
-    return static_cast<uint64_t>(parent) << 32 | nameHash;
+static uint64_t PlaceKey(FolderID parent, uint64_t nameHash) {
+    return nameHash ^ parent * 0x9E3779B97F4A7C15u;
 }
 
-static uint64_t KeyOf(const Identity& identity, FolderID parent, uint32_t nameHash) {
+static uint64_t KeyOf(const Identity& identity, FolderID parent, uint64_t nameHash) {
     return identity.byNumber ? identity.inode : PlaceKey(parent, nameHash);
 }
 
@@ -77,6 +77,13 @@ uint32_t FolderTable::TakeSlot() {
     return used_++;
 }
 
+// Names may be made so that they have one hash.
+static bool IsAt(const FolderRecord& record, FolderID parent, const char* name) {
+    const size_t length = std::strlen(name);
+    return record.parent == parent && record.nameLength == length &&
+           (!record.HasName() || std::memcmp(record.name, name, length) == 0);
+}
+
 FolderID FolderTable::FindFolder(const Identity& identity, uint32_t mount, FolderID parent,
                                  const char* name) {
     if (buckets_.empty()) return kNoFolder;
@@ -87,7 +94,8 @@ FolderID FolderTable::FindFolder(const Identity& identity, uint32_t mount, Folde
     for (uint32_t index = BucketOf(sought); index; index = At(index).next) {
         const FolderRecord& record = At(index);
         if (record.inode == sought.inode && record.birth == sought.birth && record.device == sought.device &&
-            record.mount == mount && record.byNumber == identity.byNumber)
+            record.mount == mount && record.byNumber == identity.byNumber &&
+            (record.byNumber || IsAt(record, parent, name)))
             return NumberOf(index);
     }
     return kNoFolder;

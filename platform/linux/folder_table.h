@@ -10,15 +10,15 @@
 #include <vector>
 
 struct FolderRecord {
-    static constexpr size_t kInlineName = 72;
+    static constexpr size_t kInlineName = 68;
 
     uint64_t inode; // without stable inodes a hash of the place
     uint64_t birth;
+    uint64_t nameHash;
     uint32_t device;
     uint32_t mount;
     FolderID parent;
-    uint32_t next; // index of the next record of the same hash, or of the next free one
-    uint32_t nameHash;
+    uint32_t next;      // index of the next record of the same hash, or of the next free one
     uint8_t generation; // of the numbers that this slot has stood for
     bool used;
     bool byNumber;

@@ -38,7 +38,7 @@ struct Step {
     FolderID id;
     FolderID parent;
     Identity identity;
-    uint32_t nameHash;
+    uint64_t nameHash;
     std::string name; // empty when it is not remembered
 };
 
@@ -52,7 +52,8 @@ Step StepTo(FolderID id, const FolderRecord& record, const LongNames& longNames)
     return step;
 }
 
-// Takes the descriptor over when it is the folder that the step leads to.
+// Takes the descriptor over when it is the folder that the step leads to. Where the name is the identity, it may
+// be another folder's the next time, so that nothing is kept open for later.
 OSErr Accept(MountView view, const Step& step, int descriptor, FolderHandle& handle) {
     if (descriptor < 0) return LastError() == errFSNotAFolder ? fnfErr : LastError();
     struct statx facts;
@@ -60,7 +61,8 @@ OSErr Accept(MountView view, const Step& step, int descriptor, FolderHandle& han
         Close(descriptor);
         return fnfErr;
     }
-    handle = StateLock()->descriptors.Put(view, step.id, descriptor);
+    handle = step.identity.byNumber ? StateLock()->descriptors.Put(view, step.id, descriptor)
+                                    : FolderHandle::Of(descriptor);
     return noErr;
 }
 
@@ -168,10 +170,16 @@ static bool AskForTraits(FolderID folder, const char* name, DeviceTraits& traits
 }
 
 DeviceTraits TraitsOf(FolderID folder, const char* name, const struct statx& facts) {
-    DeviceTraits traits;
-    if (StateLock()->devices.Find(DeviceOf(facts), MountOf(facts), traits)) return traits;
-    if (!AskForTraits(folder, name, traits)) return {true, true, false}; // as most are; asked again next time
-    StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), traits);
+    // Nothing else tells a volume from one that had its numbers before and was unmounted.
+    constexpr uint64_t kBelieved = 1'000'000'000;
+    const uint64_t now = MonotonicNow(), oldest = now > kBelieved ? now - kBelieved : 0;
+    const uint32_t device = DeviceOf(facts), mount = MountOf(facts);
+    DeviceTraits traits = {true, true, false}; // as most are
+    if (StateLock()->devices.Find(device, mount, oldest, traits)) return traits;
+    if (AskForTraits(folder, name, traits))
+        StateLock()->devices.Remember(device, mount, now, traits);
+    else
+        StateLock()->devices.Find(device, mount, 0, traits); // asked again next time
     return traits;
 }
 
@@ -181,7 +189,7 @@ OSErr FactsOfName(const FolderHandle& folder, const char* name, struct statx& fa
     return FactsAt(folder.descriptor(), name, AT_SYMLINK_NOFOLLOW, facts) < 0 ? LastError() : noErr;
 }
 
-OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
+OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint64_t nameHash, char (&name)[256],
                    struct statx& facts) {
     bool found = false;
     OSErr result = VisitEntries(folder, [&](const DirectoryEntry& entry) {
@@ -307,13 +315,12 @@ OSErr NameInParent(const FolderHandle& parent, const struct statx& folder, std::
 }
 
 OSErr Climb(FolderHandle current, std::vector<Level>& levels) {
-    DescriptorCache unshared; // the folders on the way have no numbers yet
     Level level;
     if (FactsAt(current.descriptor(), "", AT_EMPTY_PATH, level.facts) < 0) return LastError();
-    for (FolderID step = kRootFolder;; ++step) {
+    for (;;) {
         int above = OpenSparingly([&] { return OpenName(current.descriptor(), "..", O_PATH | O_DIRECTORY); });
         if (above < 0) return LastError();
-        FolderHandle parent = unshared.Put(0, step, above);
+        FolderHandle parent = FolderHandle::Of(above); // it has no number yet
         struct statx facts;
         if (FactsAt(above, "", AT_EMPTY_PATH, facts) < 0) return LastError();
         if (SameFolder(facts, level.facts)) return noErr;

@@ -30,7 +30,7 @@ OSErr FactsOfName(const FolderHandle& folder, const char* name, struct statx& fa
 
 // Looks through a folder for the object: under a name of that hash, else, when its number tells, under
 // another name if it has only one link. -43 when it is not there or the folder may not be read.
-OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint32_t nameHash, char (&name)[256],
+OSErr FindInFolder(const FolderHandle& folder, const Identity& identity, uint64_t nameHash, char (&name)[256],
                    struct statx& facts);
 
 // Notes where a folder is by climbing from it to "/", for a folder that others have moved somewhere else.

@@ -66,7 +66,7 @@ bool Matches(const Identity& identity, const struct statx& facts) {
     return identity.birth == 0 || birth == 0 || identity.birth == birth;
 }
 
-uint32_t HashName(const char* name, size_t length) {
+uint64_t HashName(const char* name, size_t length) {
     uint64_t hash = length;
     while (length > 0) { // eight bytes at a time
         uint64_t word = 0;
@@ -77,5 +77,5 @@ uint32_t HashName(const char* name, size_t length) {
         name += step;
         length -= step;
     }
-    return static_cast<uint32_t>(hash);
+    return hash;
 }

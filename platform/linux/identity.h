@@ -31,4 +31,4 @@ Identity IdentityOf(const struct statx& facts, const DeviceTraits& traits);
 // Whether facts are those of the object. Without stable inodes the caller has looked under the object's name.
 bool Matches(const Identity& identity, const struct statx& facts);
 
-uint32_t HashName(const char* name, size_t length);
+uint64_t HashName(const char* name, size_t length);

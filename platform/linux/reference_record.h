@@ -5,7 +5,7 @@
 #include "platform/linux/references.h"
 
 struct ReferenceRecord {
-    static constexpr size_t kInlineName = 40;
+    static constexpr size_t kInlineName = 36;
 
     uint32_t check;
     FolderID parent;
@@ -13,7 +13,7 @@ struct ReferenceRecord {
     uint32_t device;
     uint64_t inode;
     uint64_t birth;
-    uint32_t nameHash;
+    uint64_t nameHash; // so wide that no two names of a folder share it by chance
     uint16_t type;
     uint8_t flags;
     uint8_t nameLength;     // 1 to 255; a name of more than kInlineName bytes is not here

@@ -42,15 +42,15 @@ void UnlockState() {
 
 } // namespace
 
-bool Devices::Find(uint32_t device, uint32_t mount, DeviceTraits& traits) const {
+bool Devices::Find(uint32_t device, uint32_t mount, uint64_t oldest, DeviceTraits& traits) const {
     const Slot& slot = slots_[(device ^ mount * 7) % kSlots];
-    if (!slot.used || slot.device != device || slot.mount != mount) return false;
+    if (!slot.used || slot.device != device || slot.mount != mount || slot.learnt < oldest) return false;
     traits = slot.traits;
     return true;
 }
 
-void Devices::Remember(uint32_t device, uint32_t mount, const DeviceTraits& traits) {
-    slots_[(device ^ mount * 7) % kSlots] = {true, device, mount, traits};
+void Devices::Remember(uint32_t device, uint32_t mount, uint64_t now, const DeviceTraits& traits) {
+    slots_[(device ^ mount * 7) % kSlots] = {true, device, mount, now, traits};
 }
 
 StateLock::StateLock() {

@@ -10,11 +10,13 @@
 #include "platform/linux/folder_table.h"
 #include "platform/linux/remembered.h"
 
-// Traits of the devices met lately; the mount tells a device number that was given again from the one before.
+// Traits of the devices met lately. The numbers of a device and a mount are given again once they are unmounted,
+// so that what was learnt is believed for a while only.
 class Devices {
 public:
-    bool Find(uint32_t device, uint32_t mount, DeviceTraits& traits) const;
-    void Remember(uint32_t device, uint32_t mount, const DeviceTraits& traits);
+    // What was learnt at `oldest` (nanoseconds of the monotonic clock) or later.
+    bool Find(uint32_t device, uint32_t mount, uint64_t oldest, DeviceTraits& traits) const;
+    void Remember(uint32_t device, uint32_t mount, uint64_t now, const DeviceTraits& traits);
 
 private:
     static constexpr unsigned kSlots = 64;
@@ -22,6 +24,7 @@ private:
         bool used;
         uint32_t device;
         uint32_t mount;
+        uint64_t learnt; // when
         DeviceTraits traits;
     };
     Slot slots_[kSlots] = {};

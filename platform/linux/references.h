@@ -28,6 +28,9 @@ public:
     FolderHandle& operator=(FolderHandle other) noexcept;
     ~FolderHandle();
 
+    // Takes the descriptor over. Throws std::bad_alloc, having closed it.
+    static FolderHandle Of(int descriptor);
+
     int descriptor() const; // -1 when empty
 
 private:

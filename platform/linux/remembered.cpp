@@ -13,9 +13,9 @@ static uint64_t Mix(uint64_t a, uint64_t b) {
     return hash ^ hash >> 32;
 }
 
-static uint64_t KeyOf(const Identity& identity, FolderID folder, uint32_t nameHash) {
+static uint64_t KeyOf(const Identity& identity, FolderID folder, uint64_t nameHash) {
     uint64_t key = Mix(identity.inode, identity.birth ^ identity.device);
-    return Mix(key, static_cast<uint64_t>(folder) << 32 | nameHash) | 1; // 0 is an empty slot
+    return Mix(Mix(key, folder), nameHash) | 1; // 0 is an empty slot
 }
 
 template <typename Slot>
@@ -26,7 +26,7 @@ static bool Allocate(std::unique_ptr<Slot[]>& slots, size_t count) {
 
 void LongNames::Remember(const Identity& identity, FolderID folder, const char* name) {
     if (!Allocate(slots_, kSets * kSlotsInSet)) return;
-    uint32_t nameHash = HashName(name, std::strlen(name));
+    uint64_t nameHash = HashName(name, std::strlen(name));
     uint64_t key = KeyOf(identity, folder, nameHash);
     Slot* const set = &slots_[key / 2 % kSets * kSlotsInSet];
     Slot* const old = std::find_if(set, set + kSlotsInSet - 1, [key](const Slot& s) { return s.key == key; });
@@ -38,7 +38,7 @@ void LongNames::Remember(const Identity& identity, FolderID folder, const char* 
     std::strncpy(set->name, name, sizeof set->name - 1);
 }
 
-bool LongNames::Recall(const Identity& identity, FolderID folder, uint32_t nameHash,
+bool LongNames::Recall(const Identity& identity, FolderID folder, uint64_t nameHash,
                        char (&name)[256]) const {
     if (!slots_) return false;
     uint64_t key = KeyOf(identity, folder, nameHash);
@@ -51,7 +51,7 @@ bool LongNames::Recall(const Identity& identity, FolderID folder, uint32_t nameH
     return true;
 }
 
-void Moves::Remember(const Identity& identity, FolderID fromFolder, uint32_t fromHash, FolderID toFolder,
+void Moves::Remember(const Identity& identity, FolderID fromFolder, uint64_t fromHash, FolderID toFolder,
                      const char* toName) {
     if (!Allocate(slots_, kSlots)) return;
     uint64_t key = KeyOf(identity, fromFolder, fromHash);
@@ -61,14 +61,14 @@ void Moves::Remember(const Identity& identity, FolderID fromFolder, uint32_t fro
     std::strncpy(slot.toName, toName, sizeof slot.toName - 1);
 }
 
-void Moves::Forget(const Identity& identity, FolderID folder, uint32_t nameHash) {
+void Moves::Forget(const Identity& identity, FolderID folder, uint64_t nameHash) {
     if (!slots_) return;
     const uint64_t key = KeyOf(identity, folder, nameHash);
     Slot& slot = slots_[key / 2 % kSlots];
     if (slot.key == key) slot.key = 0;
 }
 
-bool Moves::Follow(const Identity& identity, FolderID& folder, uint32_t& nameHash, char (&name)[256]) const {
+bool Moves::Follow(const Identity& identity, FolderID& folder, uint64_t& nameHash, char (&name)[256]) const {
     if (!slots_) return false;
     uint64_t key = KeyOf(identity, folder, nameHash);
     const Slot& slot = slots_[key / 2 % kSlots];

@@ -16,13 +16,13 @@ public:
     void Remember(const Identity& identity, FolderID folder, const char* name);
 
     // False when the name of this hash is not remembered.
-    bool Recall(const Identity& identity, FolderID folder, uint32_t nameHash, char (&name)[256]) const;
+    bool Recall(const Identity& identity, FolderID folder, uint64_t nameHash, char (&name)[256]) const;
     void Clear() { slots_.reset(); }
 
 private:
     struct Slot {
         uint64_t key;
-        uint32_t nameHash;
+        uint64_t nameHash;
         FolderID folder;
         char name[256];
     };
@@ -35,14 +35,14 @@ private:
 // Where objects went: from a folder and name to another folder and name.
 class Moves {
 public:
-    void Remember(const Identity& identity, FolderID fromFolder, uint32_t fromHash, FolderID toFolder,
+    void Remember(const Identity& identity, FolderID fromFolder, uint64_t fromHash, FolderID toFolder,
                   const char* toName);
 
     // Forgets where what stood there went: something stands there again.
-    void Forget(const Identity& identity, FolderID folder, uint32_t nameHash);
+    void Forget(const Identity& identity, FolderID folder, uint64_t nameHash);
 
     // Replaces folder, name hash and name by where the object went from there; false when that is not known.
-    bool Follow(const Identity& identity, FolderID& folder, uint32_t& nameHash, char (&name)[256]) const;
+    bool Follow(const Identity& identity, FolderID& folder, uint64_t& nameHash, char (&name)[256]) const;
     void Clear() { slots_.reset(); }
 
 private:
@@ -80,7 +80,7 @@ public:
         MountView view = 0;
         FolderID id = kNoFolder;
         FolderID parent = kNoFolder; // the folder's place when it was entered here
-        uint32_t nameHash = 0;
+        uint64_t nameHash = 0;
         uint64_t checked = 0; // when the path was last seen to lead to the folder
         std::string path;
     };

@@ -6,7 +6,7 @@
 // Where to look: a folder and a name, of which perhaps only the hash is known.
 struct Spot {
     FolderID folder;
-    uint32_t nameHash;
+    uint64_t nameHash;
     char name[256]; // empty when only the hash is known
 };
 

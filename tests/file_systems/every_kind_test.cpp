@@ -138,6 +138,43 @@ TEST_P(EveryKind, FileInPlaceOfARenamedOne_IsNotTheRenamedOne) {
     EXPECT_EQ(ReadFile(volume + "/kept"), "kept");
 }
 
+// What is in a folder that others have put away stays as it is, however often the library had been in it.
+TEST_P(EveryKind, FolderInPlaceOfARenamedOne_IsNotTheRenamedOne) {
+    WriteFile(volume + "/new", "new");
+    for (const char* name : {"/docs", "/tree", "/tree/sub"}) {
+        fs::create_directory(volume + name);
+        WriteFile(volume + name + "/report", "old");
+    }
+    const std::u16string source = Wide(volume + "/new");
+    ASSERT_EQ(TavCopyFile(source.c_str(), Wide(volume + "/docs/other").c_str(), 1), 1);
+    ASSERT_EQ(TavCopyFile(source.c_str(), Wide(volume + "/tree/sub/other").c_str(), 1), 1);
+    const FSRef tree = RefTo(volume + "/tree");
+    for (const auto& [from, to] : {std::pair("/docs", "/archive"), std::pair("/tree/sub", "/away")}) {
+        fs::rename(volume + from, volume + to);
+        fs::create_directory(volume + from);
+    }
+    WriteFile(volume + "/docs/report", "young");
+    EXPECT_EQ(TavCopyFile(source.c_str(), Wide(volume + "/docs/report").c_str(), 0), 1);
+    EXPECT_EQ(ReadFile(volume + "/docs/report"), "new");
+    EXPECT_EQ(ReadFile(volume + "/archive/report"), "old");
+
+    EXPECT_EQ(FSDeleteObjects(&tree), noErr);
+    EXPECT_FALSE(fs::exists(volume + "/tree"));
+    EXPECT_EQ(ReadFile(volume + "/away/report"), "old");
+    EXPECT_EQ(ReadFile(volume + "/away/other"), "new");
+}
+
+TEST_P(EveryKind, FolderMadeAnew_CanBeCopiedInto) {
+    WriteFile(volume + "/new", "new");
+    const std::u16string source = Wide(volume + "/new"), target = Wide(volume + "/sub/copy");
+    for (int round = 0; round < 3; ++round) {
+        fs::create_directory(volume + "/sub");
+        EXPECT_EQ(TavCopyFile(source.c_str(), target.c_str(), 1), 1) << round;
+        EXPECT_EQ(ReadFile(volume + "/sub/copy"), "new");
+        fs::remove_all(volume + "/sub");
+    }
+}
+
 TEST_P(EveryKind, Listing_ShowsEveryEntryOnceAndNoSidecars) {
     MakeTree(volume + "/tree");
     const std::vector<std::string> names = NamesBehindFirst(volume + "/tree/*");

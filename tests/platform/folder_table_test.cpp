@@ -1,5 +1,6 @@
 #include "platform/linux/folder_table.h"
 
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -49,6 +50,39 @@ TEST(FolderTable, SameIdentity_HasTheSameNumberAndTheLatestPlace) {
     EXPECT_EQ(NameOf(*table.Find(id)), "new");
     EXPECT_EQ(table.Find(id)->parent, id + 1);
     EXPECT_EQ(table.size(), 2u);
+}
+
+// The second word of a name that has the hash of `first` and the word "collides", or "" where that is no name.
+static std::string WithHashOf(const std::string& other, const std::string& first) {
+    const auto hashAfter = [](const std::string& word) {
+        uint64_t bytes;
+        std::memcpy(&bytes, word.data(), sizeof bytes);
+        uint64_t hash = (2 * sizeof bytes ^ bytes) * 0x9E3779B97F4A7C15u;
+        return hash ^ hash >> 32;
+    };
+    uint64_t second;
+    std::memcpy(&second, "collides", sizeof second);
+    second ^= hashAfter(other) ^ hashAfter(first);
+    std::string name(sizeof second, '\0');
+    std::memcpy(name.data(), &second, sizeof second);
+    return name.find_first_of(std::string("/\0", 2)) == name.npos ? first + name : "";
+}
+
+TEST(FolderTable, WhereInodesAreNotStable_NamesOfOneHashAreTwoFolders) {
+    Identity identity = Numbered(0, 0);
+    identity.byNumber = false;
+    for (int i = 0; i < 10'000; ++i) {
+        const std::string one = "a foldercollides";
+        const std::string other = WithHashOf("a folder", "b" + std::to_string(1'000'000 + i));
+        if (other.empty()) continue;
+        ASSERT_EQ(HashName(one.data(), one.size()), HashName(other.data(), other.size()));
+        FolderTable table;
+        const FolderID id = table.Enter(identity, 1, kRootFolder, one.c_str());
+        EXPECT_NE(table.Enter(identity, 1, kRootFolder, other.c_str()), id);
+        EXPECT_EQ(table.Enter(identity, 1, kRootFolder, one.c_str()), id);
+        return;
+    }
+    FAIL() << "no such names";
 }
 
 TEST(FolderTable, OtherBirthDeviceOrMount_IsAnotherFolder) {

@@ -314,7 +314,7 @@ TEST_F(Lookup, FolderOfAForeignClock_IsNotTrustedForTheAgeOfItsTime) {
     ASSERT_EQ(FactsAt(AT_FDCWD, "/", 0, facts), 0);
     for (const bool own : {false, true}) {
         ForgetReferences();
-        StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {true, true, own});
+        StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), UINT64_MAX, {true, true, own});
         EXPECT_EQ(ResultOf("/no such name"), fnfErr);
         EXPECT_EQ(StateLock()->caseless.bytes() > 0, own);
     }

@@ -647,7 +647,7 @@ TEST_F(References, NoDescriptorLeft_NothingIsConcludedAboutTheVolume) {
         TraitsOf(place.folderID, place.name, place.facts);
     }
     DeviceTraits traits;
-    EXPECT_FALSE(StateLock()->devices.Find(DeviceOf(place.facts), MountOf(place.facts), traits));
+    EXPECT_FALSE(StateLock()->devices.Find(DeviceOf(place.facts), MountOf(place.facts), 0, traits));
 }
 
 TEST_F(References, HeldFolder_OutlivesTheCache) {
@@ -872,7 +872,7 @@ TEST_F(References, FolderMountedInsideItself_HasFinitePaths) {
 TEST_F(References, WithoutStableNumbers_NameAndTypeAreTheIdentity) {
     struct statx facts;
     ASSERT_EQ(FactsAt(AT_FDCWD, folder.path().c_str(), 0, facts), 0);
-    StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), {false, false, false});
+    StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), UINT64_MAX, {false, false, false});
     fs::create_directory(folder / "d");
     WriteFile(folder / "d/f", "");
     FSRef file = RefTo(folder / "d/f"), dir = RefTo(folder / "d");
