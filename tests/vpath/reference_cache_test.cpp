@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <barrier>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -233,17 +234,20 @@ TEST(Cache, ServesManyThreads) {
     constexpr int kThreads = 64;
     constexpr int kPaths = 100;
     std::vector<std::thread> threads;
+    std::vector<std::vector<OpacTavFSRef*>> made(kThreads);
+    std::barrier allMade(kThreads);
+    const auto pathOf = [](unsigned number) { return u"/shared/path/" + Wide(std::to_string(number)); };
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
+        threads.emplace_back([&, t] {
             std::mt19937 random(t);
             std::vector<OpacTavFSRef*> held;
             for (int step = 0; step < 500; ++step) {
-                const std::u16string path = u"/shared/path/" + Wide(std::to_string(random() % kPaths));
+                const std::u16string path = pathOf(random() % kPaths);
                 OpacTavFSRef* const r = Tav0FSRCreateWithPath(path.c_str());
-                ASSERT_EQ(PathOf(r), path);
+                EXPECT_EQ(PathOf(r), path);
                 held.push_back(r);
                 if (random() % 2) {
-                    ASSERT_GE(Tav0FSRRetain(r), 1u);
+                    EXPECT_GE(Tav0FSRRetain(r), 1u);
                     held.push_back(r);
                 }
                 while (held.size() > 10) {
@@ -253,6 +257,13 @@ TEST(Cache, ServesManyThreads) {
                 }
             }
             for (OpacTavFSRef* r : held) Tav0FSRRelease(r);
+
+            // While all hold theirs, each path has one reference.
+            for (unsigned i = 0; i < kPaths; ++i) made[t].push_back(Tav0FSRCreateWithPath(pathOf(i).c_str()));
+            allMade.arrive_and_wait();
+            EXPECT_EQ(made[t], made[0]);
+            allMade.arrive_and_wait();
+            for (OpacTavFSRef* r : made[t]) Tav0FSRRelease(r);
         });
     }
     for (std::thread& thread : threads) thread.join();

@@ -3,6 +3,7 @@
 #include "support/virtual_paths.h"
 
 #include <gtest/gtest.h>
+#include <set>
 
 namespace {
 
@@ -69,6 +70,40 @@ TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatformOrMemory) {
         EXPECT_EQ(fault.fired(), 1u);
         EXPECT_EQ(exists, 0) << operation;
     }
+}
+
+// kept: a key whose folder has no path contributes nothing; any other failure gives no path at all.
+TEST(KeyFaults, EachCallOfAnEvaluationFails_GivesThePathOrNullOrOneWithoutTheFolder) {
+    const TemporaryFolder folder;
+    const TavKey key = KeyOf("pref");
+    const MyStr16 name = NameOf("lang");
+    const FSRef platform = PlatformRef(folder.path());
+    Tav0TranPathRegister(&key, &platform);
+    Tav0FSValRegister(&name, u"en");
+    const Exp expression = MakeExp(u"$pref\\x\\%lang");
+    const std::u16string whole = Wide(folder / "x/en");
+    for (const char* operation : {"seam", "memory"}) {
+        OpacTavFSRef* made = nullptr;
+        std::multiset<std::u16string> given;
+        EXPECT_GT(FailEachCall({
+                      .fault = {.operation = operation},
+                      .scenario = [&] { made = Tav0FSExpCalculateFSRCreate(expression.get(), nullptr); },
+                      .check =
+                          [&](const std::string& failed) {
+                              const std::u16string path = PathOf(made);
+                              const bool hasNoFolder = failed == "FSRefMakePath" || failed == "malloc";
+                              EXPECT_TRUE(path == whole || (path == u"x/en" && hasNoFolder) ||
+                                          (!made && !failed.empty()))
+                                  << failed << " gives " << Narrow(path);
+                              given.insert(path);
+                              Tav0FSRRelease(made);
+                          },
+                  }),
+                  0u);
+        EXPECT_EQ(given.count(u"x/en"), 1u) << operation;
+        EXPECT_GE(given.count(whole), 1u) << operation;
+    }
+    Tav0FSValRemove(&name);
 }
 
 // A key's folder, and what is asked of references and expressions that are there.
