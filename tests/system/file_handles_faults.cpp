@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <utility>
 
 // A reference whose lock is refused when it is released stays; the sanitizer is not to take that for a leak.
@@ -23,6 +24,8 @@ using faults::Pause;
 
 constexpr uint32_t kReadWrite = TAV_FILE_READ | TAV_FILE_WRITE;
 
+using Entries = std::map<std::string, std::string>;
+
 class FileHandleFaults : public testing::Test {
 protected:
     FileHandleFaults() { WriteFile(folder / "a", "old"); }
@@ -30,6 +33,16 @@ protected:
     const TemporaryFolder folder;
     const Ref file = MakeRef(Wide(folder / "a"));
     const Ref fresh = MakeRef(Wide(folder / "new"));
+
+    // What is in the folder: names, and the content of files.
+    Entries Tree() const {
+        Entries all;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+            const std::string name = entry.path().lexically_relative(folder.path());
+            all[name] = entry.is_directory() ? "a folder" : ReadFile(entry.path());
+        }
+        return all;
+    }
 };
 
 } // namespace
@@ -196,8 +209,8 @@ TEST_F(FileHandleFaults, ARenameWithoutMemoryForItsReferenceIsDone) {
     EXPECT_EQ(ReadFile(folder / "b"), "old");
 }
 
-// Every platform call and allocation refused in turn: either the handle is good, or there is none; nothing
-// stays open.
+// Every platform call and allocation refused in turn: nothing stays open, and what was asked for is done or
+// left.
 TEST_F(FileHandleFaults, CreateSurvivesEveryFailure) {
     for (const uint32_t flags : {kReadWrite, kReadWrite | TAV_FILE_REPLACE, kReadWrite | TAV_FILE_TRUNCATE}) {
         for (OpacTavFSRef* target : {fresh.get(), file.get()}) {
@@ -209,8 +222,14 @@ TEST_F(FileHandleFaults, CreateSurvivesEveryFailure) {
                                                 },
                                             .scenario = [&] { handle = TavFileCreateExt(target, flags); },
                                             .check =
-                                                [&](const std::string&) {
+                                                [&](const std::string& failed) {
                                                     if (handle != -1) TavFileCloseExt(handle);
+                                                    if (flags == kReadWrite) {
+                                                        EXPECT_EQ(ReadFile(folder / "a"), "old") << failed;
+                                                    }
+                                                    if (failed.empty()) {
+                                                        EXPECT_EQ(Tree().count("new"), target == fresh.get());
+                                                    }
                                                 }}),
                       3u);
         }
@@ -221,15 +240,21 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
     const Ref sub = MakeRef(Wide(folder / "d"));
     const Ref made = MakeRef(Wide(folder / "made"));
     OpacTavFSRef* renamed = nullptr;
-    const std::function<void()> scenarios[] = {
-        [&] { TavFileCloseExt(TavFileOpenExt(file.get(), kReadWrite)); },
-        [&] { TavFileDeleteExt(file.get()); },
-        [&] { TavFolderCreateExt(made.get()); },
-        [&] { TavFolderDeleteExt(sub.get()); },
-        [&] { TavFileMoveFileExt(file.get(), sub.get()); },
-        [&] { TavFileRenameExt(file.get(), u"b", &renamed); },
+    const Entries before = {{"a", "old"}, {"d", "a folder"}};
+    const struct {
+        std::function<int32_t()> call;
+        Entries after;
+    } scenarios[] = {
+        {[&] { return TavFileCloseExt(TavFileOpenExt(file.get(), kReadWrite)) == 0; }, before},
+        {[&] { return TavFileDeleteExt(file.get()); }, {{"d", "a folder"}}},
+        {[&] { return TavFolderCreateExt(made.get()); },
+         {{"a", "old"}, {"d", "a folder"}, {"made", "a folder"}}},
+        {[&] { return TavFolderDeleteExt(sub.get()); }, {{"a", "old"}}},
+        {[&] { return TavFileMoveFileExt(file.get(), sub.get()); }, {{"d", "a folder"}, {"d/a", "old"}}},
+        {[&] { return TavFileRenameExt(file.get(), u"b", &renamed); }, {{"b", "old"}, {"d", "a folder"}}},
     };
-    for (const auto& scenario : scenarios) {
+    for (const auto& [call, after] : scenarios) {
+        int32_t result = 0;
         EXPECT_GE(faults::FailEachCall({.prepare =
                                             [&] {
                                                 for (const char* name : {"a", "b", "d", "made"}) {
@@ -238,9 +263,13 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
                                                 WriteFile(folder / "a", "old");
                                                 std::filesystem::create_directory(folder / "d");
                                             },
-                                        .scenario = scenario,
+                                        .scenario = [&] { result = call(); },
                                         .check =
-                                            [&](const std::string&) {
+                                            [&](const std::string& failed) {
+                                                EXPECT_EQ(Tree(), result == 1 ? after : before) << failed;
+                                                if (failed.empty()) {
+                                                    EXPECT_EQ(result, 1);
+                                                }
                                                 Tav0FSRRelease(renamed);
                                                 renamed = nullptr;
                                             }}),

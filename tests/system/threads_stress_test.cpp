@@ -1,4 +1,4 @@
-// Threads that end by force, and processes that fork, while everything is in use.
+// Threads that end by force, processes that fork, and programs that are started while everything is in use.
 #include "system/threads.h"
 
 #include "platform/linux/multiprocessing_ids.h"
@@ -12,8 +12,10 @@
 
 #include <array>
 #include <atomic>
+#include <fcntl.h>
 #include <functional>
 #include <random>
+#include <set>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -178,12 +180,82 @@ bool UseThreads(const std::string&) {
            TavCloseThreadRef(thread) == 1;
 }
 
+bool UseCopies(const std::string& place) {
+    std::filesystem::create_directories(place + "/tree/inner");
+    WriteFile(place + "/tree/inner/leaf", "leaf");
+    const Ref copy = MakeRef(Wide(place + "/copy"));
+    return TavCopyFile(Wide(place + "/tree").c_str(), Wide(place + "/copy").c_str(), 1) == 1 &&
+           ReadFile(place + "/copy/inner/leaf") == "leaf" && TavFileDeleteExt(copy.get()) == 1;
+}
+
 constexpr Use kUses[] = {
-    {"files", UseFiles}, {"expressions", UseExpressions}, {"lists", UseLists},
-    {"text", UseText},   {"objects", UseObjects},         {"threads", UseThreads},
+    {"files", UseFiles},     {"expressions", UseExpressions}, {"lists", UseLists},   {"text", UseText},
+    {"objects", UseObjects}, {"threads", UseThreads},         {"copies", UseCopies},
 };
 
+// The numbers of the descriptors that are open, the one that lists them not among them.
+std::set<int> Descriptors() {
+    std::set<int> all;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        all.insert(std::stoi(entry.path().filename()));
+    }
+    std::erase_if(all, [](int descriptor) { return fcntl(descriptor, F_GETFD) < 0; });
+    return all;
+}
+
+// The first root of the list of volumes, which the library keeps.
+std::string FirstVolume() {
+    std::array<TavChar, 4096> roots{};
+    TavGetLogicalDriveStrings(roots.size(), roots.data());
+    return Narrow(roots.data());
+}
+
 } // namespace
+
+TEST(Descriptors, WhileEverythingIsOpen_AreClosedInPrograms) {
+    const std::set<int> before = Descriptors();
+    TemporaryFolder folder;
+    WriteFile(folder / "file", "x");
+    WriteFile(folder / "other", "x");
+    std::filesystem::copy_file(TAVPORT_TEST_MODULES "/good.so", folder / "plug.so");
+
+    TavFindDataW found;
+    TavFindSearch* search = TavFindFirstFile(Wide(folder / "*").c_str(), &found);
+    ASSERT_NE(search, TAV_INVALID_FIND);
+    const Ref path = MakeRef(Wide(folder / "file"));
+    const int32_t file = TavFileOpenExt(path.get(), TAV_FILE_READ | TAV_FILE_WRITE);
+    ASSERT_GT(file, 0);
+    OpacTavLibrary* library = TavLoadLibrary(Wide(folder / "plug.so").c_str());
+    ASSERT_NE(TavGetProcAddress(library, "ModuleAnswer"), nullptr);
+    EXPECT_EQ(FirstVolume(), "/");
+    OpacTavEvent* event = TavCreateEvent(1, 0);
+    std::function<uint32_t()> wait = [&] { return TavWaitEvent(event, -1); };
+    OpacTavThread* thread = TavCreateThread(CallFunction, &wait, 0, 0);
+    ASSERT_NE(thread, nullptr);
+
+    std::set<std::string> open;
+    for (const int descriptor : Descriptors()) {
+        if (before.contains(descriptor)) {
+            continue;
+        }
+        std::error_code error;
+        const std::string target =
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
+        EXPECT_TRUE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC) << target;
+        open.insert(target);
+    }
+    // The search holds the folder, the handle its file.
+    EXPECT_TRUE(open.contains(folder.path()));
+    EXPECT_TRUE(open.contains(folder / "file"));
+
+    TavSetEvent(event);
+    EXPECT_EQ(TavWaitThread(thread, TAV_INFINITE), TAV_WAIT_OBJECT_0);
+    EXPECT_EQ(TavCloseThreadRef(thread), 1);
+    EXPECT_EQ(TavCloseEvent(event), 1);
+    TavFreeLibrary(library);
+    EXPECT_EQ(TavFileCloseExt(file), 0);
+    EXPECT_EQ(TavFindClose(search), 1);
+}
 
 TEST(Fork, WhileThreadsUseEverythingLeavesTheChildAbleToUseEverything) {
     if (kAddressSanitizer) GTEST_SKIP() << "the sanitizer's allocator may be locked in a child for good";
