@@ -62,17 +62,20 @@ private:
         timespec dates[2] = {{0, UTIME_OMIT}, {1000000000 + Below(500000000), 0}};
         ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), dates, 0), 0);
     }
-    // Finder information, a resource fork where there can be one, a lock, a creation date.
+    // Finder information, a resource fork where there can be one, a lock, dates of creation and backup.
     void Dress(const std::string& path, bool isFile) {
         FSRef ref = Reference(path);
         if (isFile && Below(2)) AddResources(ref);
         FSCatalogInfo info{};
         for (int i = 0; i < 8; ++i) info.finderInfo[i] = static_cast<uint8_t>('A' + Below(26));
+        for (uint8_t& byte : info.extFinderInfo) byte = static_cast<uint8_t>(Below(256));
         info.createDate = {0, 3000000000u + static_cast<uint32_t>(Below(1000000)), 0};
+        info.backupDate = {0, 3000000000u + static_cast<uint32_t>(Below(1000000)), 0};
         if (Below(3) == 0) info.nodeFlags = kFSNodeLockedMask;
-        ASSERT_EQ(
-            FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo | kFSCatInfoCreateDate | kFSCatInfoNodeFlags, &info),
-            noErr);
+        FSCatalogInfoBitmap which = kFSCatInfoFinderInfo | kFSCatInfoCreateDate | kFSCatInfoNodeFlags;
+        if (Below(2)) which |= kFSCatInfoFinderXInfo;
+        if (Below(2)) which |= kFSCatInfoBackupDate;
+        ASSERT_EQ(FSSetCatalogInfo(&ref, which, &info), noErr);
     }
     void AddResources(const FSRef& ref) {
         HFSUniStr255 name;
@@ -196,6 +199,12 @@ long long CreationDate(const Attribute& attribute, long long birth) {
     return static_cast<int32_t>(kept) + static_cast<long long>(kFrom1970To2000);
 }
 
+// As the attribute gives it; the same for none and for no attribute at all.
+unsigned long BackupDate(const Attribute& attribute) {
+    constexpr unsigned long kNoDate = 0x80000000;
+    return attribute.fields.contains(kFileDates) ? attribute.Number(kFileDates, 8) : kNoDate;
+}
+
 bool IsLocked(const Attribute& attribute) {
     return attribute.Number(kServerInfo, 0) & 0x01A0;
 }
@@ -225,6 +234,7 @@ void CompareAttributes(const std::string& from, const std::string& to) {
         EXPECT_EQ(FinderInfo(before[path]), FinderInfo(after[path]));
         EXPECT_EQ(IsLocked(before[path]), IsLocked(after[path]));
         EXPECT_EQ(CreationDate(before[path], birth), CreationDate(after[path], birthsAfter.at(path)));
+        EXPECT_EQ(BackupDate(before[path]), BackupDate(after[path]));
     }
 }
 
