@@ -33,7 +33,7 @@ class Converting : public testing::TestWithParam<utf::Way> {
 protected:
     void SetUp() override {
         if (utf::BestWay() == utf::Way::Plain && GetParam() == utf::Way::Blocks)
-            GTEST_SKIP() << "this processor has no such registers";
+            GTEST_SKIP() << "no blocks for this processor";
         std::cout << "seed " << seed_ << '\n';
     }
 
