@@ -44,8 +44,12 @@ static OSErr AddFoldersIn(const FSRef& folder, const FSRef* wanted, GenLinkedLis
                                       nullptr, nullptr);
         if (result != noErr || !(info.nodeFlags & kFSNodeIsDirectoryMask)) continue;
         const OSErr compared = FSCompareFSRefs(&item, wanted);
-        if (compared == noErr) result = kDestInsideSourceErr;
-        if (compared == errFSRefsDifferent) result = AddFolder(folders, item);
+        if (compared == errFSRefsDifferent)
+            result = AddFolder(folders, item);
+        else if (compared == noErr)
+            result = kDestInsideSourceErr;
+        else if (compared != diffVolErr && compared != fnfErr) // another volume's, gone meanwhile
+            result = compared;
     }
     FSCloseIterator(iterator);
     return result == errFSNoMoreItems ? OSErr{noErr} : result;

@@ -139,10 +139,11 @@ static OSErr CheckSourceAfterSettingAside(const FSRef*& source, Boolean isDirect
                                           const HFSUniStr255& name, Boolean* isReplacing) {
     OSErr result = FSCompareFSRefs(source, setAside);
     if (result == noErr && !isDirectory) source = setAside;
-    const bool isOnSameDevice = result == errFSRefsDifferent;
-    if (isOnSameDevice || result == diffVolErr) result = noErr;
+    const bool areVolumesUnrelated = result == diffVolErr; // neither is mounted inside the other
+    if (result == errFSRefsDifferent || areVolumesUnrelated) result = noErr;
     if (result == noErr && isDirectory) result = CheckForDestInsideSrc(setAside, source);
-    if (result == noErr && isDirectory && isOnSameDevice) result = CheckForMountedSource(source, setAside);
+    if (result == noErr && isDirectory && !areVolumesUnrelated)
+        result = CheckForMountedSource(source, setAside);
     if (result == noErr) return noErr;
     FSRenameUnicode(setAside, name.length, name.unicode, kTextEncodingUnknown, nullptr);
     *isReplacing = false;

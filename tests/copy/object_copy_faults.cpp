@@ -6,10 +6,12 @@
 #include "copy/object_copy.h"
 #include "support/faults.h"
 #include "support/files.h"
+#include "support/mounts.h"
 #include "support/references.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -181,6 +183,41 @@ TEST_P(CopySweep, LosesNothingWhenWritesStopHalfWay) {
          .prepare = [&] { Prepare(); },
          .scenario = [&] { Run(); },
          .check = [&](const std::string& failed) { Check(failed); }});
+}
+
+// The old tree holds the source, which is seen through another mount: it must not go where that cannot be told.
+TEST(CopyOverTheSourcesOwnTree, LosesNothingWhicheverComparisonFails) {
+    if (std::string reason = EnterPrivateMounts(); !reason.empty()) GTEST_SKIP() << reason;
+    TemporaryFolder folder;
+    const std::string tree = folder / "to/tree", old = tree + "/a/sub", from = folder / "from";
+    FSRef source, destDir;
+    const HFSUniStr255 name = Name(u"tree");
+    OSErr result = noErr;
+    const faults::Sweep sweep = {
+        .fault = {.operation = "FSCompareFSRefs"},
+        .prepare =
+            [&] {
+                fs::create_directories(old + "/inner");
+                WriteFile(old + "/inner/file", "x");
+                fs::create_directory(from);
+                ASSERT_EQ(mount(old.c_str(), from.c_str(), nullptr, MS_BIND, nullptr), 0);
+                source = Reference(from);
+                destDir = Reference(folder / "to");
+            },
+        .scenario =
+            [&] {
+                result = FSCopyObject(&source, &destDir, 0, kFSCatInfoNone, kDupeActionReplace, &name, false,
+                                      false, nullptr, nullptr, nullptr, nullptr);
+            },
+        .check =
+            [&](const std::string& failed) {
+                EXPECT_EQ(result, failed.empty() ? kDestInsideSourceErr : ioErr);
+                EXPECT_EQ(ReadFile(old + "/inner/file"), "x");
+                Unmount(from);
+                fs::remove_all(folder / "to");
+                fs::remove_all(from);
+            }};
+    EXPECT_GT(faults::FailEachCall(sweep), 4u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
