@@ -20,8 +20,11 @@
 
 constexpr int64_t kSecond = 1'000'000'000;
 
+// Comparable with SystemTime. Moments before 1970, and those after 2262, which do not fit, count as the first and
+// the last that do.
 static int64_t Nanoseconds(const statx_timestamp& time) {
-    return time.tv_sec * kSecond + time.tv_nsec;
+    constexpr int64_t kLast = INT64_MAX / kSecond - 1;
+    return std::clamp<int64_t>(time.tv_sec, 0, kLast) * kSecond + time.tv_nsec;
 }
 
 int64_t SystemTime() {
@@ -116,7 +119,7 @@ void ForgetContentDate(const struct statx& facts) {
 }
 
 static bool IsChanged(const KeptDate& kept, const struct statx& now) {
-    return Nanoseconds(kept.shown) != Nanoseconds(now.stx_mtime);
+    return kept.shown.tv_sec != now.stx_mtime.tv_sec || kept.shown.tv_nsec != now.stx_mtime.tv_nsec;
 }
 
 bool BeginHoldingDate(const struct statx& facts) {

@@ -13,8 +13,8 @@ constexpr int64_t kCoarse = 5 * kSecond / 2; // FAT counts in steps of two secon
 bool IsSettled(const struct statx_timestamp& changed, bool fineTimes) {
     timespec now;
     if (clock_gettime(CLOCK_REALTIME_COARSE, &now) != 0) return false;
-    const int64_t seconds = int64_t{now.tv_sec} - changed.tv_sec;
-    if (seconds > 3) return true;
-    const int64_t age = seconds * kSecond + now.tv_nsec - changed.tv_nsec;
+    if (changed.tv_sec > now.tv_sec) return false; // however far ahead
+    if (changed.tv_sec < now.tv_sec - 3) return true;
+    const int64_t age = (now.tv_sec - changed.tv_sec) * kSecond + now.tv_nsec - changed.tv_nsec;
     return age > (fineTimes && changed.tv_nsec != 0 ? kFine : kCoarse);
 }

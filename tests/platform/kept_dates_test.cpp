@@ -141,6 +141,33 @@ TEST_F(KeptDates, SomeoneElsesChangeOfAForkOnlyOpened_EndsIt) {
     EXPECT_FALSE(IsGiven(ref));
 }
 
+// The first date whose nanoseconds since 1970 need more than 63 bits comes in 2262; this is one in 2300.
+constexpr timespec kFarAhead = {static_cast<time_t>(10413792000), 0};
+
+TEST_F(KeptDates, SomeoneElsesDateFarAhead_EndsItToo) {
+    const FSRef ref = MakeFile("x");
+    FSForkRefNum number = 0;
+    ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, number), noErr);
+    EXPECT_EQ(FSWriteFork(number, fsAtMark, 0, 1, "a", nullptr), noErr);
+    const timespec theirs[2] = {kFarAhead, kFarAhead};
+    ASSERT_EQ(utimensat(AT_FDCWD, PathTo("x").c_str(), theirs, 0), 0);
+    const time_t shown = StatusOf(PathTo("x")).st_mtim.tv_sec; // some volumes end earlier
+    EXPECT_EQ(FSCloseFork(number), noErr);
+    EXPECT_EQ(StatusOf(PathTo("x")).st_mtim.tv_sec, shown);
+}
+
+TEST_F(KeptDates, DateFarAhead_HoldsWhileTheFileIsFirstWritten) {
+    const std::string path = PathTo("x");
+    WriteFile(path, "");
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(k1970 + kFarAhead.tv_sec);
+    Place made = PlaceOf(path);
+    EXPECT_EQ(FurnishNewObject(made, kFSCatInfoContentMod, &info), noErr);
+    const time_t shown = StatusOf(path).st_mtim.tv_sec;
+    ASSERT_EQ(WriteWhole(RefTo(path), false, "data"), noErr);
+    EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, shown);
+}
+
 TEST_F(KeptDates, FileMadeWithoutADate_ChangesItsDateAsUsual) {
     WriteFile(PathTo("x"), "");
     Place made = PlaceOf(PathTo("x"));

@@ -42,3 +42,14 @@ TEST(IsSettled, TimeInTheFuture_IsNot) {
     EXPECT_FALSE(IsSettled(Ago(-1'000'000'000), true));
     EXPECT_FALSE(IsSettled(Ago(-100'000'000'000'000), true));
 }
+
+// Farther than 64 bits of nanoseconds reach.
+TEST(IsSettled, TimesFarAway_AreOnTheirSideOfNow) {
+    struct statx_timestamp stamp = Ago(0);
+    for (int64_t ahead : {int64_t{stamp.tv_sec} + 10'000'000'000, INT64_MAX}) {
+        stamp.tv_sec = ahead;
+        EXPECT_FALSE(IsSettled(stamp, true)) << ahead;
+    }
+    stamp.tv_sec = INT64_MIN;
+    EXPECT_TRUE(IsSettled(stamp, true));
+}
