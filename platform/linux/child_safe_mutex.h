@@ -16,6 +16,10 @@ public:
         if (!isListed_.load(std::memory_order_acquire)) List();
         mutex_.lock();
     }
+    bool try_lock() {
+        if (!isListed_.load(std::memory_order_acquire)) List();
+        return mutex_.try_lock();
+    }
     void unlock() { mutex_.unlock(); }
 
     // Around a fork.

@@ -6,7 +6,7 @@
 // for writing once more afterwards changes its date as any file does. Somebody else's change shows as a date
 // other than the one given, when the fork is opened, or as one later than this process's last own change,
 // when it is closed; the latter only where the volume goes by the same clock. A file that a thread keeps open
-// for writing is given its dates only then.
+// for writing is given its dates only then. A ring grows where somebody waits for every date in it.
 #include "platform/linux/kept_dates.h"
 
 #include "platform/linux/attributes.h"
@@ -16,7 +16,9 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
+#include <utility>
 
 constexpr int64_t kSecond = 1'000'000'000;
 
@@ -39,19 +41,28 @@ struct KeptDate {
     FileTimes times;       // the access time only as long as it is owed
     statx_timestamp shown; // the content-modification time that the file has until it is written
     bool isOwed;           // the dates have not been set yet
+    bool isAwaited;        // by the thread that made the file
     bool sameClock;
     bool isSet;
-    bool isWritten; // a fork was written and closed, others are still open
-    uint32_t users; // forks that are open for writing
+    bool isWritten = false; // a fork was written and closed, others are still open
+    uint32_t users = 0;     // forks that are open for writing
 };
 
 struct Ring {
+    static constexpr unsigned kAtFirst = 32;
+
     ChildSafeMutex lock;
-    KeptDate dates[32] = {};
+    KeptDate first[kAtFirst] = {};
+    KeptDate* grown = nullptr; // in place of the first, once they were not enough
+    unsigned doublings = 0;
     unsigned keptInAll = 0;
 
+    KeptDate* dates() { return grown ? grown : first; }
+    unsigned size() const { return kAtFirst << doublings; }
     KeptDate* Find(const ObjectKey& key);
-    KeptDate& NextSlot();
+    KeptDate* NextSlot();
+    bool Grow();
+    void Shrink();
 };
 } // namespace
 
@@ -59,26 +70,55 @@ constexpr unsigned kRingBits = 4;
 static constinit Ring rings[1 << kRingBits] = {};
 static constinit std::atomic<bool> hasKeptAny = false;
 
+// At unloading, or when the process ends.
+[[gnu::destructor]] static void ShrinkRings() {
+    const TerminationHold hold;
+    for (Ring& ring : rings) {
+        if (!ring.lock.try_lock()) continue; // a thread is at it, so the process is ending
+        ring.Shrink();
+        ring.lock.unlock();
+    }
+}
+
 static Ring& RingOf(const ObjectKey& key) {
     return rings[key.inode * 0x9E3779B97F4A7C15u >> (64 - kRingBits)];
 }
 
 // Begins with the latest, which is mostly the one.
 KeptDate* Ring::Find(const ObjectKey& key) {
-    for (unsigned age = 1; age <= std::size(dates); ++age) {
-        KeptDate& each = dates[(keptInAll - age) % std::size(dates)];
+    for (unsigned age = 1; age <= size(); ++age) {
+        KeptDate& each = dates()[(keptInAll - age) % size()];
         if (each.isSet && each.key == key) return &each;
     }
     return nullptr;
 }
 
-// The slot that is given away next: the oldest whose date nobody waits for.
-KeptDate& Ring::NextSlot() {
-    for (unsigned at = 0; at < std::size(dates); ++at) {
-        KeptDate& each = dates[(keptInAll + at) % std::size(dates)];
-        if (!each.isSet || (!each.isOwed && each.users == 0)) return each;
+// The slot that is given away next: the oldest whose date nobody waits for. Null when memory runs out.
+KeptDate* Ring::NextSlot() {
+    for (unsigned at = 0; at < size(); ++at) {
+        KeptDate& each = dates()[(keptInAll + at) % size()];
+        if (!each.isSet || (!each.isAwaited && each.users == 0)) return &each;
     }
-    return dates[keptInAll % std::size(dates)];
+    return Grow() ? &dates()[keptInAll % size()] : nullptr;
+}
+
+// Doubles the slots; the new ones come next.
+bool Ring::Grow() {
+    auto* const twice = new (std::nothrow) KeptDate[2 * size()]();
+    if (!twice) return false;
+    std::copy_n(dates(), size(), twice);
+    delete[] std::exchange(grown, twice);
+    keptInAll = size();
+    ++doublings;
+    return true;
+}
+
+// Back to the first slots, which hold nothing then.
+void Ring::Shrink() {
+    if (!grown) return;
+    std::fill_n(first, kAtFirst, KeptDate{});
+    delete[] std::exchange(grown, nullptr);
+    doublings = 0;
 }
 
 // Whether the change that has just been made bears a time that the system's own clock could have given.
@@ -88,27 +128,42 @@ static bool HasSameClock(const struct statx& facts, bool fineTimes) {
     return age >= 0 && age < kSecond;
 }
 
-static void Keep(const Place& file, const FileTimes& times, bool isOwed) {
+// False when memory runs out.
+static bool Keep(const Place& file, const FileTimes& times, bool isOwed) {
     const struct statx& facts = file.facts;
     const bool fineTimes = TraitsOf(file.folderID, file.name, facts).fineTimes;
-    const KeptDate kept = {
-        ObjectKey(facts), times, facts.stx_mtime, isOwed, HasSameClock(facts, fineTimes), true, false, 0};
+    const KeptDate kept = {.key = ObjectKey(facts),
+                           .times = times,
+                           .shown = facts.stx_mtime,
+                           .isOwed = isOwed,
+                           .isAwaited = isOwed,
+                           .sameClock = HasSameClock(facts, fineTimes),
+                           .isSet = true};
     hasKeptAny.store(true, std::memory_order_relaxed);
     Ring& ring = RingOf(kept.key);
     HeldLock guard(ring.lock);
     KeptDate* const old = ring.Find(kept.key);
-    *(old ? old : &ring.NextSlot()) = kept;
+    KeptDate* const slot = old ? old : ring.NextSlot();
+    if (!slot) return false;
+    *slot = kept;
     if (!old) ++ring.keptInAll;
+    return true;
 }
 
-void KeepContentDate(const Place& file) {
+OSErr KeepContentDate(const Place& file) {
     const timespec date = {static_cast<time_t>(file.facts.stx_mtime.tv_sec),
                            static_cast<long>(file.facts.stx_mtime.tv_nsec)};
-    Keep(file, {timespec{0, UTIME_OMIT}, date}, false);
+    return Keep(file, {timespec{0, UTIME_OMIT}, date}, false) ? noErr : memFullErr;
 }
 
-void KeepOwedDates(const Place& file, const FileTimes& times) {
-    Keep(file, times, true);
+OSErr KeepOwedDates(const Place& file, const FileTimes& times) {
+    return Keep(file, times, true) ? noErr : memFullErr;
+}
+
+void LetGoOfOwedDates(const struct statx& facts) {
+    Ring& ring = RingOf(ObjectKey(facts));
+    HeldLock guard(ring.lock);
+    if (KeptDate* kept = ring.Find(ObjectKey(facts))) kept->isAwaited = false;
 }
 
 void ForgetContentDate(const struct statx& facts) {
@@ -187,7 +242,9 @@ OSErr SetOwedDates(int file, const struct statx& now) {
     Ring& ring = RingOf(ObjectKey(now));
     HeldLock guard(ring.lock);
     KeptDate* const kept = ring.Find(ObjectKey(now));
-    if (!kept || !kept->isOwed) return noErr;
+    if (!kept) return noErr;
+    kept->isAwaited = false;
+    if (!kept->isOwed) return noErr;
     if (IsChanged(*kept, now)) {
         kept->isSet = false;
         return noErr;

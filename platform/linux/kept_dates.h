@@ -6,15 +6,18 @@
 #include "platform/linux/fork_table.h"
 #include "platform/linux/references.h"
 
-// Remembers the date of the new file, whose facts have just been got.
-void KeepContentDate(const Place& file);
+// Remembers the date of the new file, whose facts have just been got. -108 when memory runs out.
+OSErr KeepContentDate(const Place& file);
 
 // Remembers the dates that the new file, whose facts have just been got, is still to be given: when its fork is
-// closed or SetOwedDates is called.
-void KeepOwedDates(const Place& file, const FileTimes& times);
+// closed or SetOwedDates is called. One of the two that follow ends it. -108 when memory runs out.
+OSErr KeepOwedDates(const Place& file, const FileTimes& times);
 
 // Sets the dates that the open file is owed, unless they have been set or somebody else has changed it.
 OSErr SetOwedDates(int file, const struct statx& now);
+
+// Leaves the dates that the file is owed to its forks that are still open, if there are any.
+void LetGoOfOwedDates(const struct statx& facts);
 
 // Forgets it, because another date was set.
 void ForgetContentDate(const struct statx& facts);

@@ -34,7 +34,10 @@ void PlatformCloseKeptFiles() {
     const TerminationHold hold;
     if (!kept) return;
     KeptFile& made = kept->made;
-    if (made.file && made.owesDates && LookAgain(made) == noErr) (void)PayOwedDates(made);
+    if (made.isSet && made.owesDates) {
+        const bool isThere = made.file && LookAgain(made) == noErr;
+        isThere ? (void)PayOwedDates(made) : LetGoOfOwedDates(made.place.facts);
+    }
     delete kept;
     kept = nullptr;
 }

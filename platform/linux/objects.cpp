@@ -72,6 +72,7 @@ static OSErr MakeFolder(Place& made, mode_t mode, Descriptor&) {
 
 // Takes back what has just been made, unless something else bears its name by now.
 static void Unmake(const Place& made) {
+    ForgetContentDate(made.facts);
     struct statx facts;
     if (FactsAt(made.folder.descriptor(), made.name, AT_SYMLINK_NOFOLLOW, facts) != 0) return;
     if (facts.stx_ino != made.facts.stx_ino || Unlink(made) != noErr) return;

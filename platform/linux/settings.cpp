@@ -157,13 +157,12 @@ OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatal
     if (result != noErr || !(whichInfo & kFSCatInfoContentMod) || !S_ISREG(made.facts.stx_mode))
         return result;
     if (wait) {
-        KeepOwedDates(made, TimesOf(whichInfo, *info));
-        file->owesDates = true;
-        return noErr;
+        result = KeepOwedDates(made, TimesOf(whichInfo, *info));
+        file->owesDates = result == noErr;
+        return result;
     }
     struct statx now;
     if (object.Look(now) != noErr) return noErr; // the date will be that of the last change
     made.facts = now;
-    KeepContentDate(made);
-    return noErr;
+    return KeepContentDate(made);
 }

@@ -168,6 +168,23 @@ TEST_F(KeptDates, DateFarAhead_HoldsWhileTheFileIsFirstWritten) {
     EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, shown);
 }
 
+// Each of the 16 rings has room for 32 at first.
+TEST_F(KeptDates, MoreOwedAtOnceThanThereIsRoomFor_AreAllSet) {
+    constexpr int kFiles = 16 * 32 + 1;
+    const FileTimes given = {timespec{3, 0}, timespec{5, 0}};
+    for (int i = 0; i < kFiles; ++i) {
+        WriteFile(PathTo(std::to_string(i)), "");
+        ASSERT_EQ(KeepOwedDates(PlaceOf(PathTo(std::to_string(i))), given), noErr);
+    }
+    for (int i = 0; i < kFiles; ++i) {
+        const std::string path = PathTo(std::to_string(i));
+        const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        EXPECT_EQ(SetOwedDates(file.number(), PlaceOf(path).facts), noErr);
+        EXPECT_EQ(StatusOf(path).st_atim.tv_sec, 3) << i;
+        EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, 5) << i;
+    }
+}
+
 TEST_F(KeptDates, FileMadeWithoutADate_ChangesItsDateAsUsual) {
     WriteFile(PathTo("x"), "");
     Place made = PlaceOf(PathTo("x"));

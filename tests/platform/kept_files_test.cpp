@@ -3,6 +3,7 @@
 #include "platform/linux/kept_files.h"
 
 #include "metadata_support.h"
+#include "platform/linux/kept_dates.h"
 #include "platform/objects.h"
 #include "support/files.h"
 #include "support/users.h"
@@ -264,6 +265,20 @@ TEST_F(KeptFiles, GivenDatesOfAFileThatIsNotUsed_AreThereAtTheEnd) {
     Make("new", kDates, SomeDates());
     PlatformCloseKeptFiles();
     EXPECT_TRUE(HasSomeDates(folder_ / "new"));
+}
+
+// What is remembered of it has to make way for other files, or it would pile up.
+TEST_F(KeptFiles, GivenDatesOfAFileThatIsDeleted_AreForgottenInTime) {
+    const FSRef made = Make("new", kDates, SomeDates());
+    Place place = PlaceOf(folder_ / "new");
+    const struct statx facts = place.facts;
+    EXPECT_EQ(FSDeleteObject(&made), noErr);
+    PlatformCloseKeptFiles();
+    for (int i = 0; i < 4096; ++i) {
+        ++place.facts.stx_ino;
+        EXPECT_EQ(KeepContentDate(place), noErr);
+    }
+    EXPECT_FALSE(BeginHoldingDate(facts));
 }
 
 TEST_F(KeptFiles, AnotherDateSetBeforeWriting_LeavesTheAccessDate) {
