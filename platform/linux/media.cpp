@@ -24,6 +24,7 @@
 #include <mutex>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 static constexpr char kChanges[] = "/sys/kernel/uevent_seqnum";
 
@@ -174,7 +175,15 @@ struct Known {
 } // namespace
 
 static std::mutex knownLock;
-static Known known;
+static constinit Known* known = nullptr; // made when it is first needed
+
+// At unloading, or when the process ends. Threads that still run then find nothing and begin anew.
+[[gnu::destructor]] static void ForgetAll() {
+    const TerminationHold hold;
+    if (!knownLock.try_lock()) return; // one of them is at it, so the process is ending
+    delete std::exchange(known, nullptr);
+    knownLock.unlock();
+}
 
 // Around a fork the lock is held, so that the child finds the answers whole.
 static void LockKnown() {
@@ -200,15 +209,16 @@ static std::string CountChanges() {
 // Drops answers that a change may have made wrong. False when there is no telling, so that nothing may be
 // kept.
 static bool Refresh() {
+    if (!known) known = new Known;
     std::string changes = CountChanges();
-    if (changes.empty() || changes != known.changes) {
-        known.Forget();
-        known.changes = changes;
-        known.since = Clock::now();
-        known.isSettled = false;
-    } else if (!known.isSettled && Clock::now() - known.since > kSettlingTime) {
-        known.Forget();
-        known.isSettled = true;
+    if (changes.empty() || changes != known->changes) {
+        known->Forget();
+        known->changes = changes;
+        known->since = Clock::now();
+        known->isSettled = false;
+    } else if (!known->isSettled && Clock::now() - known->since > kSettlingTime) {
+        known->Forget();
+        known->isSettled = true;
     }
     return !changes.empty();
 }
@@ -216,17 +226,17 @@ static bool Refresh() {
 std::shared_ptr<const Media> FindMedia(const std::string& name) {
     HeldLock lock(knownLock);
     bool mayKeep = Refresh();
-    if (auto found = known.media.find(name); found != known.media.end()) return found->second;
+    if (auto found = known->media.find(name); found != known->media.end()) return found->second;
     auto media = LookUp(name);
-    if (mayKeep && media) known.media.emplace(name, media);
+    if (mayKeep && media) known->media.emplace(name, media);
     return media;
 }
 
 std::string DeviceName(dev_t device) {
     HeldLock lock(knownLock);
     bool mayKeep = Refresh();
-    if (auto found = known.names.find(device); found != known.names.end()) return found->second;
+    if (auto found = known->names.find(device); found != known->names.end()) return found->second;
     std::string name = LookUpName(device);
-    if (mayKeep && !name.empty()) known.names.emplace(device, name);
+    if (mayKeep && !name.empty()) known->names.emplace(device, name);
     return name;
 }

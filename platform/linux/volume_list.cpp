@@ -21,6 +21,7 @@
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 static constexpr char kMountInfo[] = "/proc/thread-self/mountinfo";
 static constexpr char kNamespace[] = "/proc/thread-self/ns/mnt";
@@ -218,7 +219,15 @@ struct Watch {
 } // namespace
 
 static std::mutex watchLock;
-static Watch watch;
+static constinit Watch* watch = nullptr; // made when it is first needed
+
+// At unloading, or when the process ends. Threads that still run then find nothing and make another.
+[[gnu::destructor]] static void EndWatch() {
+    const TerminationHold hold;
+    if (!watchLock.try_lock()) return; // one of them is at it, so the process is ending
+    delete std::exchange(watch, nullptr);
+    watchLock.unlock();
+}
 
 // Around a fork the lock is held, so that the child finds the table whole.
 static void LockWatch() {
@@ -253,15 +262,15 @@ static Viewpoint CurrentViewpoint() {
 
 // Asking takes the mark away. A file that cannot be watched counts as changed.
 static bool MountsChanged() {
-    pollfd asked{watch.file, POLLPRI, 0};
-    if (watch.file < 0) return true;
+    pollfd asked{watch->file, POLLPRI, 0};
+    if (watch->file < 0) return true;
     return Retry([&] { return poll(&asked, 1, 0); }) != 0;
 }
 
 static void WatchFrom(const Viewpoint& viewpoint) {
-    if (watch.file >= 0) Close(watch.file);
-    watch.file = Retry([] { return open(kMountInfo, O_RDONLY | O_CLOEXEC); });
-    watch.viewpoint = viewpoint;
+    if (watch->file >= 0) Close(watch->file);
+    watch->file = Retry([] { return open(kMountInfo, O_RDONLY | O_CLOEXEC); });
+    watch->viewpoint = viewpoint;
 }
 
 // Looks for the mark first, so that none stays behind.
@@ -272,16 +281,17 @@ static bool IsGood(const VolumeTable& table) {
 std::shared_ptr<const VolumeTable> CurrentVolumes() {
     const Viewpoint viewpoint = CurrentViewpoint();
     HeldLock lock(watchLock);
-    if (watch.viewpoint != viewpoint || watch.file < 0) {
-        watch.table = nullptr;
+    if (!watch) watch = new Watch;
+    if (watch->viewpoint != viewpoint || watch->file < 0) {
+        watch->table = nullptr;
         WatchFrom(viewpoint);
-    } else if (watch.table && IsGood(*watch.table)) {
-        return watch.table;
+    } else if (watch->table && IsGood(*watch->table)) {
+        return watch->table;
     }
     // The one before is out of date, whether or not the next can be read.
-    watch.table = nullptr;
-    watch.table = ReadTable();
-    return watch.table;
+    watch->table = nullptr;
+    watch->table = ReadTable();
+    return watch->table;
 }
 
 void DropVolume(const std::shared_ptr<const VolumeTable>& table, FSVolumeRefNum number) {
@@ -293,5 +303,5 @@ void DropVolume(const std::shared_ptr<const VolumeTable>& table, FSVolumeRefNum 
     shorter->volumes.erase(found);
     shorter->keptUntil = std::min(shorter->keptUntil, ASecondFromNow());
     HeldLock lock(watchLock);
-    if (watch.table == table) watch.table = std::move(shorter);
+    if (watch && watch->table == table) watch->table = std::move(shorter);
 }
