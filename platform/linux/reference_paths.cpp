@@ -2,6 +2,7 @@
 // The platform asks its catalog for the names above an object. Here they come from the folder table, and one
 // look at the path shows whether it leads to the object; when others have moved things about, the way up is
 // climbed on the disk.
+#include "platform/linux/attributes.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/reference_state.h"
@@ -54,22 +55,18 @@ OSErr WritePath(const Spot& spot, char* path, size_t size) {
 
 // Facts of what a path leads to that may be longer than the kernel takes at once.
 int FactsAtPath(const char* path, struct statx& facts) {
-    int folder = AT_FDCWD;
+    Descriptor folder(AT_FDCWD);
     std::string part;
     while (std::strlen(path) >= PATH_MAX) {
         const char* cut = path + PATH_MAX - 2;
         while (*cut != '/') --cut; // names are short enough for one to be there
         part.assign(path, cut);
-        int next =
-            OpenSparingly([&] { return OpenWithoutLinks(folder, part.c_str(), O_PATH | O_DIRECTORY); });
-        Close(folder);
-        if (next < 0) return -1;
-        folder = next;
+        folder.Reset(OpenSparingly(
+            [&] { return OpenWithoutLinks(folder.number(), part.c_str(), O_PATH | O_DIRECTORY); }));
+        if (!folder) return -1;
         path = cut + 1;
     }
-    int failed = FactsAt(folder, path, AT_SYMLINK_NOFOLLOW, facts);
-    Close(folder);
-    return failed;
+    return FactsAt(folder.number(), path, AT_SYMLINK_NOFOLLOW, facts);
 }
 
 OSErr WriteCheckedPath(const Identity& identity, const Spot& spot, char* path, size_t size) {
