@@ -29,12 +29,7 @@ bool References::IsExistKey1(const TavChar* path, iterator& place) const {
 
 void References::InsertKey2(OpacTavFSRef* object, const iterator& place) {
     recent_.Insert(place.recent_, object);
-    if (!IsUntidy()) return;
-    try {
-        settled_.Absorb(recent_);
-    } catch (const std::bad_alloc&) {
-        // The object is in all the same; the next insertion tries again.
-    }
+    if (IsUntidy()) TidyUp();
 }
 
 void References::Release(OpacTavFSRef* object) {
@@ -49,7 +44,16 @@ void References::Erase(const iterator& place) {
         recent_.Erase(place.recent_);
     } else {
         settled_.Empty(place.settled_);
-        if (IsUntidy()) settled_.Compact();
+        if (IsUntidy()) TidyUp();
+    }
+}
+
+// Both runs at once, since changes in either count: a recent one that stayed would make every next change tidy up.
+void References::TidyUp() {
+    try {
+        settled_.Absorb(recent_);
+    } catch (const std::bad_alloc&) {
+        // All elements are in all the same; the next change tries again.
     }
 }
 

@@ -52,6 +52,7 @@ public:
 private:
     void Erase(const iterator& place);
     bool IsUntidy() const;
+    void TidyUp();
 
     ReferenceRun settled_;
     ReferenceRun recent_;
