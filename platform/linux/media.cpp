@@ -12,6 +12,7 @@
 #include "platform/linux/media.h"
 
 #include "platform/linux/current_task.h"
+#include "platform/linux/lasting.h"
 #include "platform/linux/system_calls.h"
 #include "platform/process.h"
 
@@ -21,10 +22,8 @@
 #include <fcntl.h>
 #include <libudev.h>
 #include <map>
-#include <mutex>
 #include <string_view>
 #include <unistd.h>
-#include <utility>
 
 static constexpr char kChanges[] = "/sys/kernel/uevent_seqnum";
 
@@ -174,23 +173,18 @@ struct Known {
 
 } // namespace
 
-static std::mutex knownLock;
-static constinit Known* known = nullptr; // made when it is first needed
+static constinit Lasting<Known> known;
 
-// At unloading, or when the process ends. Threads that still run then find nothing and begin anew.
 [[gnu::destructor]] static void ForgetAll() {
-    const TerminationHold hold;
-    if (!knownLock.try_lock()) return; // one of them is at it, so the process is ending
-    delete std::exchange(known, nullptr);
-    knownLock.unlock();
+    known.End();
 }
 
 // Around a fork the lock is held, so that the child finds the answers whole.
 static void LockKnown() {
-    knownLock.lock();
+    known.lock.lock();
 }
 static void UnlockKnown() {
-    knownLock.unlock();
+    known.lock.unlock();
 }
 
 [[gnu::constructor(105)]] static void HandleForks() {
@@ -209,7 +203,6 @@ static std::string CountChanges() {
 // Drops answers that a change may have made wrong. False when there is no telling, so that nothing may be
 // kept.
 static bool Refresh() {
-    if (!known) known = new Known;
     std::string changes = CountChanges();
     if (changes.empty() || changes != known->changes) {
         known->Forget();
@@ -224,7 +217,7 @@ static bool Refresh() {
 }
 
 std::shared_ptr<const Media> FindMedia(const std::string& name) {
-    HeldLock lock(knownLock);
+    HeldLock lock(known.lock);
     bool mayKeep = Refresh();
     if (auto found = known->media.find(name); found != known->media.end()) return found->second;
     auto media = LookUp(name);
@@ -233,7 +226,7 @@ std::shared_ptr<const Media> FindMedia(const std::string& name) {
 }
 
 std::string DeviceName(dev_t device) {
-    HeldLock lock(knownLock);
+    HeldLock lock(known.lock);
     bool mayKeep = Refresh();
     if (auto found = known->names.find(device); found != known->names.end()) return found->second;
     std::string name = LookUpName(device);

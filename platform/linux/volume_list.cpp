@@ -10,6 +10,7 @@
 #include "platform/linux/current_task.h"
 #include "platform/linux/descriptor_cache.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/lasting.h"
 #include "platform/linux/system_calls.h"
 #include "platform/process.h"
 
@@ -21,7 +22,6 @@
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
-#include <utility>
 
 static constexpr char kMountInfo[] = "/proc/thread-self/mountinfo";
 static constexpr char kNamespace[] = "/proc/thread-self/ns/mnt";
@@ -218,23 +218,18 @@ struct Watch {
 
 } // namespace
 
-static std::mutex watchLock;
-static constinit Watch* watch = nullptr; // made when it is first needed
+static constinit Lasting<Watch> watch;
 
-// At unloading, or when the process ends. Threads that still run then find nothing and make another.
 [[gnu::destructor]] static void EndWatch() {
-    const TerminationHold hold;
-    if (!watchLock.try_lock()) return; // one of them is at it, so the process is ending
-    delete std::exchange(watch, nullptr);
-    watchLock.unlock();
+    watch.End();
 }
 
 // Around a fork the lock is held, so that the child finds the table whole.
 static void LockWatch() {
-    watchLock.lock();
+    watch.lock.lock();
 }
 static void UnlockWatch() {
-    watchLock.unlock();
+    watch.lock.unlock();
 }
 
 [[gnu::constructor(105)]] static void HandleForks() {
@@ -280,8 +275,7 @@ static bool IsGood(const VolumeTable& table) {
 
 std::shared_ptr<const VolumeTable> CurrentVolumes() {
     const Viewpoint viewpoint = CurrentViewpoint();
-    HeldLock lock(watchLock);
-    if (!watch) watch = new Watch;
+    HeldLock lock(watch.lock);
     if (watch->viewpoint != viewpoint || watch->file < 0) {
         watch->table = nullptr;
         WatchFrom(viewpoint);
@@ -302,6 +296,6 @@ void DropVolume(const std::shared_ptr<const VolumeTable>& table, FSVolumeRefNum 
     if (found - shorter->volumes.begin() < static_cast<ptrdiff_t>(shorter->listed)) --shorter->listed;
     shorter->volumes.erase(found);
     shorter->keptUntil = std::min(shorter->keptUntil, ASecondFromNow());
-    HeldLock lock(watchLock);
-    if (watch && watch->table == table) watch->table = std::move(shorter);
+    HeldLock lock(watch.lock);
+    if (watch->table == table) watch->table = std::move(shorter);
 }
