@@ -273,7 +273,6 @@ void Tree(benchmark::State& state, const Volume& volume, Who who) {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kFiles);
 }
 
-// The process's greatest size since the last time that it was told to forget it, in KiB.
 // How much a process grows by copying a tree. Each copy has a process of its own, in which a small tree was
 // copied before.
 void Memory(benchmark::State& state, const Volume& volume) {

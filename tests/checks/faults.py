@@ -12,7 +12,6 @@ from header import Header, export_list
 SCENARIOS = ["tests/*/*_faults.cpp", "tests/*/*_sweep.cpp", "tests/text_memory/*.cpp"]
 
 
-
 def main():
     tree = pathlib.Path(sys.argv[1])
     functions = set(Header(tree / "include/TavPort.h").functions) & set(export_list(tree / "include/TavPort.exports"))

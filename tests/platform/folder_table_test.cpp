@@ -52,7 +52,8 @@ TEST(FolderTable, SameIdentity_HasTheSameNumberAndTheLatestPlace) {
     EXPECT_EQ(table.size(), 2u);
 }
 
-// The second word of a name that has the hash of `first` and the word "collides", or "" where that is no name.
+// A name of two words of eight bytes whose first is given, and that has the hash of `other` and "collides"; "" where
+// that would be no name.
 static std::string WithHashOf(const std::string& other, const std::string& first) {
     const auto hashAfter = [](const std::string& word) {
         uint64_t bytes;
