@@ -253,7 +253,7 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
         {[&] { return TavFileMoveFileExt(file.get(), sub.get()); }, {{"d", "a folder"}, {"d/a", "old"}}},
         {[&] { return TavFileRenameExt(file.get(), u"b", &renamed); }, {{"b", "old"}, {"d", "a folder"}}},
     };
-    for (const auto& [call, after] : scenarios) {
+    for (const auto& each : scenarios) {
         int32_t result = 0;
         EXPECT_GE(faults::FailEachCall({.prepare =
                                             [&] {
@@ -263,10 +263,11 @@ TEST_F(FileHandleFaults, TheOthersSurviveEveryFailure) {
                                                 WriteFile(folder / "a", "old");
                                                 std::filesystem::create_directory(folder / "d");
                                             },
-                                        .scenario = [&] { result = call(); },
+                                        .scenario = [&] { result = each.call(); },
                                         .check =
                                             [&](const std::string& failed) {
-                                                EXPECT_EQ(Tree(), result == 1 ? after : before) << failed;
+                                                EXPECT_EQ(Tree(), result == 1 ? each.after : before)
+                                                    << failed;
                                                 if (failed.empty()) {
                                                     EXPECT_EQ(result, 1);
                                                 }
