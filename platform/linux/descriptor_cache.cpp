@@ -4,8 +4,8 @@
 // opened them. Sections: handles, mount views, cache.
 #include "platform/linux/descriptor_cache.h"
 
+#include "platform/linux/current_task.h"
 #include "platform/linux/identity.h"
-#include "platform/linux/one_thread.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
@@ -13,21 +13,8 @@
 #include <fcntl.h>
 #include <iterator>
 #include <new>
-#include <utility>
 
-FolderHandle::FolderHandle(const FolderHandle& other) : shared_(other.shared_) {
-    if (shared_) AddTo(shared_->holders, 1u, std::memory_order_relaxed);
-}
-
-FolderHandle::FolderHandle(FolderHandle&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
-
-FolderHandle& FolderHandle::operator=(FolderHandle other) noexcept {
-    std::swap(shared_, other.shared_);
-    return *this;
-}
-
-FolderHandle::~FolderHandle() {
-    if (!shared_ || AddTo(shared_->holders, -1u, std::memory_order_acq_rel) != 1) return;
+void FolderHandle::End() {
     Close(shared_->descriptor);
     delete shared_;
 }
@@ -42,14 +29,18 @@ FolderHandle FolderHandle::Of(int descriptor) {
     return handle;
 }
 
-int FolderHandle::descriptor() const {
-    return shared_ ? shared_->descriptor : -1;
+static uint64_t Read(clockid_t clock) {
+    timespec now;
+    clock_gettime(clock, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
 uint64_t MonotonicNow() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+    return Read(CLOCK_MONOTONIC);
+}
+
+uint64_t MonotonicTick() {
+    return Read(CLOCK_MONOTONIC_COARSE);
 }
 
 namespace {
@@ -59,10 +50,10 @@ struct MountLook {
 };
 } // namespace
 
-static constinit thread_local MountLook lastLook = {};
+static constinit thread_local MountLook lastLook TAVPORT_NEAR_TLS = {};
 
 bool IsMountViewRecent(uint64_t now) {
-    constexpr uint64_t kTrusted = 50000; // changing the view takes longer than this
+    constexpr uint64_t kTrusted = 50000; // changing mounts takes longer
     return lastLook.when && now - lastLook.when < kTrusted;
 }
 
@@ -73,6 +64,10 @@ MountView CurrentMountView(uint64_t now) {
         lastLook.view = static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
     lastLook.when = now;
     return lastLook.view;
+}
+
+void ForgetMountView() {
+    lastLook.when = 0;
 }
 
 MountView LastMountView() {

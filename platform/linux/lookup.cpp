@@ -51,7 +51,10 @@ Parts Split(const char* path, size_t length) {
 
 // ---- Folders by path ----
 
-constexpr uint64_t kTrusted = 50000; // nanoseconds for which a path is taken to lead where it led
+// Nanoseconds for which a path is taken to lead where it led: by itself, and when an object has just been seen at it
+// whose identity tells later whether that was so.
+constexpr uint64_t kTrusted = 50000;
+constexpr uint64_t kTrustedWithObject = 1000000;
 
 // The entry still says where the folder is.
 bool Holds(const FolderPaths::Entry& entry, const FolderRecord* record) {
@@ -64,6 +67,20 @@ bool Recall(MountView view, const char* path, size_t length, uint64_t now, Folde
     const FolderPaths::Entry* entry = state->paths.Find(view, path, length);
     if (!entry || now - entry->checked > kTrusted || !Holds(*entry, state->folders.Find(entry->id)))
         return false;
+    id = entry->id;
+    return true;
+}
+
+// The same for the folder's path when it has just led to an object.
+bool Recall(const char* path, size_t length, const struct statx& object, FolderID& id) {
+    const uint64_t now = MonotonicNow();
+    StateLock state;
+    const FolderPaths::Entry* entry = state->paths.Find(LastMountView(), path, length);
+    if (!entry || now - entry->checked > kTrustedWithObject) return false;
+    const FolderRecord* record = state->folders.Find(entry->id);
+    if (!record || !record->byNumber || record->mount != MountOf(object) || !Holds(*entry, record))
+        return false;
+    MountViewHolds(now);
     id = entry->id;
     return true;
 }
@@ -120,6 +137,7 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
         MountViewHolds(now);
         return noErr;
     }
+    ForgetMountView();
     const MountView view = CurrentMountView(now);
     if (Confirm(view, path, length, now, target, id)) return noErr;
     OSErr result = EnterByPath(text, facts, id);
@@ -129,12 +147,12 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
 
 std::vector<FolderID> FoldersInPlaceOf(FolderID id) {
     constexpr size_t kMostPaths = 8;
-    MountView view = CurrentMountView(MonotonicNow());
+    ForgetMountView();
     std::vector<std::string> paths;
     {
         StateLock state;
         size_t position = 0;
-        while (const FolderPaths::Entry* entry = state->paths.Next(view, id, position)) {
+        while (const FolderPaths::Entry* entry = state->paths.Next(id, position)) {
             paths.push_back(entry->path);
             if (paths.size() == kMostPaths) break;
         }
@@ -325,7 +343,7 @@ bool Exists(const Request& request) {
     return true;
 }
 
-OSErr RefByPath(const Request& request) {
+[[gnu::always_inline]] inline OSErr RefByPath(const Request& request) {
     const bool mayExist = !request.ref && !request.mayDangle;
     if (mayExist && Exists(request)) return noErr;
     const bool isMissing = mayExist && LastErrorNumber() == ENOENT;
@@ -334,22 +352,27 @@ OSErr RefByPath(const Request& request) {
     // A link that leads nowhere is missing, too: the name is found, but not what it stands for.
     if (isMissing) return RefByCaselessName(request, parts);
     struct statx facts;
-    char path[PATH_MAX];
-    size_t length = static_cast<size_t>(parts.name - request.path) + parts.nameLength;
-    std::memcpy(path, request.path, length);
-    path[length] = 0;
+    const char* path = request.path;
+    char withoutSlash[PATH_MAX];
+    if (parts.slashAfter) {
+        const size_t nameAt = static_cast<size_t>(parts.name - request.path);
+        std::memcpy(withoutSlash, request.path, nameAt + parts.nameLength);
+        withoutSlash[nameAt + parts.nameLength] = 0;
+        path = withoutSlash;
+        parts.name = withoutSlash + nameAt;
+    }
     if (FactsAt(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, facts) < 0) {
         OSErr result = LastError();
         return result == fnfErr ? RefByCaselessName(request, parts) : result;
     }
-    const char* name = path + (parts.name - request.path);
-    parts.name = name;
     if (S_ISLNK(facts.stx_mode))
         return parts.slashAfter ? RefByWalking(request) : RefOfLink(request, parts, path, facts);
     if (parts.slashAfter && !S_ISDIR(facts.stx_mode)) return errFSNotAFolder;
     FolderID folder = kNoFolder;
-    OSErr result = request.ref ? FolderAtPath(path, parts.folderLength, folder) : noErr;
-    return result != noErr ? result : Answer(request, folder, name, facts, S_ISDIR(facts.stx_mode));
+    OSErr result = noErr;
+    if (request.ref && !Recall(path, parts.folderLength, facts, folder))
+        result = FolderAtPath(path, parts.folderLength, folder);
+    return result != noErr ? result : Answer(request, folder, parts.name, facts, S_ISDIR(facts.stx_mode));
 }
 
 } // namespace

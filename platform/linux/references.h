@@ -7,10 +7,12 @@
 #pragma once
 
 #include "platform/linux/identity.h"
+#include "platform/linux/one_thread.h"
 #include "platform/linux/system_calls.h"
 #include "platform/types.h"
 
 #include <sys/stat.h>
+#include <utility>
 
 // A number of the folder table: 2 is "/", whose parent is 1. 0 is none.
 using FolderID = uint32_t;
@@ -23,19 +25,31 @@ constexpr FolderID kRootFolder = 2;
 class FolderHandle {
 public:
     FolderHandle() = default;
-    FolderHandle(const FolderHandle& other);
-    FolderHandle(FolderHandle&& other) noexcept;
-    FolderHandle& operator=(FolderHandle other) noexcept;
-    ~FolderHandle();
+    FolderHandle(const FolderHandle& other) : shared_(other.shared_) {
+        if (shared_) AddTo(shared_->holders, 1u, std::memory_order_relaxed);
+    }
+    FolderHandle(FolderHandle&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
+    FolderHandle& operator=(FolderHandle other) noexcept {
+        std::swap(shared_, other.shared_);
+        return *this;
+    }
+    ~FolderHandle() {
+        if (shared_ && AddTo(shared_->holders, -1u, std::memory_order_acq_rel) == 1) End();
+    }
 
     // Takes the descriptor over. Throws std::bad_alloc, having closed it.
     static FolderHandle Of(int descriptor);
 
-    int descriptor() const; // -1 when empty
+    int descriptor() const { return shared_ ? shared_->descriptor : -1; } // -1 when empty
 
 private:
     friend class DescriptorCache;
-    struct Shared;
+    struct Shared {
+        std::atomic<uint32_t> holders;
+        int descriptor;
+    };
+    void End();
+
     Shared* shared_ = nullptr;
 };
 

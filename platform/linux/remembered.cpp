@@ -108,11 +108,11 @@ void FolderPaths::Remember(Entry entry) {
     slot = std::move(entry);
 }
 
-const FolderPaths::Entry* FolderPaths::Next(MountView view, FolderID id, size_t& position) const {
+const FolderPaths::Entry* FolderPaths::Next(FolderID id, size_t& position) const {
     if (!slots_) return nullptr;
     while (position < kSlots) {
         const Entry& entry = slots_[position++];
-        if (entry.id == id && entry.view == view) return &entry;
+        if (entry.id == id) return &entry;
     }
     return nullptr;
 }

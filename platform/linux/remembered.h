@@ -89,8 +89,8 @@ public:
     Entry* Find(MountView view, const char* path, size_t length);
     void Remember(Entry entry);
 
-    // The next entry that leads to `id`, from `position` on; null after the last one.
-    const Entry* Next(MountView view, FolderID id, size_t& position) const;
+    // The next entry that leads to `id` in whatever view, from `position` on; null after the last one.
+    const Entry* Next(FolderID id, size_t& position) const;
     void Clear() { slots_.reset(); }
 
 private:

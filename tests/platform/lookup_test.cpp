@@ -9,7 +9,9 @@
 
 #include <chrono>
 #include <cstring>
+#include <sched.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -359,6 +361,28 @@ TEST(CaselessNames, Answers_AreOfTheSameChangeTimeOnly) {
     EXPECT_EQ(actual, "Name");
     EXPECT_EQ(names.Find(7, {100, 6}, name, actual), CaselessNames::Answer::kUnknown);
     EXPECT_EQ(names.bytes(), 0u);
+}
+
+// ---- Another root
+
+// The path is walked in the new root, its folder remembered from the old one.
+TEST_F(Lookup, RightAfterTheRootChanged_PathsLeadToTheNewRootsObjects) {
+    const std::string file = folder / "x/file", root = folder / "root", inside = root + file;
+    fs::create_directory(folder / "x");
+    fs::create_directories(fs::path(inside).parent_path());
+    WriteFile(file, "old");
+    WriteFile(inside, "new");
+    struct stat facts;
+    ASSERT_EQ(stat(inside.c_str(), &facts), 0);
+    std::thread([&] {
+        if (unshare(CLONE_FS) != 0) return;      // from here on the thread's root is its own
+        for (int i = 0; i < 3; ++i) RefTo(file); // the last one remembers all that it needs
+        if (chroot(root.c_str()) != 0) GTEST_SKIP() << "changing the root needs a privilege";
+        const FSRef after = RefTo(file);
+        Place place;
+        ASSERT_EQ(Locate(after, place), noErr);
+        EXPECT_EQ(place.facts.stx_ino, facts.st_ino);
+    }).join();
 }
 
 } // namespace
