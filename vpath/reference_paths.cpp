@@ -1,7 +1,10 @@
 #include "platform/references.h"
+#include "text/utf_sequences.h"
 #include "vpath/expressions.h"
 #include "vpath/key_paths.h"
 #include "vpath/reference_cache.h"
+#include "vpath/references.h"
+#include "vpath/segments.h"
 #include "vpath/translation_keys.h"
 
 #include <algorithm>
@@ -43,14 +46,13 @@ void CopyName(const LastComponent& last, TavChar* buf, uint32_t units) {
 
 // Whether there is an object at r's path; `out`, unless null, receives the platform's reference to it.
 bool FindObject(const OpacTavFSRef* r, uint32_t options, FSRef* out) {
-    TavChar path[kPathUnits];
-    if (!ReadPath(r, path)) return false;
-    char* utf8 = Tav0UTF8FromUTF16(path);
-    if (!utf8) return false;
-    const OSStatus result =
-        FSPathMakeRefWithOptions(reinterpret_cast<const uint8_t*>(utf8), options, out, nullptr);
-    Tav0UTFRelease(utf8);
-    return result == noErr;
+    const uint32_t units = r ? SegLen(r->Path()) : kPathUnits;
+    if (units >= kPathUnits) return false;
+    uint8_t path[3 * kPathUnits];
+    const ptrdiff_t bytes = utf::Encode(r->Path(), units, path, utf::BestWay());
+    if (bytes < 0) return false;
+    path[bytes] = 0;
+    return FSPathMakeRefWithOptions(path, options, out, nullptr) == noErr;
 }
 
 } // namespace

@@ -172,7 +172,7 @@ static bool AskForTraits(FolderID folder, const char* name, DeviceTraits& traits
 DeviceTraits TraitsOf(FolderID folder, const char* name, const struct statx& facts) {
     // Nothing else tells a volume from one that had its numbers before and was unmounted.
     constexpr uint64_t kBelieved = 1'000'000'000;
-    const uint64_t now = MonotonicNow(), oldest = now > kBelieved ? now - kBelieved : 0;
+    const uint64_t now = MonotonicTick(), oldest = now > kBelieved ? now - kBelieved : 0;
     const uint32_t device = DeviceOf(facts), mount = MountOf(facts);
     DeviceTraits traits = {true, true, false}; // as most are
     if (StateLock()->devices.Find(device, mount, oldest, traits)) return traits;

@@ -67,14 +67,15 @@ template <typename Move>
 static OSErr MoveAll(Move move, ByteCount size, ByteCount& moved) {
     for (moved = 0; moved < size;) {
         const ssize_t count = Retry([&] { return move(moved, size - moved); });
-        if (count < 0) return LastError();
+        if (count < 0) [[unlikely]]
+            return LastError();
         if (count == 0) return eofErr;
         moved += static_cast<ByteCount>(count);
     }
     return noErr;
 }
 
-static OSErr ReadResource(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCount& moved) {
+[[gnu::cold]] static OSErr ReadResource(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCount& moved) {
     const auto mark = static_cast<uint64_t>(fork.mark.load());
     if (mark + size > fork.length) {
         const OSErr result = ReadLength(fork);
@@ -92,7 +93,7 @@ static OSErr ReadResource(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteC
     return result == noErr && available < size ? eofErr : result;
 }
 
-static OSErr ReadText(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCount& moved) {
+[[gnu::cold]] static OSErr ReadText(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCount& moved) {
     const auto mark = static_cast<uint64_t>(fork.mark.load());
     const uint64_t left = fork.length > mark ? fork.length - mark : 0;
     moved = static_cast<ByteCount>(std::min<uint64_t>(size, left));
@@ -110,7 +111,8 @@ static OSErr ReadAtMark(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCou
                                             : ReadText(fork, buffer, size, moved);
 }
 
-static OSErr WriteResource(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
+[[gnu::cold]] static OSErr WriteResource(OpenFork& fork, const uint8_t* buffer, ByteCount size,
+                                         ByteCount& moved) {
     const auto mark = static_cast<uint64_t>(fork.mark.load());
     if (!FitsInSidecar(fork, mark + size)) return ioErr;
     OSErr result = MoveAll(
@@ -186,8 +188,7 @@ static OSErr Resolve(OpenFork& fork, uint16_t mode, int64_t offset, int64_t& pos
     return __builtin_add_overflow(base, offset, &position) || position < 0 ? posErr : noErr;
 }
 
-static OSErr SetMark(OpenFork& fork, uint16_t mode, int64_t offset) {
-    if ((mode & kPositionMask) == fsAtMark) return noErr;
+static OSErr MoveMark(OpenFork& fork, uint16_t mode, int64_t offset) {
     if (fork.kind == ForkKind::kData) {
         constexpr int kWhence[] = {SEEK_CUR, SEEK_SET, SEEK_END, SEEK_CUR};
         if (lseek(fork.descriptor, offset, kWhence[mode & kPositionMask]) >= 0) return noErr;
@@ -199,15 +200,22 @@ static OSErr SetMark(OpenFork& fork, uint16_t mode, int64_t offset) {
     return result;
 }
 
+static OSErr SetMark(OpenFork& fork, uint16_t mode, int64_t offset) {
+    return (mode & kPositionMask) == fsAtMark ? OSErr{noErr} : MoveMark(fork, mode, offset);
+}
+
 OSErr FSReadFork(FSForkRefNum forkRefNum, uint16_t positionMode, int64_t positionOffset,
                  ByteCount requestCount, void* buffer, ByteCount* actualCount) {
     ByteCount unwanted;
     ByteCount& moved = actualCount ? *actualCount : unwanted;
     moved = 0;
     const HeldFork fork(forkRefNum);
-    if (!fork) return rfNumErr;
-    if (!fork->canRead) return permErr;
-    if (!buffer && requestCount) return paramErr;
+    if (!fork) [[unlikely]]
+        return rfNumErr;
+    if (!fork->canRead) [[unlikely]]
+        return permErr;
+    if (!buffer && requestCount) [[unlikely]]
+        return paramErr;
     const OSErr result = SetMark(*fork, positionMode, positionOffset);
     return result == noErr ? ReadAtMark(*fork, static_cast<uint8_t*>(buffer), requestCount, moved) : result;
 }

@@ -35,7 +35,7 @@ OpenFork::~OpenFork() {
 // ---- Forks by object
 
 static constinit OpenFork* byObject[256] = {};
-static constinit std::atomic<uint32_t> openForks = 0;
+static constinit std::atomic<uint32_t> openForks = 0; // changed under the lock, read without
 
 static OpenFork*& ChainOf(const ObjectKey& key) {
     return byObject[((key.inode + key.device) * 0x9E3779B97F4A7C15u) >> 56];
@@ -45,14 +45,14 @@ static void Enlist(OpenFork& fork) {
     OpenFork*& chain = ChainOf(fork.key);
     fork.next = chain;
     chain = &fork;
-    openForks.fetch_add(1, std::memory_order_relaxed);
+    openForks.store(openForks.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
 static void Delist(OpenFork& fork) {
     OpenFork** link = &ChainOf(fork.key);
     while (*link != &fork) link = &(*link)->next;
     *link = fork.next;
-    openForks.fetch_sub(1, std::memory_order_relaxed);
+    openForks.store(openForks.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
 }
 
 bool AnyForkIsOpen() {
@@ -112,15 +112,16 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
     if (!number) return 0;
     Enlist(*fork);
     forkSlots[number].fork.store(fork.release(), std::memory_order_relaxed);
-    forkSlots[number].state.fetch_or(kForkOpen, std::memory_order_release);
+    AddTo(forkSlots[number].state, kForkOpen, std::memory_order_release);
     return static_cast<FSForkRefNum>(number);
 }
 
 // ---- Holding
 
 // Ends the fork of a closed slot and frees its number.
-static OSErr Finish(uint16_t number) {
-    const std::unique_ptr<OpenFork> fork(forkSlots[number].fork.exchange(nullptr, std::memory_order_relaxed));
+[[gnu::always_inline]] static inline OSErr Finish(uint16_t number) {
+    const std::unique_ptr<OpenFork> fork(forkSlots[number].fork.load(std::memory_order_relaxed));
+    forkSlots[number].fork.store(nullptr, std::memory_order_relaxed);
     const OSErr result = FinishFork(*fork);
     HeldLock guard(tableLock);
     Delist(*fork);
@@ -140,10 +141,10 @@ OSErr CloseFork(FSForkRefNum number) {
     if (number <= 0) return rfNumErr;
     const TerminationHold hold;
     std::atomic<uint32_t>& state = forkSlots[number].state;
-    uint32_t old = state.load(std::memory_order_relaxed);
+    uint32_t old = state.load(std::memory_order_relaxed), closed;
     do {
         if (!(old & kForkOpen)) return rfNumErr;
-    } while (
-        !state.compare_exchange_weak(old, old - kForkOpen + kForkClosing + 1, std::memory_order_acq_rel));
-    return LetGoOfFork(static_cast<uint16_t>(number));
+        closed = old == kForkOpen ? 0 : old - kForkOpen + kForkClosing;
+    } while (!state.compare_exchange_weak(old, closed, std::memory_order_acq_rel));
+    return closed ? OSErr{noErr} : Finish(static_cast<uint16_t>(number));
 }

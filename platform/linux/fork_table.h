@@ -74,17 +74,19 @@ OSErr EndClosedFork(uint16_t number);
 // One holder less.
 inline OSErr LetGoOfFork(uint16_t number) {
     const uint32_t before = AddTo(forkSlots[number].state, -1u, std::memory_order_acq_rel);
-    return before - 1 == kForkClosing ? EndClosedFork(number) : OSErr{noErr};
+    if (before - 1 == kForkClosing) [[unlikely]]
+        return EndClosedFork(number);
+    return noErr;
 }
 
 // Holds an open fork, so that its descriptor cannot be closed and given to something else meanwhile. In place,
 // because every read and write begins and ends with it.
 class HeldFork {
 public:
-    explicit HeldFork(FSForkRefNum number) : number_(static_cast<uint16_t>(number)) {
+    [[gnu::always_inline]] explicit HeldFork(FSForkRefNum number) : number_(static_cast<uint16_t>(number)) {
         if (number <= 0) return;
         const uint32_t before = AddTo(forkSlots[number_].state, 1u, std::memory_order_acquire);
-        if (before & kForkOpen) {
+        if (before & kForkOpen) [[likely]] {
             fork_ = forkSlots[number_].fork.load(std::memory_order_relaxed);
         } else {
             LetGoOfFork(number_);

@@ -35,7 +35,7 @@ constexpr uint16_t kResourceForkNameLength = std::size(kResourceForkName) - 1;
 
 OSErr FSGetDataForkName(HFSUniStr255* dataForkName) {
     if (!dataForkName) return paramErr;
-    *dataForkName = {};
+    dataForkName->length = 0;
     return noErr;
 }
 
@@ -155,8 +155,8 @@ static OSErr OpenError() {
 
 // Opens the file at `place`; `isObject` says whether facts are those of the object that is wanted.
 template <typename IsWanted>
-static OSErr OpenData(const Place& place, const Wish& wish, IsWanted isWanted,
-                      std::unique_ptr<OpenFork>& fork) {
+[[gnu::always_inline]] static inline OSErr OpenData(const Place& place, const Wish& wish, IsWanted isWanted,
+                                                    std::unique_ptr<OpenFork>& fork) {
     Descriptor file(OpenName(place.folder.descriptor(), place.name, wish.flags() | O_NONBLOCK | O_NOCTTY));
     if (!file) return OpenError();
     struct statx facts;
@@ -173,7 +173,7 @@ static OSErr OpenData(const Place& place, const Wish& wish, IsWanted isWanted,
 
 // Opens with what the current permission leaves when writing is refused.
 template <typename Open>
-static OSErr OpenAsWished(const Wish& wish, Open open) {
+[[gnu::always_inline]] static inline OSErr OpenAsWished(const Wish& wish, Open open) {
     const OSErr result = open(wish);
     return wish.isCurrent && MayStillRead(result) ? open(kReading) : result;
 }
@@ -191,7 +191,8 @@ static OSErr OpenKept(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFo
 }
 
 // Tries where the object was last seen, which saves a look at it.
-static OSErr OpenDataByGuess(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFork>& fork) {
+[[gnu::always_inline]] static inline OSErr OpenDataByGuess(const FSRef& ref, const Wish& wish,
+                                                           std::unique_ptr<OpenFork>& fork) {
     Place place;
     Identity identity;
     const OSErr result = Guess(ref, place, identity);
@@ -259,8 +260,8 @@ static OSErr OpenAt(const Place& place, ForkKind kind, const Wish& wish, std::un
 
 // ---- Opening and closing
 
-static OSErr OpenByReference(const FSRef& ref, ForkKind kind, const Wish& wish,
-                             std::unique_ptr<OpenFork>& fork) {
+[[gnu::always_inline]] static inline OSErr OpenByReference(const FSRef& ref, ForkKind kind, const Wish& wish,
+                                                           std::unique_ptr<OpenFork>& fork) {
     if (kind == ForkKind::kData) {
         // Any other failure may be another object's that has taken the name.
         OSErr result = OpenKept(ref, wish, fork);

@@ -35,47 +35,23 @@ DeviceTraits TraitsOfFileSystem(unsigned long long magic) {
     }
 }
 
-uint32_t DeviceOf(const struct statx& facts) {
-    return facts.stx_dev_major << 20 | facts.stx_dev_minor;
-}
-
-uint32_t MountOf(const struct statx& facts) {
-    return facts.stx_mask & STATX_MNT_ID ? static_cast<uint32_t>(facts.stx_mnt_id) : DeviceOf(facts);
-}
-
-static uint64_t BirthOf(const struct statx& facts) {
-    if (!(facts.stx_mask & STATX_BTIME)) return 0;
-    return static_cast<uint64_t>(facts.stx_btime.tv_sec) * 1000000000u + facts.stx_btime.tv_nsec;
-}
-
-Identity IdentityOf(const struct statx& facts, const DeviceTraits& traits) {
-    Identity identity;
-    identity.device = DeviceOf(facts);
-    identity.type = static_cast<uint16_t>(facts.stx_mode & S_IFMT);
-    identity.byNumber = traits.stableInodes;
-    if (traits.stableInodes) identity.inode = facts.stx_ino;
-    if (traits.stableInodes && traits.stableBirths) identity.birth = BirthOf(facts);
-    return identity;
-}
-
-bool Matches(const Identity& identity, const struct statx& facts) {
-    if (identity.device != DeviceOf(facts) || identity.type != (facts.stx_mode & S_IFMT)) return false;
-    if (!identity.byNumber) return true;
-    if (identity.inode != facts.stx_ino) return false;
-    uint64_t birth = BirthOf(facts);
-    return identity.birth == 0 || birth == 0 || identity.birth == birth;
-}
-
 uint64_t HashName(const char* name, size_t length) {
     uint64_t hash = length;
-    while (length > 0) { // eight bytes at a time
-        uint64_t word = 0;
-        size_t step = length < sizeof word ? length : sizeof word;
-        std::memcpy(&word, name, step);
+    auto add = [&hash](uint64_t word) {
         hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
         hash ^= hash >> 32;
-        name += step;
-        length -= step;
+    };
+    uint64_t word = 0;
+    if (length < sizeof word) {
+        for (size_t i = 0; i < length; ++i) word = word << 8 | static_cast<uint8_t>(name[i]);
+        add(word);
+        return hash;
     }
+    for (size_t at = 0; at + sizeof word < length; at += sizeof word) {
+        std::memcpy(&word, name + at, sizeof word);
+        add(word);
+    }
+    std::memcpy(&word, name + length - sizeof word, sizeof word); // again a part of the one before
+    add(word);
     return hash;
 }

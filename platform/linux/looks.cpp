@@ -5,6 +5,7 @@
 #include "platform/linux/looks.h"
 
 #include "platform/catalog.h"
+#include "platform/linux/current_task.h"
 #include "platform/linux/folders.h"
 
 #include <cstring>
@@ -19,25 +20,25 @@ struct Look {
 };
 
 struct Looks {
-    bool areKept;
     unsigned next;
     Look of[2];
 };
 } // namespace
 
 static constinit thread_local Looks looks{};
+static constinit thread_local bool areKept TAVPORT_NEAR_TLS = false; // asked by each question
 
 void PlatformBeginQuestions() {
-    looks.areKept = true;
+    areKept = true;
     for (Look& look : looks.of) look.isSet = false;
 }
 
 void PlatformEndQuestions() {
-    looks.areKept = false;
+    areKept = false;
 }
 
 void NoteLook(const FSRef& ref, FolderID folderID, const char* name, const struct statx& facts) {
-    if (!looks.areKept || S_ISLNK(facts.stx_mode) || folderID == kRootParent) return;
+    if (!areKept || S_ISLNK(facts.stx_mode) || folderID == kRootParent) return;
     Look& look = looks.of[looks.next++ % std::size(looks.of)];
     look.isSet = true;
     look.ref = ref;
@@ -47,7 +48,7 @@ void NoteLook(const FSRef& ref, FolderID folderID, const char* name, const struc
 }
 
 static bool Recall(const FSRef& ref, Place& place) {
-    if (!looks.areKept) return false;
+    if (!areKept) return false;
     for (const Look& look : looks.of) {
         if (!look.isSet || std::memcmp(&look.ref, &ref, sizeof(ref)) != 0) continue;
         if (OpenFolder(look.folderID, place.folder) != noErr) return false;

@@ -10,25 +10,19 @@
 
 namespace {
 
-struct Holder {
-    std::mutex lock;
-    union {
-        ReferenceState state;
-    };
+union Holder {
+    ReferenceState state;
     Holder() { new (&state) ReferenceState(); }
     ~Holder() {}
 };
 
-Holder& TheHolder() {
-    static Holder holder;
-    return holder;
-}
+constinit std::mutex stateLock;
 
 void LockState() {
-    TheHolder().lock.lock();
+    stateLock.lock();
 }
 void UnlockState() {
-    TheHolder().lock.unlock();
+    stateLock.unlock();
 }
 
 // After the handlers of the locks that are taken under this one, before those of the logic.
@@ -54,15 +48,12 @@ void Devices::Remember(uint32_t device, uint32_t mount, uint64_t now, const Devi
 }
 
 StateLock::StateLock() {
-    HoldTermination();
-    TheHolder().lock.lock();
+    LockState();
+    static Holder holder;
+    state_ = &holder.state;
 }
 StateLock::~StateLock() {
-    TheHolder().lock.unlock();
-    ReleaseTermination();
-}
-ReferenceState* StateLock::operator->() const {
-    return &TheHolder().state;
+    UnlockState();
 }
 
 void ForgetReferences() {

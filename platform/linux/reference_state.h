@@ -60,10 +60,11 @@ public:
     ~StateLock();
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
-    ReferenceState* operator->() const;
+    ReferenceState* operator->() const { return state_; }
 
 private:
     TerminationHold hold_;
+    ReferenceState* state_;
 };
 
 // Forgets everything and closes every descriptor that nobody holds. Unloading does this.

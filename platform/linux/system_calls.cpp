@@ -62,7 +62,7 @@ static bool MountOfOpened(int folder, const char* path, int flags, int& mount) {
 
 // Kernels before 5.8 do not tell the mount with the facts; an emulator hands on that there is an id, but not
 // the id. Where nothing else tells it either, the device has to do.
-static void CompleteMount(int folder, const char* path, int flags, struct statx& facts) {
+void CompleteMount(int folder, const char* path, int flags, struct statx& facts) {
     int mount = 0;
     if (MountOfHandle(folder, path, flags, mount) || MountOfOpened(folder, path, flags, mount)) {
         facts.stx_mask |= STATX_MNT_ID;
@@ -70,17 +70,6 @@ static void CompleteMount(int folder, const char* path, int flags, struct statx&
     } else {
         facts.stx_mask &= ~static_cast<unsigned>(STATX_MNT_ID);
     }
-}
-
-int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask) {
-    int result = Retry([&] { return statx(folder, path, flags, mask, &facts); });
-    if (result != 0 || !(mask & STATX_MNT_ID)) return result;
-    if (!(facts.stx_mask & STATX_MNT_ID) || facts.stx_mnt_id == 0) CompleteMount(folder, path, flags, facts);
-    return 0;
-}
-
-int OpenName(int folder, const char* name, int flags, unsigned mode) {
-    return Retry([&] { return openat(folder, name, flags | O_NOFOLLOW | O_CLOEXEC, mode); });
 }
 
 void Close(int descriptor) {

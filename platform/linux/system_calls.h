@@ -11,30 +11,43 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
-// Repeats a call until no signal interrupts it.
+// Repeats a call until no signal interrupts it. In place, like the calls below that every operation makes: the way back
+// to a caller is what a processor guesses wrong after the kernel has run.
 template <typename Call>
-auto Retry(Call call) {
+[[gnu::always_inline]] inline auto Retry(Call call) {
     for (;;) {
         auto result = call();
-        if (result >= 0 || LastErrorNumber() != EINTR) return result;
+        if (result >= 0 || LastErrorNumber() != EINTR) [[likely]]
+            return result;
     }
 }
 
 // The facts that a place has.
 constexpr unsigned kFactsMask = STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID;
 
+// Fills in the mount that a kernel before 5.8 leaves out of the facts.
+void CompleteMount(int folder, const char* path, int flags, struct statx& facts);
+
 // statx of one name or path; `flags` as the system has them (AT_SYMLINK_NOFOLLOW, AT_EMPTY_PATH …).
-int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask = kFactsMask);
+inline int FactsAt(int folder, const char* path, int flags, struct statx& facts, unsigned mask = kFactsMask) {
+    int result = Retry([&] { return statx(folder, path, flags, mask, &facts); });
+    if (result != 0 || !(mask & STATX_MNT_ID)) return result;
+    if (!(facts.stx_mask & STATX_MNT_ID) || facts.stx_mnt_id == 0) CompleteMount(folder, path, flags, facts);
+    return 0;
+}
 
 // Opens a path of names below `folder` without following any link, at the end neither. Falls back to steps of
 // one name where openat2 is missing or denied. O_CLOEXEC is added.
 int OpenWithoutLinks(int folder, const char* path, int flags);
 
 // Opens one name without following it when it is a link. O_CLOEXEC is added.
-int OpenName(int folder, const char* name, int flags, unsigned mode = 0);
+inline int OpenName(int folder, const char* name, int flags, unsigned mode = 0) {
+    return Retry([&] { return openat(folder, name, flags | O_NOFOLLOW | O_CLOEXEC, mode); });
+}
 
 // Closes, keeping the number of the last error; never repeated, since an interrupted close has closed.
 void Close(int descriptor);

@@ -6,7 +6,7 @@
 
 // Runs the operation, once more with those that are only held for speed given back if there were none left.
 template <typename Operation>
-OSErr WithDescriptors(Operation operation) {
+[[gnu::always_inline]] inline OSErr WithDescriptors(Operation operation) {
     const OSErr result = operation();
     return result == tmfoErr && CloseIdleDescriptors() ? operation() : result;
 }

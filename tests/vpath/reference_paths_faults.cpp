@@ -53,23 +53,22 @@ TEST(ReferencePathFaults, TheLastNameTakesNoMemory) {
     EXPECT_EQ(std::u16string(name), u"b");
 }
 
-TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatformOrMemory) {
+TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatform) {
     const Ref ref = MakeRef(u"/");
-    for (const char* operation : {"malloc", "FSPathMakeRefWithOptions"}) {
-        FSRef out;
-        {
-            const Injection fault({.call = 1, .operation = operation});
-            const int32_t found = Tav0FSRToAbs(ref.get(), &out, 0);
-            const Pause pause;
-            EXPECT_EQ(fault.fired(), 1u);
-            EXPECT_EQ(found, 0) << operation;
-        }
-        const Injection fault({.call = 1, .operation = operation});
-        const int32_t exists = Tav0FSRIsExist(ref.get());
+    const faults::Fault refused = {.call = 1, .operation = "FSPathMakeRefWithOptions"};
+    FSRef out;
+    {
+        const Injection fault(refused);
+        const int32_t found = Tav0FSRToAbs(ref.get(), &out, 0);
         const Pause pause;
         EXPECT_EQ(fault.fired(), 1u);
-        EXPECT_EQ(exists, 0) << operation;
+        EXPECT_EQ(found, 0);
     }
+    const Injection fault(refused);
+    const int32_t exists = Tav0FSRIsExist(ref.get());
+    const Pause pause;
+    EXPECT_EQ(fault.fired(), 1u);
+    EXPECT_EQ(exists, 0);
 }
 
 // kept: a key whose folder has no path contributes nothing; any other failure gives no path at all.
