@@ -78,8 +78,11 @@ bool Recall(const char* path, size_t length, const struct statx& object, FolderI
     const FolderPaths::Entry* entry = state->paths.Find(LastMountView(), path, length);
     if (!entry || now - entry->checked > kTrustedWithObject) return false;
     const FolderRecord* record = state->folders.Find(entry->id);
-    if (!record || !record->byNumber || record->mount != MountOf(object) || !Holds(*entry, record))
+    if (!record || !Holds(*entry, record)) return false;
+    if (record->mount != MountOf(object)) {
+        ForgetMountView(); // something may have been mounted on the way
         return false;
+    }
     MountViewHolds(now);
     id = entry->id;
     return true;

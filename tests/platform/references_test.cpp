@@ -796,6 +796,30 @@ TEST_F(References, ThreadThatChangesItsMounts_FindsWhatItSeesNow) {
     EXPECT_EQ(status, 0);
 }
 
+// What numbers are worth is asked of the file system that the path leads into, not of the one that it led into before.
+TEST_F(References, RightAfterAMountOverAFolder_ObjectsAreThoseOfTheMount) {
+    for (const char* name : {"d", "lower", "lowest", "merged"}) fs::create_directory(folder / name);
+    WriteFile(folder / "d/f", "");
+    WriteFile(folder / "lower/f", "");
+    const std::string path = folder / "d/f";
+    const std::string options = "lowerdir=" + (folder / "lower") + ":" + (folder / "lowest");
+    int status = 0;
+    auto body = [&] {
+        const std::string merged = folder / "merged", covered = folder / "d";
+        if (mount("overlay", merged.c_str(), "overlay", 0, options.c_str())) return 77;
+        for (int i = 0; i < 3; ++i) Find(RefTo(path)); // the last one remembers all that it needs
+        if (mount(merged.c_str(), covered.c_str(), nullptr, MS_BIND, nullptr)) return 77;
+        const FSRef covering = RefTo(path);
+        Place place;
+        DeviceTraits traits;
+        if (Locate(covering, place) != noErr) return 1;
+        if (!StateLock()->devices.Find(DeviceOf(place.facts), MountOf(place.facts), 0, traits)) return 2;
+        return traits.stableBirths ? 3 : 0;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces or overlays are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(References, MountOverAFolder_ParentWalkGoesOnAndTheCoveredObjectIsGone) {
     fs::create_directories(folder / "outer/point");
     WriteFile(folder / "outer/point/covered", "");
