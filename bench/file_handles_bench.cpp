@@ -9,7 +9,6 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -50,13 +49,16 @@ const File& FileToRead() {
     return file;
 }
 
+// Nor do two blocks of memory.
+alignas(4096) char block[1 << 20];
+
 void Read_Handle(benchmark::State& state) {
     const File& file = FileToRead();
-    std::vector<char> buffer(state.range(0));
+    const auto size = static_cast<uint32_t>(state.range(0));
     const int32_t handle = TavFileOpenExt(file.reference(), TAV_FILE_READ);
     uint32_t count = 0;
     for (auto _ : state) {
-        if (!TavFileReadExt(handle, buffer.data(), static_cast<uint32_t>(buffer.size()), &count)) {
+        if (!TavFileReadExt(handle, block, size, &count)) {
             TavFileSetPointerExt(handle, 0, nullptr, TAV_FILE_BEGIN);
         }
     }
@@ -66,10 +68,10 @@ BENCHMARK(Read_Handle)->Arg(4096)->Arg(1 << 20);
 
 void Read_System(benchmark::State& state) {
     const File& file = FileToRead();
-    std::vector<char> buffer(state.range(0));
+    const auto size = static_cast<size_t>(state.range(0));
     const int descriptor = open(file.path(), O_RDONLY | O_CLOEXEC);
     for (auto _ : state) {
-        if (read(descriptor, buffer.data(), buffer.size()) <= 0) lseek(descriptor, 0, SEEK_SET);
+        if (read(descriptor, block, size) <= 0) lseek(descriptor, 0, SEEK_SET);
     }
     close(descriptor);
 }
@@ -78,12 +80,12 @@ BENCHMARK(Read_System)->Arg(4096)->Arg(1 << 20);
 // Writes over the same bytes, so that neither side waits for space.
 void Write_Handle(benchmark::State& state) {
     const File file;
-    const std::vector<char> buffer(state.range(0), 'x');
+    const auto size = static_cast<uint32_t>(state.range(0));
     const int32_t handle = TavFileOpenExt(file.reference(), kReadWrite);
     uint32_t count = 0;
     int64_t written = 0;
     for (auto _ : state) {
-        TavFileWriteExt(handle, buffer.data(), static_cast<uint32_t>(buffer.size()), &count);
+        TavFileWriteExt(handle, block, size, &count);
         written += count;
         if (written % (1 << 20) == 0) TavFileSetPointerExt(handle, 0, nullptr, TAV_FILE_BEGIN);
     }
@@ -93,11 +95,11 @@ BENCHMARK(Write_Handle)->Arg(4096)->Arg(1 << 20);
 
 void Write_System(benchmark::State& state) {
     const File file;
-    const std::vector<char> buffer(state.range(0), 'x');
+    const auto size = static_cast<size_t>(state.range(0));
     const int descriptor = open(file.path(), O_RDWR | O_CLOEXEC);
     int64_t written = 0;
     for (auto _ : state) {
-        written += write(descriptor, buffer.data(), buffer.size());
+        written += write(descriptor, block, size);
         if (written % (1 << 20) == 0) lseek(descriptor, 0, SEEK_SET);
     }
     close(descriptor);
