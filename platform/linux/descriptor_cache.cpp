@@ -53,7 +53,7 @@ struct MountLook {
 static constinit thread_local MountLook lastLook TAVPORT_NEAR_TLS = {};
 
 bool IsMountViewRecent(uint64_t now) {
-    constexpr uint64_t kTrusted = 50000; // changing mounts takes longer
+    constexpr uint64_t kTrusted = 50000; // a look costs a microsecond
     return lastLook.when && now - lastLook.when < kTrusted;
 }
 

@@ -20,8 +20,8 @@ bool IsMountViewRecent(uint64_t now);
 // changed its root since.
 void ForgetMountView();
 
-// To be called when a path has just led the calling thread to a folder, or to an object in it, on the very mount on
-// which the folder was seen in the last view: a mount belongs to one view only, so that is the thread's still.
+// To be called when a path has just led the calling thread to the very folder, on the very mount, that it led to in the
+// last view: a mount belongs to one namespace only, so that is the thread's still.
 void MountViewHolds(uint64_t now);
 
 // Not locked; see reference_state.h.

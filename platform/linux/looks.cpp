@@ -9,6 +9,8 @@
 #include "platform/linux/folders.h"
 
 #include <cstring>
+#include <new>
+#include <utility>
 
 namespace {
 struct Look {
@@ -25,21 +27,26 @@ struct Looks {
 };
 } // namespace
 
-static constinit thread_local Looks looks{};
-static constinit thread_local bool areKept TAVPORT_NEAR_TLS = false; // asked by each question
+// Made for as long as the questions belong together: the room near the thread pointer is small.
+static constinit thread_local Looks* looks TAVPORT_NEAR_TLS = nullptr;
 
 void PlatformBeginQuestions() {
-    areKept = true;
-    for (Look& look : looks.of) look.isSet = false;
+    const TerminationHold hold;
+    delete std::exchange(looks, new (std::nothrow) Looks{}); // without it every question looks for itself
 }
 
 void PlatformEndQuestions() {
-    areKept = false;
+    const TerminationHold hold;
+    delete std::exchange(looks, nullptr);
+}
+
+bool QuestionsAreKept() {
+    return looks != nullptr;
 }
 
 void NoteLook(const FSRef& ref, FolderID folderID, const char* name, const struct statx& facts) {
-    if (!areKept || S_ISLNK(facts.stx_mode) || folderID == kRootParent) return;
-    Look& look = looks.of[looks.next++ % std::size(looks.of)];
+    if (!looks || S_ISLNK(facts.stx_mode) || folderID == kRootParent) return;
+    Look& look = looks->of[looks->next++ % std::size(looks->of)];
     look.isSet = true;
     look.ref = ref;
     look.folderID = folderID;
@@ -48,8 +55,8 @@ void NoteLook(const FSRef& ref, FolderID folderID, const char* name, const struc
 }
 
 static bool Recall(const FSRef& ref, Place& place) {
-    if (!areKept) return false;
-    for (const Look& look : looks.of) {
+    if (!looks) return false;
+    for (const Look& look : looks->of) {
         if (!look.isSet || std::memcmp(&look.ref, &ref, sizeof(ref)) != 0) continue;
         if (OpenFolder(look.folderID, place.folder) != noErr) return false;
         std::strcpy(place.name, look.name);

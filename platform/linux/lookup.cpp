@@ -51,10 +51,7 @@ Parts Split(const char* path, size_t length) {
 
 // ---- Folders by path ----
 
-// Nanoseconds for which a path is taken to lead where it led: by itself, and when an object has just been seen at it
-// whose identity tells later whether that was so.
-constexpr uint64_t kTrusted = 50000;
-constexpr uint64_t kTrustedWithObject = 1000000;
+constexpr uint64_t kTrusted = 50000; // nanoseconds for which a path is taken to lead where it led
 
 // The entry still says where the folder is.
 bool Holds(const FolderPaths::Entry& entry, const FolderRecord* record) {
@@ -71,30 +68,15 @@ bool Recall(MountView view, const char* path, size_t length, uint64_t now, Folde
     return true;
 }
 
-// The same for the folder's path when it has just led to an object.
-bool Recall(const char* path, size_t length, const struct statx& object, FolderID& id) {
-    const uint64_t now = MonotonicNow();
-    StateLock state;
-    const FolderPaths::Entry* entry = state->paths.Find(LastMountView(), path, length);
-    if (!entry || now - entry->checked > kTrustedWithObject) return false;
-    const FolderRecord* record = state->folders.Find(entry->id);
-    if (!record || !Holds(*entry, record)) return false;
-    if (record->mount != MountOf(object)) {
-        ForgetMountView(); // something may have been mounted on the way
-        return false;
-    }
-    MountViewHolds(now);
-    id = entry->id;
-    return true;
-}
-
 bool Confirm(MountView view, const char* path, size_t length, uint64_t now, const struct statx& facts,
              FolderID& id) {
     StateLock state;
     FolderPaths::Entry* entry = state->paths.Find(view, path, length);
     if (!entry || entry->id == kRootFolder) return false;
     const FolderRecord* record = state->folders.Find(entry->id);
-    if (!record || !Holds(*entry, record) || !Matches(IdentityOf(*record), facts)) return false;
+    // Where the name is the identity, any folder would do, and a link on the way may lead elsewhere now.
+    if (!record || !record->byNumber || !Holds(*entry, record) || !Matches(IdentityOf(*record), facts))
+        return false;
     if (record->mount != MountOf(facts)) return false;
     entry->checked = now;
     id = entry->id;
@@ -123,13 +105,15 @@ OSErr EnterByPath(const std::string& path, const struct statx& facts, FolderID& 
 
 } // namespace
 
-OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
+OSErr FolderAtPath(const char* path, size_t length, FolderID& id, bool mayRecall) {
     if (length == 0) {
         id = kRootFolder;
         return noErr;
     }
     const uint64_t now = MonotonicNow();
-    if (IsMountViewRecent(now) && Recall(LastMountView(), path, length, now, id)) return noErr;
+    if (mayRecall && !QuestionsAreKept() && IsMountViewRecent(now) &&
+        Recall(LastMountView(), path, length, now, id))
+        return noErr;
     std::string text(path, length);
     struct statx facts;
     if (FactsAt(AT_FDCWD, text.c_str(), AT_SYMLINK_NOFOLLOW, facts) < 0) return LastError();
@@ -140,7 +124,6 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
         MountViewHolds(now);
         return noErr;
     }
-    ForgetMountView();
     const MountView view = CurrentMountView(now);
     if (Confirm(view, path, length, now, target, id)) return noErr;
     OSErr result = EnterByPath(text, facts, id);
@@ -372,9 +355,10 @@ bool Exists(const Request& request) {
         return parts.slashAfter ? RefByWalking(request) : RefOfLink(request, parts, path, facts);
     if (parts.slashAfter && !S_ISDIR(facts.stx_mode)) return errFSNotAFolder;
     FolderID folder = kNoFolder;
-    OSErr result = noErr;
-    if (request.ref && !Recall(path, parts.folderLength, facts, folder))
-        result = FolderAtPath(path, parts.folderLength, folder);
+    // Its identity tells later whether it is the file in that folder. A folder's place is noted at once, and another name
+    // of the same file may be found.
+    const bool mayRecall = S_ISREG(facts.stx_mode) && facts.stx_nlink == 1;
+    OSErr result = request.ref ? FolderAtPath(path, parts.folderLength, folder, mayRecall) : noErr;
     return result != noErr ? result : Answer(request, folder, parts.name, facts, S_ISDIR(facts.stx_mode));
 }
 

@@ -3,16 +3,19 @@
 #include "platform/linux/reference_record.h"
 
 #include <cstring>
-#include <iterator>
 
 static uint32_t CheckOf(const ReferenceRecord& record) {
     uint64_t words[sizeof record / 8];
     std::memcpy(words, &record, sizeof record);
-    words[0] = record.parent;                       // beside it is the check itself
-    uint64_t sum = 0, factor = 0x9E3779B97F4A7C15u; // for each pair another, so that none can change places
-    for (size_t i = 0; i < std::size(words); i += 2, factor += 0xD6E8FEB86659FD92u)
-        sum += (words[i] + factor) * (words[i + 1] ^ factor);
-    return static_cast<uint32_t>(sum ^ sum >> 32) | 1;
+    words[0] = record.parent; // beside it is the check itself
+    // Each word on its own, so that the processor need not wait, and with another factor, so that none can change places.
+    uint64_t sum = 0, factor = 0x9E3779B97F4A7C15u;
+    for (uint64_t word : words) {
+        const uint64_t product = (word ^ factor) * 0xD6E8FEB86659FD93u;
+        sum += (product ^ product >> 29) * factor;
+        factor += 0x9E3779B97F4A7C16u;
+    }
+    return static_cast<uint32_t>(sum >> 32) | 1;
 }
 
 FSRef Pack(const Identity& identity, FolderID parent, FolderID own, const char* name, bool fromPath) {

@@ -100,3 +100,18 @@ TEST_F(Looks, WhoDeletes_LooksForHimself) {
     EXPECT_EQ(FSDeleteObject(&ref), fnfErr);
     EXPECT_EQ(ReadFile(file_), "an impostor");
 }
+
+// The questions are asked of the file that the path shows, in the folder where it stands.
+TEST_F(Looks, FolderJustReplaced_AnswersAreThoseOfTheFileThatIsThere) {
+    for (const char* name : {"shown", "other"}) {
+        std::filesystem::create_directory(folder_ / name);
+        WriteFile(folder_ / (name + std::string("/f")), name);
+    }
+    ASSERT_EQ(SetType(folder_ / "shown/f", "OLD!OLD!"), noErr);
+    ASSERT_EQ(SetType(folder_ / "other/f", "NEW!NEW!"), noErr);
+    BelievedRefTo(folder_ / "shown/f");
+    std::filesystem::rename(folder_ / "shown", folder_ / "away");
+    std::filesystem::rename(folder_ / "other", folder_ / "shown");
+    PlatformBeginQuestions();
+    EXPECT_EQ(GetType(RefTo(folder_ / "shown/f")), "NEW!NEW!");
+}

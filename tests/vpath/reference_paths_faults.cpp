@@ -71,6 +71,16 @@ TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatform) {
     EXPECT_EQ(exists, 0);
 }
 
+TEST(ReferencePathFaults, FindingAnObjectTakesNoBlockOfMemory) {
+    const Ref ref = MakeRef(u"/");
+    FSRef out;
+    const Injection fault({.call = 1, .operation = "malloc"});
+    const int32_t found = Tav0FSRToAbs(ref.get(), &out, 0);
+    const Pause pause;
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(fault.fired(), 0u);
+}
+
 // kept: a key whose folder has no path contributes nothing; any other failure gives no path at all.
 TEST(KeyFaults, EachCallOfAnEvaluationFails_GivesThePathOrNullOrOneWithoutTheFolder) {
     const TemporaryFolder folder;

@@ -1,5 +1,5 @@
 // How often the reference cache is tidied up, which costs as much as it has elements. The linker puts a counter in
-// front of the two ways to do it.
+// front of the two ways in which the cache does it.
 #include "support/virtual_paths.h"
 #include "vpath/reference_run.h"
 
