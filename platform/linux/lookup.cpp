@@ -14,6 +14,7 @@
 #include "platform/linux/system_calls.h"
 #include "platform/references.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -59,11 +60,16 @@ bool Holds(const FolderPaths::Entry& entry, const FolderRecord* record) {
            (record && record->parent == entry.parent && record->nameHash == entry.nameHash);
 }
 
-bool Recall(MountView view, const char* path, size_t length, uint64_t now, FolderID& id) {
+// Where the path led a moment ago, from memory. `object` is what has just been seen at it, or null.
+bool Recall(const char* path, size_t length, const struct statx* object, FolderID& id) {
+    const uint64_t now = MonotonicNow();
+    if (length == 0 || QuestionsAreKept() || !IsMountViewRecent(now)) return false;
     StateLock state;
-    const FolderPaths::Entry* entry = state->paths.Find(view, path, length);
-    if (!entry || now - entry->checked > kTrusted || !Holds(*entry, state->folders.Find(entry->id)))
-        return false;
+    const FolderPaths::Entry* entry = state->paths.Find(LastMountView(), path, length);
+    if (!entry || now - entry->checked > kTrusted) return false;
+    const FolderRecord* record = state->folders.Find(entry->id);
+    if (!record || !record->byNumber || !Holds(*entry, record)) return false;
+    if (object && record->mount != MountOf(*object)) return false; // something may be mounted on the way now
     id = entry->id;
     return true;
 }
@@ -94,7 +100,9 @@ void Keep(MountView view, const char* path, size_t length, uint64_t now, FolderI
 OSErr EnterByPath(const std::string& path, const struct statx& facts, FolderID& id) {
     Parts parts = Split(path.c_str(), path.size());
     FolderID parent;
-    if (S_ISDIR(facts.stx_mode) && parts.HasName()) {
+    constexpr auto kMostNames = 32; // each takes room on the stack; a walk goes name by name
+    const bool isShort = std::count(path.begin(), path.end(), '/') <= kMostNames;
+    if (S_ISDIR(facts.stx_mode) && parts.HasName() && isShort) {
         OSErr result = FolderAtPath(path.c_str(), parts.folderLength, parent);
         return result != noErr ? result : EnterFolder(parent, parts.name, facts, id);
     }
@@ -105,15 +113,13 @@ OSErr EnterByPath(const std::string& path, const struct statx& facts, FolderID& 
 
 } // namespace
 
-OSErr FolderAtPath(const char* path, size_t length, FolderID& id, bool mayRecall) {
+OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
     if (length == 0) {
+        ForgetMountView();
         id = kRootFolder;
         return noErr;
     }
     const uint64_t now = MonotonicNow();
-    if (mayRecall && !QuestionsAreKept() && IsMountViewRecent(now) &&
-        Recall(LastMountView(), path, length, now, id))
-        return noErr;
     std::string text(path, length);
     struct statx facts;
     if (FactsAt(AT_FDCWD, text.c_str(), AT_SYMLINK_NOFOLLOW, facts) < 0) return LastError();
@@ -124,6 +130,7 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id, bool mayRecall
         MountViewHolds(now);
         return noErr;
     }
+    ForgetMountView(); // it leads elsewhere, perhaps below another root
     const MountView view = CurrentMountView(now);
     if (Confirm(view, path, length, now, target, id)) return noErr;
     OSErr result = EnterByPath(text, facts, id);
@@ -134,6 +141,7 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id, bool mayRecall
 std::vector<FolderID> FoldersInPlaceOf(FolderID id) {
     constexpr size_t kMostPaths = 8;
     ForgetMountView();
+    if (id == kRootFolder) return {kRootFolder};
     std::vector<std::string> paths;
     {
         StateLock state;
@@ -298,7 +306,10 @@ OSErr RefByWalking(const Request& request) {
 // For a name that its folder does not hold as written.
 OSErr RefByCaselessName(const Request& request, const Parts& parts) {
     FolderID folder;
-    OSErr result = FolderAtPath(request.path, parts.folderLength, folder);
+    OSErr result = noErr;
+    // Whether there is something may be answered as of a moment ago; what a reference will be used for may not.
+    if (request.ref || !Recall(request.path, parts.folderLength, nullptr, folder))
+        result = FolderAtPath(request.path, parts.folderLength, folder);
     if (result == fnfErr) return RefByWalking(request);
     if (result != noErr) return result;
     char actual[256];
@@ -355,10 +366,12 @@ bool Exists(const Request& request) {
         return parts.slashAfter ? RefByWalking(request) : RefOfLink(request, parts, path, facts);
     if (parts.slashAfter && !S_ISDIR(facts.stx_mode)) return errFSNotAFolder;
     FolderID folder = kNoFolder;
-    // Its identity tells later whether it is the file in that folder. A folder's place is noted at once, and another name
-    // of the same file may be found.
+    OSErr result = noErr;
+    // The identity of a file tells later whether it is in that folder; but another name of it would be found there, too,
+    // and a folder's place is noted at once.
     const bool mayRecall = S_ISREG(facts.stx_mode) && facts.stx_nlink == 1;
-    OSErr result = request.ref ? FolderAtPath(path, parts.folderLength, folder, mayRecall) : noErr;
+    if (request.ref && !(mayRecall && Recall(path, parts.folderLength, &facts, folder)))
+        result = FolderAtPath(path, parts.folderLength, folder);
     return result != noErr ? result : Answer(request, folder, parts.name, facts, S_ISDIR(facts.stx_mode));
 }
 

@@ -16,9 +16,8 @@ struct WalkOptions {
 };
 OSErr WalkPath(FolderID start, std::string path, WalkOptions options, Place& place);
 
-// The number of the folder that an absolute path leads to. With `mayRecall` it costs nothing when it was looked up a
-// moment ago, and is then what the path led to at that moment.
-OSErr FolderAtPath(const char* path, size_t length, FolderID& id, bool mayRecall = true);
+// The number of the folder that an absolute path leads to.
+OSErr FolderAtPath(const char* path, size_t length, FolderID& id);
 
 // What a link leads to in the end.
 OSErr FollowLink(const Place& link, Place& target);

@@ -13,7 +13,7 @@ static uint32_t CheckOf(const ReferenceRecord& record) {
     for (uint64_t word : words) {
         const uint64_t product = (word ^ factor) * 0xD6E8FEB86659FD93u;
         sum += (product ^ product >> 29) * factor;
-        factor += 0x9E3779B97F4A7C16u;
+        factor += 0xD6E8FEB86659FD92u;
     }
     return static_cast<uint32_t>(sum >> 32) | 1;
 }

@@ -166,7 +166,8 @@ OSErr LookWhereMoved(const ReferenceRecord& record, const Identity& identity, Sp
 
 OSErr LookInReplacement(const ReferenceRecord& record, const Identity& identity, const Spot& spot,
                         Place& place) {
-    if (!spot.name[0]) return fnfErr;
+    // Where the name is the identity, any file of that name would do.
+    if (!spot.name[0] || !identity.byNumber) return fnfErr;
     return WithoutExceptions([&] {
         Spot other = spot;
         for (FolderID id : FoldersInPlaceOf(spot.folder)) {

@@ -372,6 +372,7 @@ TEST_F(Lookup, RightAfterTheRootChanged_PathsLeadToTheNewRootsObjects) {
     fs::create_directories(fs::path(inside).parent_path());
     WriteFile(file, "old");
     WriteFile(inside, "new");
+    WriteFile(root + "/at the top", "");
     struct stat facts;
     ASSERT_EQ(stat(inside.c_str(), &facts), 0);
     std::thread([&] {
@@ -383,6 +384,7 @@ TEST_F(Lookup, RightAfterTheRootChanged_PathsLeadToTheNewRootsObjects) {
         Place place;
         ASSERT_EQ(Locate(after, place), noErr);
         EXPECT_EQ(place.facts.stx_ino, facts.st_ino);
+        EXPECT_EQ(Find(RefTo("/at the top")), noErr);
     }).join();
 }
 

@@ -221,6 +221,63 @@ TEST_F(References, FolderJustReplaced_ItsOwnNameOfTheFileIsMeant) {
     EXPECT_FALSE(fs::exists(folder / "shown/f"));
 }
 
+TEST_F(References, FolderJustReplaced_ItsOwnNameOfTheLinkIsMeant) {
+    for (const char* name : {"shown", "other"}) fs::create_directory(folder / name);
+    fs::create_symlink("nowhere", folder / "shown/l");
+    ASSERT_EQ(link((folder / "shown/l").c_str(), (folder / "other/l").c_str()), 0);
+    auto refTo = [](const std::string& path, FSRef& ref) {
+        return FSPathMakeRefWithOptions(reinterpret_cast<const uint8_t*>(path.c_str()),
+                                        kFSPathMakeRefDoNotFollowLeafSymlink, &ref, nullptr);
+    };
+    WriteFile(folder / "shown/f", "");
+    BelievedRefTo(folder / "shown/f");
+    fs::rename(folder / "shown", folder / "away");
+    fs::rename(folder / "other", folder / "shown");
+    FSRef ref;
+    ASSERT_EQ(refTo(folder / "shown/l", ref), noErr);
+    EXPECT_EQ(FSDeleteObject(&ref), noErr);
+    EXPECT_TRUE(fs::is_symlink(folder / "away/l"));
+    EXPECT_FALSE(fs::is_symlink(folder / "shown/l"));
+}
+
+// What was set aside under another name is not found under the old one.
+TEST_F(References, FolderJustPutAway_ItsFilesAreMissing) {
+    fs::create_directory(folder / "shown");
+    WriteFile(folder / "shown/f", "");
+    FSRef ref;
+    BelievedRefTo(folder / "shown/f");
+    fs::rename(folder / "shown", folder / "away");
+    EXPECT_EQ(PathToRef(folder / "shown/f", ref), fnfErr);
+    fs::rename(folder / "away", folder / "shown");
+    BelievedRefTo(folder / "shown/f");
+    fs::rename(folder / "shown", folder / "away");
+    fs::create_directory(folder / "shown");
+    EXPECT_EQ(PathToRef(folder / "shown/f", ref), fnfErr);
+}
+
+// Looking a folder up for the first time takes no room on the stack for each name of its path.
+TEST_F(References, DeepFolder_IsFoundOnASmallStack) {
+    constexpr size_t kSmallStack = 1792 * 1024; // 1 MiB of it is for the tests' own variables of threads
+    std::string path = folder.path();
+    while (path.size() < 1900) path += "/a";
+    fs::create_directories(path);
+    path += "/f";
+    WriteFile(path, "");
+    pthread_attr_t attributes;
+    pthread_t thread;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kSmallStack), 0);
+    auto look = [](void* sought) -> void* {
+        FSRef ref;
+        return PathToRef(*static_cast<std::string*>(sought), ref) == noErr ? sought : nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, look, &path), 0);
+    void* found = nullptr;
+    pthread_join(thread, &found);
+    pthread_attr_destroy(&attributes);
+    EXPECT_EQ(found, &path);
+}
+
 // Where the name is the identity, nothing else tells.
 TEST_F(References, VolumeThatKnowsNamesOnly_PathThroughALinkIsWalkedEachTime) {
     for (const char* name : {"first", "second"}) {
@@ -234,12 +291,33 @@ TEST_F(References, VolumeThatKnowsNamesOnly_PathThroughALinkIsWalkedEachTime) {
     StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), MonotonicNow(), {false, true, false});
     fs::create_directory_symlink("first", folder / "link");
     BelievedRefTo(folder / "link/f");
-    fs::remove(folder / "link");
-    fs::create_directory_symlink("second", folder / "link");
-    OutlastBelief();
+    fs::create_directory_symlink("second", folder / "next");
+    fs::rename(folder / "next", folder / "link");
     Place place;
     EXPECT_EQ(Locate(RefTo(folder / "link/f"), place), noErr);
     EXPECT_EQ(place.facts.stx_ino, status.st_ino);
+    OutlastBelief();
+    EXPECT_EQ(Locate(RefTo(folder / "link/f"), place), noErr);
+    EXPECT_EQ(place.facts.stx_ino, status.st_ino);
+    StateLock()->devices = {};
+    ForgetReferences();
+}
+
+TEST_F(References, VolumeThatKnowsNamesOnly_DeletedFileIsNotTheOneBehindTheLinkNow) {
+    for (const char* name : {"first", "second"}) {
+        fs::create_directory(folder / name);
+        WriteFile(folder / (name + std::string("/f")), name);
+    }
+    struct statx facts;
+    ASSERT_EQ(FactsAt(AT_FDCWD, (folder / "first").c_str(), 0, facts), 0);
+    StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), MonotonicNow(), {false, true, false});
+    fs::create_directory_symlink("first", folder / "link");
+    const FSRef ref = RefTo(folder / "link/f");
+    fs::remove(folder / "first/f");
+    fs::create_directory_symlink("second", folder / "next");
+    fs::rename(folder / "next", folder / "link");
+    EXPECT_EQ(FSDeleteObject(&ref), fnfErr);
+    EXPECT_TRUE(fs::exists(folder / "second/f"));
     StateLock()->devices = {};
     ForgetReferences();
 }
@@ -877,6 +955,30 @@ TEST_F(References, ThreadThatChangesItsMounts_FindsWhatItSeesNow) {
         return result;
     };
     if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces are not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+// What numbers are worth is asked of the file system that the path leads into, not of the one that it led into before.
+TEST_F(References, RightAfterAMountOverAFolder_ObjectsAreThoseOfTheMount) {
+    for (const char* name : {"d", "lower", "lowest", "merged"}) fs::create_directory(folder / name);
+    WriteFile(folder / "d/f", "");
+    WriteFile(folder / "lower/f", "");
+    const std::string path = folder / "d/f", merged = folder / "merged", covered = folder / "d";
+    const std::string options = "lowerdir=" + (folder / "lower") + ":" + (folder / "lowest");
+    int status = 0;
+    auto body = [&] {
+        if (mount("overlay", merged.c_str(), "overlay", 0, options.c_str())) return 77;
+        Find(RefTo(path));
+        BelievedRefTo(path);
+        if (mount(merged.c_str(), covered.c_str(), nullptr, MS_BIND, nullptr)) return 77;
+        const FSRef covering = RefTo(path);
+        Place place;
+        DeviceTraits traits;
+        if (Locate(covering, place) != noErr) return 1;
+        if (!StateLock()->devices.Find(DeviceOf(place.facts), MountOf(place.facts), 0, traits)) return 2;
+        return traits.stableBirths ? 3 : 0;
+    };
+    if (!InOwnMounts(body, status)) GTEST_SKIP() << "mount namespaces or overlays are not allowed here";
     EXPECT_EQ(status, 0);
 }
 

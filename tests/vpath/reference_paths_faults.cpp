@@ -71,7 +71,7 @@ TEST(ReferencePathFaults, NothingIsFoundWithoutThePlatform) {
     EXPECT_EQ(exists, 0);
 }
 
-TEST(ReferencePathFaults, FindingAnObjectTakesNoBlockOfMemory) {
+TEST(ReferencePathFaults, ThePathOfAnObjectIsConvertedWithoutABlockOfMemory) {
     const Ref ref = MakeRef(u"/");
     FSRef out;
     const Injection fault({.call = 1, .operation = "malloc"});
