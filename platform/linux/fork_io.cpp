@@ -60,7 +60,7 @@ static bool FitsInSidecar(const OpenFork& fork, uint64_t length) {
     return length <= UINT32_MAX - fork.offset;
 }
 
-// ---- Moving bytes
+// ---- Moving bytes. The rarer kinds of forks stand out of the way of the few instructions that a file's data needs.
 
 // Repeats `move`, which takes an offset into the buffer and a size, until all is moved or nothing more comes.
 template <typename Move>

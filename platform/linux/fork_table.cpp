@@ -118,7 +118,7 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
 
 // ---- Holding
 
-// Ends the fork of a closed slot and frees its number.
+// Ends the fork of a closed slot and frees its number. In place, see Retry.
 [[gnu::always_inline]] static inline OSErr Finish(uint16_t number) {
     const std::unique_ptr<OpenFork> fork(forkSlots[number].fork.load(std::memory_order_relaxed));
     forkSlots[number].fork.store(nullptr, std::memory_order_relaxed);

@@ -98,7 +98,7 @@ OSErr FSCreateFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar*
     });
 }
 
-// ---- Opening data
+// ---- Opening data. What every opening of a file passes through is in place, see Retry.
 
 namespace {
 // What the caller wants to do with a fork; the current permission asks for both and takes what it gets.

@@ -141,7 +141,6 @@ OSErr FolderAtPath(const char* path, size_t length, FolderID& id) {
 std::vector<FolderID> FoldersInPlaceOf(FolderID id) {
     constexpr size_t kMostPaths = 8;
     ForgetMountView();
-    if (id == kRootFolder) return {kRootFolder};
     std::vector<std::string> paths;
     {
         StateLock state;

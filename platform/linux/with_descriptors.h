@@ -4,7 +4,8 @@
 #include "platform/linux/errors.h"
 #include "platform/linux/references.h"
 
-// Runs the operation, once more with those that are only held for speed given back if there were none left.
+// Runs the operation, once more with those that are only held for speed given back if there were none left. In place, see
+// Retry.
 template <typename Operation>
 [[gnu::always_inline]] inline OSErr WithDescriptors(Operation operation) {
     const OSErr result = operation();

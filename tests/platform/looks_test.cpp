@@ -109,9 +109,10 @@ TEST_F(Looks, FolderJustReplaced_AnswersAreThoseOfTheFileThatIsThere) {
     }
     ASSERT_EQ(SetType(folder_ / "shown/f", "OLD!OLD!"), noErr);
     ASSERT_EQ(SetType(folder_ / "other/f", "NEW!NEW!"), noErr);
-    BelievedRefTo(folder_ / "shown/f");
+    RefTo(folder_ / "shown/f");
     std::filesystem::rename(folder_ / "shown", folder_ / "away");
     std::filesystem::rename(folder_ / "other", folder_ / "shown");
+    BelieveFolderOf(folder_ / "shown/f");
     PlatformBeginQuestions();
     EXPECT_EQ(GetType(RefTo(folder_ / "shown/f")), "NEW!NEW!");
 }

@@ -365,6 +365,17 @@ TEST(CaselessNames, Answers_AreOfTheSameChangeTimeOnly) {
 
 // ---- Another root
 
+// Does `before`, then makes the folder the root, for this thread alone, and does `after` in it.
+template <typename Before, typename After>
+void AcrossAChangeOfRoot(const std::string& root, Before before, After after) {
+    std::thread([&] {
+        if (unshare(CLONE_FS) != 0) GTEST_SKIP() << "a root of the thread's own is not allowed here";
+        before();
+        if (chroot(root.c_str()) != 0) GTEST_SKIP() << "changing the root needs a privilege";
+        after();
+    }).join();
+}
+
 // The path is walked in the new root, its folder remembered from the old one.
 TEST_F(Lookup, RightAfterTheRootChanged_PathsLeadToTheNewRootsObjects) {
     const std::string file = folder / "x/file", root = folder / "root", inside = root + file;
@@ -372,20 +383,27 @@ TEST_F(Lookup, RightAfterTheRootChanged_PathsLeadToTheNewRootsObjects) {
     fs::create_directories(fs::path(inside).parent_path());
     WriteFile(file, "old");
     WriteFile(inside, "new");
-    WriteFile(root + "/at the top", "");
     struct stat facts;
     ASSERT_EQ(stat(inside.c_str(), &facts), 0);
-    std::thread([&] {
-        // From here on the thread's root is its own.
-        if (unshare(CLONE_FS) != 0) GTEST_SKIP() << "a root of the thread's own is not allowed here";
-        BelievedRefTo(file);
-        if (chroot(root.c_str()) != 0) GTEST_SKIP() << "changing the root needs a privilege";
-        const FSRef after = RefTo(file);
-        Place place;
-        ASSERT_EQ(Locate(after, place), noErr);
-        EXPECT_EQ(place.facts.stx_ino, facts.st_ino);
-        EXPECT_EQ(Find(RefTo("/at the top")), noErr);
-    }).join();
+    AcrossAChangeOfRoot(
+        root, [&] { RefTo(file); },
+        [&] {
+            BelieveFolderOf(file);
+            const FSRef after = RefTo(file);
+            Place place;
+            ASSERT_EQ(Locate(after, place), noErr);
+            EXPECT_EQ(place.facts.stx_ino, facts.st_ino);
+        });
+}
+
+TEST_F(Lookup, RightAfterTheRootChanged_WhatStandsAtItsTopIsFound) {
+    WriteFile(folder / "at the top", "");
+    AcrossAChangeOfRoot(
+        folder.path(), [&] { Find(RefTo(folder.path())); },
+        [] {
+            MountViewHolds(MonotonicNow());
+            EXPECT_EQ(Find(RefTo("/at the top")), noErr);
+        });
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 // Short forms of the reference operations for the tests of them.
 #pragma once
 
-#include "platform/linux/descriptor_cache.h"
-#include "platform/linux/references.h"
+#include "platform/linux/reference_state.h"
 #include "platform/references.h"
 #include "support/references.h"
 
@@ -27,11 +26,14 @@ inline void OutlastBelief() {
     }
 }
 
-// The reference of a path of which the provider believes for the next moment that it leads where it leads now.
-inline FSRef BelievedRefTo(const std::string& path) {
-    RefTo(path);
-    OutlastBelief();
-    return RefTo(path);
+// Makes the provider believe for the next moment that the path's folder is where the path led when it was last looked at.
+inline void BelieveFolderOf(const std::string& path) {
+    const uint64_t now = MonotonicNow();
+    MountViewHolds(now);
+    StateLock state;
+    FolderPaths::Entry* const entry = state->paths.Find(LastMountView(), path.c_str(), path.rfind('/'));
+    ASSERT_NE(entry, nullptr) << path;
+    entry->checked = now;
 }
 
 inline OSErr Find(const FSRef& ref) {

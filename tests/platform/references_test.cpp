@@ -212,9 +212,10 @@ TEST_F(References, FolderJustReplaced_ItsOwnNameOfTheFileIsMeant) {
     for (const char* name : {"shown", "other"}) fs::create_directory(folder / name);
     WriteFile(folder / "shown/f", "");
     fs::create_hard_link(folder / "shown/f", folder / "other/f");
-    BelievedRefTo(folder / "shown/f");
+    RefTo(folder / "shown/f");
     fs::rename(folder / "shown", folder / "away");
     fs::rename(folder / "other", folder / "shown");
+    BelieveFolderOf(folder / "shown/f");
     const FSRef ref = RefTo(folder / "shown/f");
     EXPECT_EQ(FSDeleteObject(&ref), noErr);
     EXPECT_TRUE(fs::exists(folder / "away/f"));
@@ -230,9 +231,10 @@ TEST_F(References, FolderJustReplaced_ItsOwnNameOfTheLinkIsMeant) {
                                         kFSPathMakeRefDoNotFollowLeafSymlink, &ref, nullptr);
     };
     WriteFile(folder / "shown/f", "");
-    BelievedRefTo(folder / "shown/f");
+    RefTo(folder / "shown/f");
     fs::rename(folder / "shown", folder / "away");
     fs::rename(folder / "other", folder / "shown");
+    BelieveFolderOf(folder / "shown/f");
     FSRef ref;
     ASSERT_EQ(refTo(folder / "shown/l", ref), noErr);
     EXPECT_EQ(FSDeleteObject(&ref), noErr);
@@ -245,13 +247,15 @@ TEST_F(References, FolderJustPutAway_ItsFilesAreMissing) {
     fs::create_directory(folder / "shown");
     WriteFile(folder / "shown/f", "");
     FSRef ref;
-    BelievedRefTo(folder / "shown/f");
+    RefTo(folder / "shown/f");
     fs::rename(folder / "shown", folder / "away");
+    BelieveFolderOf(folder / "shown/f");
     EXPECT_EQ(PathToRef(folder / "shown/f", ref), fnfErr);
     fs::rename(folder / "away", folder / "shown");
-    BelievedRefTo(folder / "shown/f");
+    RefTo(folder / "shown/f");
     fs::rename(folder / "shown", folder / "away");
     fs::create_directory(folder / "shown");
+    BelieveFolderOf(folder / "shown/f");
     EXPECT_EQ(PathToRef(folder / "shown/f", ref), fnfErr);
 }
 
@@ -290,9 +294,10 @@ TEST_F(References, VolumeThatKnowsNamesOnly_PathThroughALinkIsWalkedEachTime) {
     ASSERT_EQ(stat((folder / "second/f").c_str(), &status), 0);
     StateLock()->devices.Remember(DeviceOf(facts), MountOf(facts), MonotonicNow(), {false, true, false});
     fs::create_directory_symlink("first", folder / "link");
-    BelievedRefTo(folder / "link/f");
+    RefTo(folder / "link/f");
     fs::create_directory_symlink("second", folder / "next");
     fs::rename(folder / "next", folder / "link");
+    BelieveFolderOf(folder / "link/f");
     Place place;
     EXPECT_EQ(Locate(RefTo(folder / "link/f"), place), noErr);
     EXPECT_EQ(place.facts.stx_ino, status.st_ino);
@@ -969,8 +974,9 @@ TEST_F(References, RightAfterAMountOverAFolder_ObjectsAreThoseOfTheMount) {
     auto body = [&] {
         if (mount("overlay", merged.c_str(), "overlay", 0, options.c_str())) return 77;
         Find(RefTo(path));
-        BelievedRefTo(path);
+        RefTo(path);
         if (mount(merged.c_str(), covered.c_str(), nullptr, MS_BIND, nullptr)) return 77;
+        BelieveFolderOf(path);
         const FSRef covering = RefTo(path);
         Place place;
         DeviceTraits traits;
