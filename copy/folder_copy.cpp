@@ -216,6 +216,7 @@ OSErr FSCopyFolder(const FSRef* source, const FSRef* destDir, const FSCatalogInf
 
     OSErr result = AllocateBatch(&globals);
     if (result == noErr) result = FSGetVRefNum(source, &globals.volume);
+    if (!filter->filterProc) PlatformBeginTree(); // a filter may put anything there between the items
     bool wantSpec = newSpec || filter->wantFSSpec;
     if (result == noErr)
         result = CreateTopFolder(&globals, source, destDir, sourceInfo, newName, &newTop,
@@ -223,6 +224,7 @@ OSErr FSCopyFolder(const FSRef* source, const FSRef* destDir, const FSCatalogInf
     if (result == noErr) result = AddFolder(&globals.folderList, *source, newTop, 0);
     if (result == noErr) result = ProcessFolderList(&globals);
     DestroyList(&globals.folderList);
+    PlatformEndTree();
 
     // The real creation date takes the busy mark away; after a failure the mark stays on what was copied.
     if (result == noErr && !params->copyingToDropBox)

@@ -18,6 +18,13 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
                                FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                                FSSpec* newSpec, uint32_t* newDirID);
 
+// Between these two calls of a thread it makes a tree, in which only others can have put what it finds in a folder
+// that it has made: the provider need not look for that before each new file, and may go on with the mounts and the
+// root that the thread saw at the beginning. Nothing of the caller's may run meanwhile on this thread. To begin again
+// is to begin anew, and to end twice does no harm.
+void PlatformBeginTree();
+void PlatformEndTree();
+
 // Deletes a file with all its forks, or an empty folder. -45 when it is locked, -47 when the folder is not
 // empty or something is mounted on it. Where the file has gone and the host would not let go of its other
 // forks, the result tells why.

@@ -47,6 +47,7 @@ namespace {
 struct MountLook {
     MountView view;
     uint64_t when; // 0 before the first
+    bool isHeld;
 };
 } // namespace
 
@@ -54,20 +55,28 @@ static constinit thread_local MountLook lastLook TAVPORT_NEAR_TLS = {};
 
 bool IsMountViewRecent(uint64_t now) {
     constexpr uint64_t kTrusted = 50000; // a look costs a microsecond
-    return lastLook.when && now - lastLook.when < kTrusted;
+    return lastLook.when && (lastLook.isHeld || now - lastLook.when < kTrusted);
+}
+
+MountView MountViewFrom(const struct statx& root) {
+    return static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
 }
 
 MountView CurrentMountView(uint64_t now) {
     if (IsMountViewRecent(now)) return lastLook.view;
     struct statx root;
-    if (FactsAt(AT_FDCWD, "/", 0, root) == 0)
-        lastLook.view = static_cast<uint64_t>(MountOf(root)) << 32 ^ root.stx_ino ^ 1;
+    if (FactsAt(AT_FDCWD, "/", 0, root) == 0) lastLook.view = MountViewFrom(root);
     lastLook.when = now;
     return lastLook.view;
 }
 
 void ForgetMountView() {
     lastLook.when = 0;
+}
+
+void HoldMountView(bool isHeld) {
+    ForgetMountView();
+    lastLook.isHeld = isHeld;
 }
 
 MountView LastMountView() {

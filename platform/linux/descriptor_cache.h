@@ -12,6 +12,9 @@ uint64_t MonotonicTick();
 using MountView = uint64_t;
 MountView CurrentMountView(uint64_t now);
 
+// The view of a thread whose "/" has these facts.
+MountView MountViewFrom(const struct statx& root);
+
 // The view at the calling thread's last look, and whether that is recent enough to be relied on.
 MountView LastMountView();
 bool IsMountViewRecent(uint64_t now);
@@ -19,6 +22,9 @@ bool IsMountViewRecent(uint64_t now);
 // Makes the next use look again. To be called when something is not where a recent look said: the thread may have
 // changed its root since.
 void ForgetMountView();
+
+// The next look, which is taken anew, is good for as long as it is held, unless it is forgotten.
+void HoldMountView(bool isHeld);
 
 // To be called when a path has just led the calling thread to the very folder, on the very mount, that it led to in the
 // last view: a mount belongs to one namespace only, so that is the thread's still.

@@ -9,6 +9,7 @@
 #include "platform/linux/idle_iterators.h"
 #include "platform/linux/reference_state.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/trees.h"
 #include "platform/linux/with_descriptors.h"
 
 #include <algorithm>
@@ -146,9 +147,18 @@ private:
     std::string path_;
 };
 
-OSErr OpenRoot(MountView view, FolderHandle& handle) {
+// Opens "/"; the view is the one that it belongs to, if the thread has got another root since it was looked at.
+OSErr OpenRoot(MountView& view, FolderHandle& handle) {
     int descriptor = OpenSparingly([] { return OpenName(AT_FDCWD, "/", O_PATH | O_DIRECTORY); });
+    struct statx facts;
     if (descriptor < 0) return LastError();
+    if (FactsAt(descriptor, "", AT_EMPTY_PATH, facts) < 0) {
+        const OSErr result = LastError();
+        Close(descriptor);
+        return result;
+    }
+    if (view != MountViewFrom(facts)) ForgetMountView();
+    view = MountViewFrom(facts);
     handle = StateLock()->descriptors.Put(view, kRootFolder, descriptor);
     return noErr;
 }
@@ -230,8 +240,8 @@ OSErr OpenFolder(FolderID id, FolderHandle& handle) {
 }
 
 bool CloseIdleDescriptors() {
-    const bool anyResting = FreeRestingDescriptors();
-    return StateLock()->descriptors.DropIdle() || anyResting;
+    const bool anyAhead = CloseOpenedAhead(), anyResting = FreeRestingDescriptors();
+    return StateLock()->descriptors.DropIdle() || anyResting || anyAhead;
 }
 
 // ---- Entering ----

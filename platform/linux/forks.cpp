@@ -359,7 +359,7 @@ static OSErr FindNextFork(const FSRef& ref, int32_t listedBefore, ListedFork& li
             const OSErr result = LookAgain(*kept);
             return result == noErr ? NextForkOf(kept->place, listedBefore, listed) : result;
         }
-    } else if (const KeptFile* const read = KeepFileToRead(ref)) {
+    } else if (const KeptFile* const read = listedBefore == 0 ? KeepFileToRead(ref) : nullptr) {
         return NextForkOf(read->place, listedBefore, listed);
     }
     Place place;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/iterators.h"
+#include "platform/linux/attributes.h"
 #include "platform/linux/folder_reader.h"
 #include "platform/linux/references.h"
 #include "platform/linux/sighting.h"
@@ -22,6 +23,8 @@ struct OpaqueFSIterator {
     bool hasNoSidecars = false;
     uint64_t sidecarsMade = 0;
     BareFolder bareFolder; // for copies, if that is so
+    bool mayOpenAhead = false;
+    Descriptor opened; // the entry in hand, if it has been opened for a copy
 
     // The folder's last change when it was last looked at for the caller, at first when it was opened.
     struct statx_timestamp changed = {};

@@ -7,11 +7,13 @@
 
 #include "platform/linux/current_task.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/folders.h"
 #include "platform/linux/idle_iterators.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
 #include "platform/linux/sighting.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/trees.h"
 #include "platform/linux/with_descriptors.h"
 
 #include <cstring>
@@ -47,9 +49,11 @@ static OSErr OpenReader(OpaqueFSIterator& iterator, const Place& folder) {
     OSErr result = OpenFolder(folder, iterator.item.folder);
     if (result == noErr) result = FolderNumber(folder, iterator.item.folderID);
     if (result == noErr) result = iterator.reader.Open(iterator.item.folder.descriptor());
-    if (result == noErr && !iterator.isForDelete)
-        iterator.bareFolder = SeeBareFolder(folder, iterator.item.folderID);
-    return result;
+    if (result != noErr || iterator.isForDelete) return result;
+    iterator.bareFolder = SeeBareFolder(folder, iterator.item.folderID);
+    const DeviceTraits traits = TraitsOf(folder.folderID, folder.name, folder.facts);
+    iterator.mayOpenAhead = traits.stableInodes && traits.fineTimes; // not where opening asks a server
+    return noErr;
 }
 
 // Looks through the names once for any that could be a sidecar's. That is much cheaper than to look beside
@@ -104,16 +108,31 @@ static unsigned FactsNeeded(const Wanted& wanted, unsigned format) {
     return wanted.whichInfo != kFSCatInfoNone && format == 0 ? STATX_TYPE : 0;
 }
 
-// Whether defaults may stand for what cannot be read: not for one who deletes, nor for one who copies and
-// therefore wants all that can be set.
+// One who copies wants all that can be set.
+static bool IsForCopy(const Wanted& wanted) {
+    return (wanted.whichInfo & kFSCatInfoSettableInfo) == kFSCatInfoSettableInfo;
+}
+
+// Whether defaults may stand for what cannot be read: not for one who deletes or copies.
 static bool TakesDefaults(const OpaqueFSIterator& iterator, const Wanted& wanted) {
-    const bool isForCopy = (wanted.whichInfo & kFSCatInfoSettableInfo) == kFSCatInfoSettableInfo;
-    return !iterator.isForDelete && !isForCopy;
+    return !iterator.isForDelete && !IsForCopy(wanted);
 }
 
 // Whether a failure is the entry's own affair, such as of a volume mounted there whose server has gone.
 static bool IsItsOwn(OSErr result) {
     return result != noErr && result != fnfErr && result != tmfoErr && result != memFullErr;
+}
+
+// Opens a file that is about to be copied, and looks at it; false when it has to be looked at by its name.
+static bool LookByOpening(OpaqueFSIterator& iterator, const Wanted& wanted, unsigned format) {
+    if (!iterator.mayOpenAhead || format != S_IFREG || !IsForCopy(wanted) || !wanted.refs || !CanOpenAhead())
+        return false;
+    Place& item = iterator.item;
+    iterator.opened.Reset(OpenName(item.folder.descriptor(), item.name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (!iterator.opened) return false;
+    item.isLink = false;
+    return FactsAt(iterator.opened.number(), "", AT_EMPTY_PATH, item.facts) == 0 &&
+           S_ISREG(item.facts.stx_mode) && item.facts.stx_nlink > 0;
 }
 
 static OSErr LookAt(Place& item, const Wanted& wanted, unsigned format, bool takesDefaults) {
@@ -151,6 +170,8 @@ static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
         std::memcpy(item.name, name, length + 1);
         result = WithDescriptors([&] { return FindSidecar(item.folder.descriptor(), item.name); });
         if (result == noErr) continue;
+        if (result == fnfErr && LookByOpening(iterator, wanted, format)) return noErr;
+        iterator.opened.Reset(-1);
         if (result == fnfErr) result = LookAt(item, wanted, format, TakesDefaults(iterator, wanted));
         if (IsItsOwn(result))
             iterator.leftOut = result;
@@ -168,12 +189,14 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     if (wanted.refs || wanted.specs) result = MakeReference(item.folderID, item.name, item.facts, false, ref);
     if (result == noErr && wanted.specs) result = FillSpec(item, ref, wanted.specs[index]);
     if (result == noErr && wanted.whichInfo != kFSCatInfoNone)
-        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], MayHaveSidecars(iterator));
+        result = FillCatalogInfo(item, wanted.whichInfo, wanted.infos[index], MayHaveSidecars(iterator),
+                                 iterator.opened.number());
     if (result == ioErr && TakesDefaults(iterator, wanted)) result = noErr;
     if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
     if (result == noErr && iterator.isForDelete && iterator.hasNoSidecars && wanted.refs &&
         (wanted.whichInfo & kFSCatInfoNodeFlags))
         RememberSighting(ref, item, wanted.infos[index].nodeFlags & kFSNodeLockedMask, iterator.sidecarsMade);
+    if (result == noErr && iterator.opened) KeepOpenedAhead(ref, iterator.opened.Release());
     return result;
 }
 
@@ -229,6 +252,7 @@ OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCo
 
     const TerminationHold hold;
     if (iterator->isForDelete) TakeUp(*iterator);
+    CloseOpenedAhead();
     OSErr result = iterator->pending;
     iterator->pending = noErr;
     if (result == noErr) result = WakeUp(*iterator);

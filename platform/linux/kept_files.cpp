@@ -11,6 +11,7 @@
 #include "platform/linux/folders.h"
 #include "platform/linux/kept_dates.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/trees.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -86,11 +87,14 @@ KeptFile* KeepFileToRead(const FSRef& ref) {
     KeptFile& slot = kept->read;
     Identity identity;
     if (Guess(ref, slot.place, identity) != noErr || !S_ISREG(slot.place.facts.stx_mode)) return nullptr;
-    slot.file.Reset(
-        OpenName(slot.place.folder.descriptor(), slot.place.name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    slot.file.Reset(TakeOpenedAhead(ref));
+    if (!slot.file)
+        slot.file.Reset(
+            OpenName(slot.place.folder.descriptor(), slot.place.name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     struct statx& facts = slot.place.facts;
     if (!slot.file) return nullptr;
-    if (FactsAt(slot.file.number(), "", AT_EMPTY_PATH, facts) < 0 || !Matches(identity, facts)) {
+    if (FactsAt(slot.file.number(), "", AT_EMPTY_PATH, facts) < 0 || !Matches(identity, facts) ||
+        facts.stx_nlink == 0) {
         slot.file.Reset(-1);
         return nullptr;
     }

@@ -104,11 +104,11 @@ static UTCDateTime CreateDate(const Place& place, const Facts& kept) {
 }
 
 static OSErr FillMetadata(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                          bool mayHaveSidecar) {
+                          bool mayHaveSidecar, int file) {
     Facts kept;
     const bool inSidecar = mayHaveSidecar && (whichInfo & kFinderFacts);
     const Look look = inSidecar ? Look::kFinderInfoInSidecar : Look::kAttributeOnly;
-    const OSErr result = LoadFacts(place, look, kept);
+    const OSErr result = LoadFacts(place, look, kept, file);
     if (result != noErr) kept = {};
     if (place.isLink) FillLinkFinderInfo(kept.finderInfo);
     if (whichInfo & kFSCatInfoNodeFlags) {
@@ -170,7 +170,7 @@ static void FillFromStatus(const Place& place, FSCatalogInfoBitmap whichInfo, FS
 }
 
 OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                      bool mayHaveSidecar) {
+                      bool mayHaveSidecar, int file) {
     FillFromStatus(place, whichInfo, info);
     OSErr result = noErr;
     const auto note = [&result](OSErr part) { result = result == noErr ? part : result; };
@@ -180,7 +180,7 @@ OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatal
     }
     if (whichInfo & kFSCatInfoRsrcSizes) note(FillResourceSizes(place, info));
     if (whichInfo & kFSCatInfoNodeID) note(NodeID(place, info.nodeID));
-    if (whichInfo & kMetadataFacts) note(FillMetadata(place, whichInfo, info, mayHaveSidecar));
+    if (whichInfo & kMetadataFacts) note(FillMetadata(place, whichInfo, info, mayHaveSidecar, file));
     return result;
 }
 

@@ -11,9 +11,9 @@
 // Fills the facts that `whichInfo` selects; those that a failure keeps from being known have their defaults.
 // `place.facts` holds what statx tells of them; where only the node flags are asked for, the type alone
 // (STATX_TYPE). Where the caller knows that the folder holds no sidecars, Finder information is not looked for
-// in one.
+// in one. `file` may be a descriptor of the object's data.
 OSErr FillCatalogInfo(const Place& place, FSCatalogInfoBitmap whichInfo, FSCatalogInfo& info,
-                      bool mayHaveSidecar = true);
+                      bool mayHaveSidecar = true, int file = -1);
 
 // Stores the settable facts that `whichInfo` selects (-50 for others). On an object that is a link nothing
 // but dates and owner is stored; what the volume cannot keep is dropped.

@@ -132,6 +132,16 @@ static Found ReadRecordOf(int file, const Place& place, Record& record) {
     return ReadRecordAt(exact, record);
 }
 
+// Reads the attribute through a descriptor of the object's data.
+static Found ReadRecordThrough(int file, const Place& place, Record& record) {
+    const Found found = ReadRecord(
+        [file](void* bytes, size_t size) {
+            return Retry([&] { return fgetxattr(file, kMetadataAttribute, bytes, size); });
+        },
+        record);
+    return found == Found::kDenied ? ReadRecordOf(file, place, record) : found;
+}
+
 static bool CanHaveFacts(const Place& place) {
     return S_ISREG(place.facts.stx_mode) || S_ISDIR(place.facts.stx_mode);
 }
@@ -167,13 +177,13 @@ static OSErr Interpret(Found found, Record& record, const Place& place, Look loo
     }
 }
 
-OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
+OSErr LoadFacts(const Place& place, Look look, Facts& facts, int file) {
     facts = {};
     if (!CanHaveFacts(place)) return noErr;
     Record record;
     Found found = Found::kNone;
     if (!IsKnownBare(place.facts)) {
-        found = ReadRecordAt(place, record);
+        found = file < 0 ? ReadRecordAt(place, record) : ReadRecordThrough(file, place, record);
         if (found == Found::kNone)
             RememberBare(place.facts, TraitsOf(place.folderID, place.name, place.facts).fineTimes);
     }
@@ -183,12 +193,7 @@ OSErr LoadFacts(const Place& place, Look look, Facts& facts) {
 OSErr CheckUnlocked(const Place& place, int file, OSErr refusal) {
     Record record;
     Facts facts;
-    Found found = ReadRecord(
-        [file](void* bytes, size_t size) {
-            return Retry([&] { return fgetxattr(file, kMetadataAttribute, bytes, size); });
-        },
-        record);
-    if (found == Found::kDenied) found = ReadRecordOf(file, place, record);
+    const Found found = ReadRecordThrough(file, place, record);
     const OSErr result = Interpret(found, record, place, Look::kAttributeOnly, facts);
     return result == noErr && facts.locked ? refusal : result;
 }

@@ -11,7 +11,8 @@
 enum class Look { kAttributeOnly, kFinderInfoInSidecar };
 
 // The defaults where nothing is kept, or where it cannot be read or understood. -43 when the object is gone.
-OSErr LoadFacts(const Place& place, Look look, appledouble::Facts& facts);
+// `file` may be a descriptor of the object's data.
+OSErr LoadFacts(const Place& place, Look look, appledouble::Facts& facts, int file = -1);
 
 // CheckUnlocked through a descriptor of the object's data.
 OSErr CheckUnlocked(const Place& place, int file, OSErr refusal);

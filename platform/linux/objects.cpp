@@ -13,8 +13,10 @@
 #include "platform/linux/kept_files.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
+#include "platform/linux/sidecar.h"
 #include "platform/linux/sighting.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/trees.h"
 #include "platform/linux/with_descriptors.h"
 
 #include <cstdio>
@@ -109,6 +111,9 @@ static OSErr Furnish(Place& made, Descriptor& file, const Creation& creation) {
         return FurnishNewObject(made, creation.whichInfo, creation.catalogInfo, file ? &newFile : nullptr);
     });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
+    if (result == noErr && IsFolder(made)) NoteNewFolder(made);
+    if (newFile.isToBeKept && file) KeepOrdinary(made, file.number());
+    NoteName(made);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
     if (result != noErr || !creation.newRef) return result;
@@ -225,6 +230,7 @@ static OSErr Relocate(const Place& from, const Place& to, FSRef* newRef) {
         const OSErr result = RenameWithSidecar(from, to);
         if (result != noErr) return result;
         ObjectMoved(from, to.folderID, to.name);
+        NoteName(to);
     }
     return newRef ? MakeReference(to.folderID, to.name, from.facts, from.standsForTarget, *newRef) : noErr;
 }

@@ -14,6 +14,7 @@
 #include "platform/linux/kept_files.h"
 #include "platform/linux/object_facts.h"
 #include "platform/linux/sidecar.h"
+#include "platform/linux/trees.h"
 
 #include <cerrno>
 #include <optional>
@@ -145,7 +146,8 @@ static bool DatesCanWait(FSCatalogInfoBitmap whichInfo, const FSCatalogInfo& inf
 }
 
 OSErr FurnishNewObject(Place& made, FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* info, NewFile* file) {
-    OSErr result = DisownOrphan(made.folder.descriptor(), made.name);
+    OSErr result = noErr;
+    if (!IsNewFolder(made.folderID)) result = DisownOrphan(made.folder.descriptor(), made.name);
     if (result != noErr || whichInfo == kFSCatInfoNone) return result;
     if (whichInfo & ~kFSCatInfoSettableInfo) return paramErr;
     HeldObject object;

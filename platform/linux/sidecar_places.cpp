@@ -137,6 +137,11 @@ OSErr DisownOrphan(int folder, const char* name) {
     return IsWant(result) ? result : noErr;
 }
 
+void KeepOrdinary(const Place& copy, int file) {
+    if (std::strncmp(copy.name, "._", 2) == 0 && HasNeighbour(copy.folder.descriptor(), copy.name + 2))
+        RememberOrphan(file, copy.facts);
+}
+
 static bool AreOneEntry(int folder, const char* name, int otherFolder, const char* other) {
     struct statx a, b;
     return FactsAt(folder, name, AT_SYMLINK_NOFOLLOW, a) == 0 &&

@@ -1,10 +1,12 @@
 #include "copy/folder_copy.h"
 
 #include "platform/catalog.h"
+#include "platform/objects.h"
 #include "platform/references.h"
 #include "platform/volumes.h"
 #include "support/files.h"
 #include "support/references.h"
+#include "support/sidecars.h"
 
 #include <gtest/gtest.h>
 
@@ -40,6 +42,13 @@ public:
         for (const auto& entry : fs::recursive_directory_iterator(root))
             entries.insert(fs::relative(entry.path(), root).string());
         return entries;
+    }
+    // How many objects a listing of the folder shows.
+    static uint32_t Items(const std::string& path) {
+        FSRef ref = Reference(path);
+        FSCatalogInfo info;
+        EXPECT_EQ(FSGetCatalogInfo(&ref, kFSCatInfoValence, &info, nullptr, nullptr, nullptr), noErr);
+        return info.valence;
     }
     UTCDateTime CreationDate(const std::string& path) {
         FSRef ref = Reference(path);
@@ -310,6 +319,49 @@ TEST_F(FolderCopyTest, DeepTreeIsCopied) {
     WriteFile((path / "file").string(), "deep");
     ASSERT_EQ(CopyTree(), noErr);
     EXPECT_EQ(Entries(To("tree")).size(), 301u);
+}
+
+// An entry "._name" that was there before "name" is a file of its own, and is no part of "name" in the copy either,
+// whichever of the two the listing gives first.
+TEST_F(FolderCopyTest, OrphanedSidecarsOfTheSourceAreCopiedAsFiles) {
+    constexpr uint32_t kPairs = 20;
+    const FSRef tree = Reference(From("tree"));
+    for (uint32_t i = 0; i < kPairs; ++i) {
+        const std::string name = std::to_string(i);
+        WriteFile(From("tree/._" + name), EmptySidecar());
+        const HFSUniStr255 units = Name(Wide(name));
+        ASSERT_EQ(FSCreateFileUnicode(&tree, units.length, units.unicode, kFSCatInfoNone, nullptr, nullptr,
+                                      nullptr),
+                  noErr);
+    }
+    ASSERT_EQ(CopyTree(), noErr);
+    EXPECT_EQ(Items(From("tree")), 2 * kPairs);
+    EXPECT_EQ(Items(To("tree")), 2 * kPairs);
+}
+
+TEST_F(FolderCopyTest, WhatAFilterPutsThereBeforeAFileIsNoPartOfTheFile) {
+    WriteFile(From("tree/file"), "x");
+    auto put = [](Boolean isFolder, ItemCount, OSErr, const FSCatalogInfo*, const FSRef*, const FSSpec*,
+                  const HFSUniStr255*, const FSRef*, void* data) -> OSErr {
+        if (isFolder) WriteFile(static_cast<FolderCopyTest*>(data)->To("tree/._file"), EmptySidecar());
+        return noErr;
+    };
+    ASSERT_EQ(CopyTree(0, kDupeActionStandard, put, this), noErr);
+    EXPECT_EQ(Items(To("tree")), 2u);
+}
+
+TEST_F(FolderCopyTest, OrphanedSidecarsArePassedByInTheCopyWhenItHasEnded) {
+    fs::create_directory(From("tree/folder"));
+    ASSERT_EQ(CopyTree(), noErr);
+    for (const std::string copied : {"tree", "tree/folder"}) {
+        WriteFile(To(copied + "/._file"), EmptySidecar());
+        const FSRef parent = Reference(To(copied));
+        const HFSUniStr255 name = Name(u"file");
+        ASSERT_EQ(FSCreateFileUnicode(&parent, name.length, name.unicode, kFSCatInfoNone, nullptr, nullptr,
+                                      nullptr),
+                  noErr);
+        EXPECT_EQ(Items(To(copied)), copied == "tree" ? 3u : 2u);
+    }
 }
 
 TEST(GetMagicBusyCreateDate, NullIsRefused) {

@@ -2,9 +2,11 @@
 
 #include "copy/file_copy.h"
 #include "copy/folder_copy.h"
+#include "platform/objects.h"
 #include "platform/references.h"
 #include "support/files.h"
 #include "support/references.h"
+#include "support/sidecars.h"
 
 #include <gtest/gtest.h>
 
@@ -520,6 +522,20 @@ TEST_F(ObjectCopyTest, TavCopyFileToAPathThatEndsInASlashCopiesIntoThatFolder) {
     fs::create_directory(To("name"));
     EXPECT_EQ(CopyPath(From("file"), To("name/"), 1), 1);
     EXPECT_EQ(ReadFile(To("name/ame:")), "content");
+}
+
+// It would give its resources to an object that has nothing to do with it, and be seen no more itself.
+TEST_F(ObjectCopyTest, FileThatWouldBeASidecarByItsNameIsCopiedAsAFile) {
+    WriteFile(From("._file"), EmptySidecar());
+    WriteFile(To("file"), "");
+    ASSERT_EQ(Copy("._file", kDupeActionStandard), noErr);
+    FSRef ref = Reference(To(""));
+    FSCatalogInfo info;
+    ASSERT_EQ(FSGetCatalogInfo(&ref, kFSCatInfoValence, &info, nullptr, nullptr, nullptr), noErr);
+    EXPECT_EQ(info.valence, 2u);
+    ref = Reference(To("file"));
+    ASSERT_EQ(FSDeleteObject(&ref), noErr);
+    EXPECT_EQ(ReadFile(To("._file")), EmptySidecar());
 }
 
 // Bytes that are not UTF-8 are lone surrogates in paths, on the way and at the end.

@@ -1,0 +1,34 @@
+// Inside the provider: what a thread knows and keeps while it makes a copy of a tree. Sections: the folders that it
+// makes, the files that it reads.
+#pragma once
+
+#include "platform/linux/references.h"
+
+// ---- Folders
+
+// Notes a folder that the calling thread has just made, while it makes a tree.
+void NoteNewFolder(const Place& made);
+
+// To be called when the calling thread has given an entry a name. One that a sidecar could have ends what is known of
+// the folder.
+void NoteName(const Place& named);
+
+// Whether the folder is known to hold no orphaned sidecar: the calling thread has made it for this tree, and if
+// anybody has put one there it was somebody else, meanwhile.
+bool IsNewFolder(FolderID folder);
+
+// ---- Files
+
+// Whether the calling thread makes a tree, and has room for one more file.
+bool CanOpenAhead();
+
+// Takes over the descriptor of a regular file that was opened for reading when it was listed, so that its facts and
+// its content cost one look at its name together. If there is room.
+void KeepOpenedAhead(const FSRef& ref, int descriptor);
+
+// Gives up the descriptor of the file that `ref` stands for, and closes those that were listed before it; -1 when there
+// is none.
+int TakeOpenedAhead(const FSRef& ref);
+
+// Closes them all; whether there were any.
+bool CloseOpenedAhead();

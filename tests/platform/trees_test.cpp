@@ -1,0 +1,474 @@
+// What a thread believes and keeps while it makes a copy of a tree, and that nothing of it outlasts the tree.
+#include "platform/linux/trees.h"
+
+#include "metadata_support.h"
+#include "platform/iterators.h"
+#include "platform/linux/descriptor_cache.h"
+#include "platform/linux/kept_files.h"
+#include "platform/objects.h"
+#include "support/forced_end.h"
+#include "support/private_mounts.h"
+#include "support/running_task.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sys/resource.h>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string kSound = AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "resource"}});
+
+FSRef MakeFolder(const std::string& in, const std::string& name) {
+    const FSRef parent = RefTo(in);
+    const std::u16string units = Wide(name);
+    FSRef ref = {};
+    EXPECT_EQ(FSCreateDirectoryUnicode(&parent, static_cast<UniCharCount>(units.size()),
+                                       reinterpret_cast<const UniChar*>(units.data()), kFSCatInfoNone,
+                                       nullptr, &ref, nullptr, nullptr),
+              noErr);
+    return ref;
+}
+
+FSRef MakeFile(const FSRef& parent, const std::u16string& name) {
+    FSRef ref = {};
+    EXPECT_EQ(FSCreateFileUnicode(&parent, static_cast<UniCharCount>(name.size()),
+                                  reinterpret_cast<const UniChar*>(name.data()), kFSCatInfoNone, nullptr,
+                                  &ref, nullptr),
+              noErr);
+    return ref;
+}
+
+// ---- New folders
+
+class TreeFolders : public testing::Test {
+protected:
+    void TearDown() override { PlatformEndTree(); }
+
+    // Whether a new file takes over what another program has put beside its name.
+    bool TakesOver(const FSRef& folder, const std::string& path, const std::string& name) const {
+        WriteFile(path + "/._" + name, kSound);
+        return GetType(MakeFile(folder, Wide(name))) == "TEXTttxt";
+    }
+
+    TemporaryFolder folder_;
+    const std::string top_ = folder_ / "top";
+};
+
+TEST_F(TreeFolders, WhatOthersPutIntoAFolderOfTheTree_CountsAsPutThereLater) {
+    PlatformBeginTree();
+    EXPECT_TRUE(TakesOver(MakeFolder(folder_.path(), "top"), top_, "file"));
+}
+
+TEST_F(TreeFolders, OtherFolders_AreLookedInto) {
+    const FSRef before = MakeFolder(folder_.path(), "top");
+    PlatformBeginTree();
+    EXPECT_FALSE(TakesOver(before, top_, "file"));
+    fs::create_directory(folder_ / "another's");
+    EXPECT_FALSE(TakesOver(RefTo(folder_ / "another's"), folder_ / "another's", "file"));
+}
+
+TEST_F(TreeFolders, FoldersOfATreeThatHasEnded_AreLookedInto) {
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top");
+    PlatformEndTree();
+    EXPECT_FALSE(TakesOver(top, top_, "file"));
+    PlatformBeginTree();
+    EXPECT_FALSE(TakesOver(top, top_, "other"));
+}
+
+TEST_F(TreeFolders, BeginningAgain_IsBeginningAnew) {
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top");
+    PlatformBeginTree();
+    EXPECT_FALSE(TakesOver(top, top_, "file"));
+}
+
+TEST_F(TreeFolders, OtherThreads_LookIntoThem) {
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top");
+    std::thread([&] { EXPECT_FALSE(TakesOver(top, top_, "file")); }).join();
+}
+
+// The tree's own files come in any order: "._file" of a tree without "file" is an ordinary file.
+TEST_F(TreeFolders, AfterAFileOfTheTreeThatCouldBeASidecar_TheyAreLookedInto) {
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top");
+    ASSERT_EQ(WriteWhole(MakeFile(top, u"._file"), false, kSound), noErr);
+    EXPECT_EQ(GetType(MakeFile(top, u"file")), kNoType);
+}
+
+TEST_F(TreeFolders, AfterARenameToWhatCouldBeASidecar_TheyAreLookedInto) {
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top");
+    const FSRef orphan = MakeFile(top, u"orphan");
+    ASSERT_EQ(WriteWhole(orphan, false, kSound), noErr);
+    ASSERT_EQ(FSRenameUnicode(&orphan, 6, reinterpret_cast<const UniChar*>(u"._file"), kTextEncodingUnknown,
+                              nullptr),
+              noErr);
+    EXPECT_EQ(GetType(MakeFile(top, u"file")), kNoType);
+}
+
+TEST_F(TreeFolders, WhatMovesIntoThem_IsLookedForToo) {
+    WriteFile(folder_ / "._file", kSound);
+    PlatformBeginTree();
+    const FSRef top = MakeFolder(folder_.path(), "top"), orphan = RefTo(folder_ / "._file");
+    ASSERT_EQ(FSMoveObject(&orphan, &top, nullptr), noErr);
+    EXPECT_EQ(GetType(MakeFile(top, u"file")), kNoType);
+}
+
+// There is room for a thousand; whichever are forgotten, none is taken for another.
+TEST_F(TreeFolders, MoreThanThereIsRoomFor_AreLookedInto) {
+    fs::create_directory(folder_ / "another's");
+    const FSRef another = RefTo(folder_ / "another's");
+    PlatformBeginTree();
+    const FSRef first = MakeFolder(folder_.path(), "first");
+    for (int i = 0; i < 2000; ++i) MakeFolder(folder_.path(), std::to_string(i));
+    EXPECT_FALSE(TakesOver(first, folder_ / "first", "file"));
+    EXPECT_FALSE(TakesOver(another, folder_ / "another's", "file"));
+}
+
+// There the name is the identity: another folder may stand for this one at any time.
+TEST_F(TreeFolders, WhereNumbersTellNothing_FoldersAreLookedInto) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    SKIP_IF_MISSING(mounts.MountWithoutAttributes("/volume"));
+    PlatformBeginTree();
+    EXPECT_FALSE(TakesOver(MakeFolder("/volume", "top"), "/volume/top", "file"));
+}
+
+// ---- Files
+
+class TreeFiles : public testing::Test {
+protected:
+    static constexpr int kFiles = 100, kBatch = 80;
+
+    void SetUp() override {
+        fs::create_directory(source_);
+        PlatformBeginTree();
+    }
+    void TearDown() override {
+        if (iterator_) FSCloseIterator(iterator_);
+        PlatformCloseKeptFiles();
+        PlatformEndTree();
+    }
+
+    void Open(FSIteratorFlags flags = kFSIterateFlat) {
+        const FSRef folder = RefTo(source_);
+        ASSERT_EQ(FSOpenIterator(&folder, flags, &iterator_), noErr);
+    }
+    // The next batch, as a copy asks for it; how many descriptors more are open.
+    size_t List(FSCatalogInfoBitmap which = kFSCatInfoSettableInfo, bool wantsRefs = true) {
+        const size_t before = OpenDescriptors();
+        EXPECT_EQ(FSGetCatalogInfoBulk(iterator_, kBatch, &count_, nullptr, which, infos_,
+                                       wantsRefs ? refs_ : nullptr, nullptr, names_),
+                  noErr);
+        return OpenDescriptors() - before;
+    }
+    // The file that is listed alone.
+    const FSRef& ListOne() {
+        Open();
+        EXPECT_EQ(List(), 1u);
+        EXPECT_EQ(count_, 1u);
+        return refs_[0];
+    }
+    void MakeFiles(int count) const {
+        for (int i = 0; i < count; ++i) WriteFile(source_ + "/" + std::to_string(i), std::to_string(i));
+    }
+    // The file's content, read as a copy does.
+    static std::string Content(const FSRef& ref) {
+        PlatformKeepFilesOpen();
+        CatPositionRec position = {};
+        int64_t size = -1;
+        const OSErr result = FSIterateForks(&ref, &position, nullptr, &size, nullptr);
+        const std::string content =
+            result == noErr ? ReadWhole(ref, false) : "error " + std::to_string(result);
+        PlatformCloseKeptFiles();
+        return content;
+    }
+
+    TemporaryFolder folder_;
+    const std::string source_ = folder_ / "source";
+    FSIterator iterator_ = nullptr;
+    ItemCount count_ = 0;
+    FSCatalogInfo infos_[kBatch];
+    FSRef refs_[kBatch];
+    HFSUniStr255 names_[kBatch];
+};
+
+TEST_F(TreeFiles, ABatchThatIsToBeCopied_IsOpen) {
+    MakeFiles(kFiles);
+    Open();
+    EXPECT_EQ(List(), size_t{kBatch});
+}
+
+TEST_F(TreeFiles, TheNextBatch_TakesTheLastOnesPlace) {
+    MakeFiles(kFiles);
+    Open();
+    List();
+    const size_t before = OpenDescriptors();
+    List();
+    EXPECT_EQ(count_, ItemCount{kFiles - kBatch});
+    EXPECT_EQ(OpenDescriptors(), before - kBatch + (kFiles - kBatch));
+}
+
+TEST_F(TreeFiles, TheEndOfTheTree_ClosesThem) {
+    MakeFiles(kFiles);
+    Open();
+    const size_t before = OpenDescriptors();
+    List();
+    PlatformEndTree();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TreeFiles, ANewBeginning_ClosesThem) {
+    MakeFiles(3);
+    Open();
+    const size_t before = OpenDescriptors();
+    List();
+    PlatformBeginTree();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TreeFiles, ListingsForOtherPurposes_OpenNothing) {
+    MakeFiles(3);
+    Open();
+    EXPECT_EQ(List(kFSCatInfoNodeFlags | kFSCatInfoDataSizes), 0u);
+    FSCloseIterator(iterator_);
+    Open();
+    EXPECT_EQ(List(kFSCatInfoSettableInfo, false), 0u);
+    FSCloseIterator(iterator_);
+    Open(kFSIterateDelete);
+    EXPECT_EQ(List(), 0u);
+    FSCloseIterator(iterator_);
+    PlatformEndTree();
+    Open();
+    EXPECT_EQ(List(), 0u);
+}
+
+// Opening a file there may ask a server, and what has its name when it is copied is the file.
+TEST_F(TreeFiles, WhereNumbersTellNothing_NothingIsOpened) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    SKIP_IF_MISSING(mounts.MountWithoutAttributes("/volume"));
+    WriteFile("/volume/file", "content");
+    const FSRef folder = RefTo("/volume");
+    ASSERT_EQ(FSOpenIterator(&folder, kFSIterateFlat, &iterator_), noErr);
+    EXPECT_EQ(List(), 0u);
+    EXPECT_EQ(count_, 1u);
+}
+
+TEST_F(TreeFiles, WhatIsNoFile_IsNotOpened) {
+    fs::create_directory(source_ + "/folder");
+    ASSERT_EQ(mkfifo((source_ + "/pipe").c_str(), 0600), 0);
+    fs::create_symlink("pipe", source_ + "/link");
+    Open();
+    EXPECT_EQ(List(), 0u);
+    EXPECT_EQ(count_, 3u);
+}
+
+TEST_F(TreeFiles, FactsAndContent_AreThoseOfTheName) {
+    WriteFile(source_ + "/file", "content");
+    ASSERT_EQ(SetType(source_ + "/file", "TEXTttxt"), noErr);
+    ASSERT_EQ(SetLock(source_ + "/file", true), noErr);
+    const FSRef ref = ListOne();
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(infos_[0].finderInfo), 8), "TEXTttxt");
+    EXPECT_TRUE(infos_[0].nodeFlags & kFSNodeLockedMask);
+    EXPECT_EQ(SecondsOf(infos_[0].contentModDate) - k1970, StatusOf(source_ + "/file").st_mtime);
+    EXPECT_EQ(infos_[0].permissions.mode, StatusOf(source_ + "/file").st_mode);
+    EXPECT_EQ(Content(ref), "content");
+}
+
+TEST_F(TreeFiles, FileThatMayNotBeRead_IsListedAllTheSame) {
+    if (!AsPlainUser::IsPossible()) GTEST_SKIP() << "becoming another user needs the superuser";
+    WriteFile(source_ + "/file", "content");
+    ASSERT_EQ(SetType(source_ + "/file", "TEXTttxt"), noErr);
+    ASSERT_EQ(chmod((source_ + "/file").c_str(), 0), 0);
+    fs::permissions(folder_.path(), fs::perms::others_exec | fs::perms::others_read, fs::perm_options::add);
+    GiveToPlainUser(source_ + "/file");
+    const AsPlainUser user;
+    Open();
+    EXPECT_EQ(List(), 0u);
+    ASSERT_EQ(count_, 1u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(infos_[0].finderInfo), 8), "TEXTttxt");
+}
+
+TEST_F(TreeFiles, FileOpenedAhead_IsOpenedOnce) {
+    MakeFiles(1);
+    const FSRef ref = ListOne();
+    const size_t before = OpenDescriptors();
+    PlatformKeepFilesOpen();
+    CatPositionRec position = {};
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, nullptr, nullptr), noErr);
+    EXPECT_EQ(OpenDescriptors(), before);
+    PlatformCloseKeptFiles();
+    EXPECT_EQ(OpenDescriptors(), before - 1);
+}
+
+TEST_F(TreeFiles, ThoseThatAreLeftOut_AreClosedWithTheNextThatIsRead) {
+    MakeFiles(3);
+    Open();
+    List();
+    const size_t before = OpenDescriptors();
+    const FSRef last = refs_[2];
+    Content(last);
+    EXPECT_EQ(OpenDescriptors(), before - 3);
+    EXPECT_EQ(Content(refs_[0]).size(), 1u); // it is opened again
+}
+
+TEST_F(TreeFiles, ContentThatGrewSinceTheListing_IsReadWhole) {
+    WriteFile(source_ + "/file", "old");
+    const FSRef ref = ListOne();
+    WriteFile(source_ + "/file", "much more than that");
+    EXPECT_EQ(Content(ref), "much more than that");
+}
+
+TEST_F(TreeFiles, FileDeletedSinceTheListing_IsGone) {
+    WriteFile(source_ + "/file", "old");
+    const FSRef ref = ListOne();
+    fs::remove(source_ + "/file");
+    EXPECT_EQ(Content(ref), "error -43");
+}
+
+TEST_F(TreeFiles, FileReplacedSinceTheListing_IsGone) {
+    WriteFile(source_ + "/file", "old");
+    const FSRef ref = ListOne();
+    WriteFile(folder_ / "new", "new");
+    fs::rename(folder_ / "new", source_ + "/file");
+    EXPECT_EQ(Content(ref), "error -43");
+}
+
+// The sidecar that stands beside its former name by now belongs to somebody else.
+TEST_F(TreeFiles, FileRenamedSinceTheListing_KeepsItsForks) {
+    WriteFile(source_ + "/file", "content");
+    const FSRef ref = ListOne();
+    fs::rename(source_ + "/file", source_ + "/new name");
+    WriteFile(source_ + "/file", "another");
+    WriteFile(source_ + "/._file", kSound);
+    PlatformKeepFilesOpen();
+    CatPositionRec position = {};
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, nullptr, nullptr), noErr);
+    EXPECT_EQ(ReadWhole(ref, false), "content");
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, nullptr, nullptr), errFSNoMoreItems);
+    PlatformCloseKeptFiles();
+}
+
+TEST_F(TreeFiles, TheSecondForkAlone_IsThatOfTheFileByItsPresentName) {
+    WriteFile(source_ + "/file", "content");
+    const FSRef ref = ListOne();
+    fs::rename(source_ + "/file", source_ + "/new name");
+    WriteFile(source_ + "/file", "another");
+    WriteFile(source_ + "/._file", kSound);
+    PlatformKeepFilesOpen();
+    CatPositionRec position = {1, {}};
+    EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, nullptr, nullptr), errFSNoMoreItems);
+    PlatformCloseKeptFiles();
+}
+
+TEST_F(TreeFiles, WhereDescriptorsRunOut_TheyAreGivenBack) {
+    MakeFiles(kFiles);
+    Open();
+    List();
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {OpenDescriptors() - 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    FSForkRefNum fork = 0;
+    const OSErr result = OpenByRef(refs_[0], false, fsRdPerm, fork);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(result, noErr);
+    EXPECT_EQ(FSCloseFork(fork), noErr);
+    EXPECT_EQ(Content(refs_[1]).size(), 2u - (names_[1].length == 1));
+}
+
+TEST_F(TreeFiles, WithoutADescriptorLeft_FilesAreListedAllTheSame) {
+    MakeFiles(3);
+    Open();
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {OpenDescriptors() - 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const OSErr result = FSGetCatalogInfoBulk(iterator_, kBatch, &count_, nullptr, kFSCatInfoSettableInfo,
+                                              infos_, refs_, nullptr, names_);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(result, noErr);
+    EXPECT_EQ(count_, 3u);
+}
+
+class TerminatedTree : public ForcedEnd {};
+
+TEST_F(TerminatedTree, LeavesNoFileOpenThatItWouldHaveReadNext) {
+    TemporaryFolder folder;
+    for (int i = 0; i < 10; ++i) WriteFile(folder / std::to_string(i), "");
+    const FSRef ref = RefTo(folder.path());
+    struct Shared {
+        const FSRef& folder;
+        FSIterator iterator = nullptr;
+        std::atomic<bool> hasListed = false;
+    } shared{ref};
+    ASSERT_EQ(FSOpenIterator(&ref, kFSIterateFlat, &shared.iterator), noErr);
+    const size_t before = OpenDescriptors();
+    RunningTask task(
+        [](void* parameter) -> OSStatus {
+            Shared& own = *static_cast<Shared*>(parameter);
+            FSCatalogInfo infos[10];
+            FSRef refs[10];
+            ItemCount count;
+            PlatformBeginTree();
+            FSGetCatalogInfoBulk(own.iterator, 10, &count, nullptr, kFSCatInfoSettableInfo, infos, refs,
+                                 nullptr, nullptr);
+            own.hasListed = true;
+            for (;;) std::this_thread::yield();
+        },
+        &shared);
+    while (!shared.hasListed) std::this_thread::yield();
+    EXPECT_EQ(OpenDescriptors(), before + 10);
+    ASSERT_EQ(MPTerminateTask(task.Id(), 5), noErr);
+    ASSERT_EQ(task.Result(), 5);
+    EXPECT_EQ(OpenDescriptors(), before);
+    FSCloseIterator(shared.iterator);
+}
+
+// ---- The thread's root
+
+TEST(TreeRoot, AsOfTheBeginning_HoldsToTheEnd) {
+    TemporaryFolder folder;
+    WriteFile(folder / "file", "");
+    std::thread([&] {
+        if (unshare(CLONE_FS) != 0) GTEST_SKIP() << "a root of the thread's own is not allowed here";
+        PlatformBeginTree();
+        const FSRef ref = RefTo(folder / "file");
+        const MountView view = CurrentMountView(MonotonicNow());
+        if (chroot(folder.path().c_str()) != 0) GTEST_SKIP() << "changing the root needs a privilege";
+        OutlastBelief();
+        EXPECT_EQ(CurrentMountView(MonotonicNow()), view);
+        EXPECT_EQ(Find(ref), noErr);
+        PlatformEndTree();
+        EXPECT_NE(CurrentMountView(MonotonicNow()), view);
+    }).join();
+}
+
+// What was open in the old root has been closed, and is opened anew from the new one.
+TEST(TreeRoot, ThatChangedMeanwhile_IsNotTakenForTheOldOne) {
+    TemporaryFolder folder;
+    fs::create_directory(folder / "root");
+    WriteFile(folder / "file", "");
+    std::thread([&] {
+        if (unshare(CLONE_FS) != 0) GTEST_SKIP() << "a root of the thread's own is not allowed here";
+        const int old = open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
+        PlatformBeginTree();
+        const FSRef ref = RefTo(folder / "file");
+        if (chroot((folder / "root").c_str()) != 0) GTEST_SKIP() << "changing the root needs a privilege";
+        CloseIdleDescriptors();
+        EXPECT_EQ(Find(ref), fnfErr);
+        ASSERT_EQ(fchdir(old), 0);
+        ASSERT_EQ(chroot("."), 0);
+        close(old);
+        PlatformEndTree();
+        EXPECT_EQ(Find(ref), noErr);
+    }).join();
+}
+
+} // namespace
