@@ -47,7 +47,9 @@ OSErr FSDeleteFolder(const FSRef* container) {
     if (!container) return paramErr;
     FSDeleteObjectGlobals theGlobals;
     theGlobals.result = noErr;
+    PlatformBeginTree();
     FSDeleteFolderLevel(container, &theGlobals);
+    PlatformEndTree();
     return theGlobals.result;
 }
 

@@ -18,10 +18,10 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
                                FSCatalogInfoBitmap whichInfo, const FSCatalogInfo* catalogInfo, FSRef* newRef,
                                FSSpec* newSpec, uint32_t* newDirID);
 
-// Between these two calls of a thread it makes a tree, in which only others can have put what it finds in a folder
-// that it has made: the provider need not look for that before each new file, and may go on with the mounts and the
-// root that the thread saw at the beginning. Nothing of the caller's may run meanwhile on this thread. To begin again
-// is to begin anew, and to end twice does no harm.
+// Between these two calls a thread makes one tree, or deletes one, and nothing of the application's runs on it: the
+// provider may go on with the mounts and the root that the thread saw at the beginning, and need not look before each
+// new file for what only others can have put into a folder of the tree. To begin again is to begin anew, and to end
+// twice does no harm.
 void PlatformBeginTree();
 void PlatformEndTree();
 

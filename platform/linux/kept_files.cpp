@@ -10,6 +10,7 @@
 #include "platform/linux/errors.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/kept_dates.h"
+#include "platform/linux/sidecar.h"
 #include "platform/linux/system_calls.h"
 #include "platform/linux/trees.h"
 
@@ -101,6 +102,8 @@ KeptFile* KeepFileToRead(const FSRef& ref) {
     slot.isSet = true;
     slot.ref = ref;
     slot.isNew = slot.isLent = false;
+    const KeptFile& made = kept->made;
+    if (made.isSet && made.file) KeepOrdinary(slot.place, made.place, made.file.number());
     return &slot;
 }
 

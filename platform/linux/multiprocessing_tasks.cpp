@@ -380,9 +380,9 @@ std::unique_ptr<Task> MakeTask() {
 
 // ---- The operations ----
 
-// A tree that it copied stays unfinished, as do its other calls; the files that it would have read next are many.
+// A tree that it copied stays unfinished, and the files that it would have read next are many.
 void EndTerminatedTask() noexcept {
-    CloseOpenedAhead();
+    LeaveTree();
     EndCurrentTask(currentTask.task->terminationStatus);
 }
 

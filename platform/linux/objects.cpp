@@ -13,7 +13,6 @@
 #include "platform/linux/kept_files.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/names.h"
-#include "platform/linux/sidecar.h"
 #include "platform/linux/sighting.h"
 #include "platform/linux/system_calls.h"
 #include "platform/linux/trees.h"
@@ -112,7 +111,6 @@ static OSErr Furnish(Place& made, Descriptor& file, const Creation& creation) {
     });
     if (result == noErr) result = MakeReference(made.folderID, made.name, made.facts, false, ref);
     if (result == noErr && IsFolder(made)) NoteNewFolder(made);
-    if (newFile.isToBeKept && file) KeepOrdinary(made, file.number());
     NoteName(made);
     if (result == noErr && creation.newSpec) result = FillSpec(made, ref, *creation.newSpec);
     if (result == noErr && creation.newDirID) result = FolderNumber(made, *creation.newDirID);
@@ -165,9 +163,19 @@ static OSErr CheckDeletion(const Place& place, Beside& beside) {
     return result == noErr ? CheckSidecarRemoval(place.folder.descriptor(), place.name, beside) : result;
 }
 
+// Deletes a file that a listing for a delete has just given, where it was given; false when the longer way has to be
+// taken.
+static bool DeleteSeen(const FSRef& ref) {
+    Place place;
+    Identity identity;
+    return IsSeenJustNow(ref) && Guess(ref, place, identity) == noErr && identity.byNumber &&
+           !IsFolder(place) && Unlink(place) == noErr;
+}
+
 OSErr FSDeleteObject(const FSRef* ref) {
     if (!ref) return paramErr;
     const TerminationHold hold;
+    if (DeleteSeen(*ref)) return noErr;
     Place place;
     OSErr result = WithDescriptors([&] { return Locate(*ref, place); });
     if (result != noErr) return result;

@@ -87,9 +87,9 @@ void MatchSidecar(const Place& place);
 // just come to `name` without one of its own. -42 or -108 when it could not be looked at.
 OSErr DisownOrphan(int folder, const char* name);
 
-// Makes a file that is about to be filled with a copy an ordinary entry for good, if it would be a sidecar by its name:
-// what was listed and copied as a file of its own is one there, too.
-void KeepOrdinary(const Place& copy, int file);
+// Makes a new file, open as `file`, that is to be filled with a copy an ordinary entry for good, if it could be a
+// sidecar by its name: what is a file of its own at the source is one there, too.
+void KeepOrdinary(const Place& source, const Place& copy, int file);
 
 // Counts one more sidecar (see SidecarsMade).
 void CountSidecar();

@@ -137,8 +137,9 @@ OSErr DisownOrphan(int folder, const char* name) {
     return IsWant(result) ? result : noErr;
 }
 
-void KeepOrdinary(const Place& copy, int file) {
-    if (std::strncmp(copy.name, "._", 2) == 0 && HasNeighbour(copy.folder.descriptor(), copy.name + 2))
+void KeepOrdinary(const Place& source, const Place& copy, int file) {
+    if (std::strncmp(copy.name, "._", 2) == 0 && HasNeighbour(copy.folder.descriptor(), copy.name + 2) &&
+        FindSidecar(source.folder.descriptor(), source.name) == fnfErr)
         RememberOrphan(file, copy.facts);
 }
 

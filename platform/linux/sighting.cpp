@@ -5,6 +5,7 @@
 // are left out. Sections: objects to be deleted, folders that are copied.
 #include "platform/linux/sighting.h"
 
+#include "platform/linux/descriptor_cache.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/metadata.h"
 #include "platform/linux/settled.h"
@@ -18,6 +19,7 @@ struct Sighting {
     FSRef ref;
     struct statx_timestamp changed;
     uint64_t sidecarsMade;
+    uint64_t when;
     bool isLocked;
     bool isSet;
 };
@@ -31,15 +33,22 @@ static bool IsSameTime(const struct statx_timestamp& a, const struct statx_times
 
 void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade) {
     last.isSet = (place.facts.stx_mask & STATX_CTIME) && IsSettled(place.facts.stx_ctime, true);
-    if (last.isSet) last = {ref, place.facts.stx_ctime, sidecarsMade, isLocked, true};
+    if (last.isSet) last = {ref, place.facts.stx_ctime, sidecarsMade, MonotonicNow(), isLocked, true};
+}
+
+static bool IsLast(const FSRef& ref) {
+    return last.isSet && std::memcmp(&last.ref, &ref, sizeof ref) == 0 && SidecarsMade() == last.sidecarsMade;
+}
+
+bool IsSeenJustNow(const FSRef& ref) {
+    constexpr uint64_t kJustNow = 50000; // nanoseconds
+    return IsLast(ref) && !last.isLocked && MonotonicNow() - last.when < kJustNow;
 }
 
 bool RecallSighting(const FSRef& ref, const Place& place, bool& isLocked) {
-    if (!last.isSet || std::memcmp(&last.ref, &ref, sizeof ref) != 0) return false;
+    if (!IsLast(ref)) return false;
     const struct statx_timestamp& changed = place.facts.stx_ctime;
-    if (!(place.facts.stx_mask & STATX_CTIME) || !IsSameTime(changed, last.changed) ||
-        SidecarsMade() != last.sidecarsMade)
-        return false;
+    if (!(place.facts.stx_mask & STATX_CTIME) || !IsSameTime(changed, last.changed)) return false;
     isLocked = last.isLocked;
     return true;
 }

@@ -18,6 +18,10 @@ void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint6
 // sidecar.
 bool RecallSighting(const FSRef& ref, const Place& place, bool& isLocked);
 
+// Whether the object has been seen so lately, without lock and sidecar, that whatever has its name by now has come in
+// the midst of the delete, as if it were listed next.
+bool IsSeenJustNow(const FSRef& ref);
+
 // A folder in whose listing no name could be a sidecar's. Nothing has been added since if its change time stands,
 // which nobody can set back; that time must have been clearly past when the listing began, and its volume must
 // go by the kernel's clock.

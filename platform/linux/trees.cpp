@@ -15,8 +15,12 @@
 #include "platform/linux/system_calls.h"
 #include "platform/objects.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
 #include <new>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <utility>
 
 namespace {
@@ -25,7 +29,8 @@ struct OpenedFile {
     int descriptor;
 };
 
-struct Tree {
+// What a copy needs; in a mapping of its own, which may be given back in a signal's handler.
+struct Room {
     // The latest folder of each slot; one that has lost its slot is looked into like any other.
     static constexpr size_t kSlots = 1024;
     FolderID newFolders[kSlots];
@@ -34,69 +39,104 @@ struct Tree {
     // Those from `next` to `end` are open, in the order of the listing.
     OpenedFile files[80];
     unsigned next, end;
+    bool isCrowded; // others need the descriptors that are left
+};
+
+struct Tree {
+    bool isBegun;
+    int firstTooHigh; // descriptors from here on are left to others
+    Room* room;       // made with the first use
 };
 } // namespace
 
-static constinit thread_local Tree* tree TAVPORT_NEAR_TLS = nullptr;
+static constinit thread_local Tree tree TAVPORT_NEAR_TLS = {};
+
+// Descriptors are numbered from the lowest that is free, so that a number tells how many are open. The first half of
+// them is used here at most.
+static int HalfOfTheDescriptors() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+    return static_cast<int>(std::min<rlim_t>(limit.rlim_cur / 2, INT_MAX));
+}
+
+static bool HasRoom() {
+    if (!tree.isBegun || tree.room) return tree.room;
+    void* const room =
+        mmap(nullptr, sizeof(Room), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (room == MAP_FAILED) return false; // nothing is known and nothing kept then
+    tree.room = new (room) Room{};
+    tree.firstTooHigh = HalfOfTheDescriptors();
+    return true;
+}
+
+void LeaveTree() {
+    CloseOpenedAhead();
+    if (Room* const room = std::exchange(tree.room, nullptr)) munmap(room, sizeof *room);
+    tree.isBegun = false;
+}
 
 void PlatformBeginTree() {
     const TerminationHold hold;
-    CloseOpenedAhead();
-    delete std::exchange(tree, new (std::nothrow) Tree{}); // without it nothing is known and nothing kept
+    LeaveTree();
+    tree.isBegun = true;
     HoldMountView(true);
 }
 
 void PlatformEndTree() {
     const TerminationHold hold;
-    CloseOpenedAhead();
-    delete std::exchange(tree, nullptr);
+    LeaveTree();
     HoldMountView(false);
 }
 
 // ---- Folders
 
 void NoteNewFolder(const Place& made) {
-    if (!tree || !TraitsOf(made.folderID, made.name, made.facts).stableInodes) return;
+    if (!tree.isBegun || !TraitsOf(made.folderID, made.name, made.facts).stableInodes || !HasRoom()) return;
     FolderID id;
-    if (FolderNumber(made, id) == noErr) tree->SlotOf(id) = id;
+    if (FolderNumber(made, id) == noErr) tree.room->SlotOf(id) = id;
 }
 
 void NoteName(const Place& named) {
     if (IsNewFolder(named.folderID) && std::strncmp(named.name, "._", 2) == 0)
-        tree->SlotOf(named.folderID) = kNoFolder;
+        tree.room->SlotOf(named.folderID) = kNoFolder;
 }
 
 bool IsNewFolder(FolderID folder) {
-    return tree && folder != kNoFolder && tree->SlotOf(folder) == folder;
+    return tree.room && folder != kNoFolder && tree.room->SlotOf(folder) == folder;
 }
 
 // ---- Files
 
 bool CanOpenAhead() {
-    return tree && tree->end < std::size(tree->files);
+    return HasRoom() && !tree.room->isCrowded && tree.room->end < std::size(tree.room->files);
 }
 
 void KeepOpenedAhead(const FSRef& ref, int descriptor) {
-    if (CanOpenAhead())
-        tree->files[tree->end++] = {ref, descriptor};
-    else
+    Room& room = *tree.room;
+    room.isCrowded = descriptor >= tree.firstTooHigh;
+    if (room.isCrowded)
         Close(descriptor);
+    else
+        room.files[room.end++] = {ref, descriptor};
 }
 
 int TakeOpenedAhead(const FSRef& ref) {
-    if (!tree) return -1;
-    for (unsigned at = tree->next; at < tree->end; ++at) {
-        if (std::memcmp(&tree->files[at].ref, &ref, sizeof ref) != 0) continue;
-        while (tree->next < at) Close(tree->files[tree->next++].descriptor);
-        return tree->files[tree->next++].descriptor;
+    if (!tree.room) return -1;
+    Room& room = *tree.room;
+    for (unsigned at = room.next; at < room.end; ++at) {
+        if (std::memcmp(&room.files[at].ref, &ref, sizeof ref) != 0) continue;
+        while (room.next < at) Close(room.files[room.next++].descriptor);
+        return room.files[room.next++].descriptor;
     }
     return -1;
 }
 
 bool CloseOpenedAhead() {
-    if (!tree) return false;
-    const bool areAny = tree->next < tree->end;
-    while (tree->next < tree->end) Close(tree->files[tree->next++].descriptor);
-    tree->next = tree->end = 0;
+    if (!tree.room) return false;
+    Room& room = *tree.room;
+    const bool areAny = room.next < room.end;
+    while (room.next < room.end) Close(room.files[room.next++].descriptor);
+    room.next = room.end = 0;
+    room.isCrowded = false;
     return areAny;
 }

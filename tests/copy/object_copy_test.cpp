@@ -538,6 +538,17 @@ TEST_F(ObjectCopyTest, FileThatWouldBeASidecarByItsNameIsCopiedAsAFile) {
     EXPECT_EQ(ReadFile(To("._file")), EmptySidecar());
 }
 
+// An application that goes through a folder by itself may copy them one by one.
+TEST_F(ObjectCopyTest, SidecarThatIsCopiedByItsNameIsTheCopysSidecar) {
+    WriteFile(From("file"), "");
+    WriteFile(From("._file"), EmptySidecar());
+    fs::copy_file(From("file"), To("file"));
+    ASSERT_EQ(CopyPath(From("._file"), To("._file"), 0), 1);
+    const FSRef file = Reference(To("file"));
+    ASSERT_EQ(FSDeleteObject(&file), noErr);
+    EXPECT_FALSE(Exists(To("._file")));
+}
+
 // Bytes that are not UTF-8 are lone surrogates in paths, on the way and at the end.
 TEST_F(ObjectCopyTest, TavCopyFileTakesNamesThatAreNotText) {
     fs::create_directory(To("d\xFF"));

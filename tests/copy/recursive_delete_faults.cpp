@@ -70,8 +70,9 @@ TEST_F(DeleteCalls, OfEmptyFolder_EndWithTheFirstRead) {
     const FSRef ref = Reference(tree);
     faults::Injection watch;
     EXPECT_EQ(FSDeleteObjects(&ref), noErr);
-    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo", "FSOpenIterator", "FSGetCatalogInfoBulk",
-                                  "FSCloseIterator", "FSDeleteObject"}));
+    EXPECT_EQ(watch.log(),
+              (Calls{"FSGetCatalogInfo", "PlatformBeginTree", "FSOpenIterator", "FSGetCatalogInfoBulk",
+                     "FSCloseIterator", "PlatformEndTree", "FSDeleteObject"}));
 }
 
 TEST_F(DeleteCalls, OfTree_GoDepthFirstOneItemARead_AndUnlockEachItemJustBeforeItGoes) {
@@ -79,13 +80,14 @@ TEST_F(DeleteCalls, OfTree_GoDepthFirstOneItemARead_AndUnlockEachItemJustBeforeI
     const FSRef ref = Reference(tree);
     faults::Injection watch;
     EXPECT_EQ(FSDeleteObjects(&ref), noErr);
-    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo",                        //
+    EXPECT_EQ(watch.log(), (Calls{"FSGetCatalogInfo", "PlatformBeginTree",   //
                                   "FSOpenIterator", "FSGetCatalogInfoBulk",  // the sub-folder
                                   "FSOpenIterator", "FSGetCatalogInfoBulk",  // its file
                                   "FSSetCatalogInfo", "FSDeleteObject",      //
                                   "FSGetCatalogInfoBulk", "FSCloseIterator", // the sub-folder's end
                                   "FSSetCatalogInfo", "FSDeleteObject",      //
-                                  "FSGetCatalogInfoBulk", "FSCloseIterator", "FSDeleteObject"})); // the top
+                                  "FSGetCatalogInfoBulk", "FSCloseIterator", // the top
+                                  "PlatformEndTree", "FSDeleteObject"}));
 }
 
 TEST_F(DeleteCalls, OfTree_AskForNodeFlagsAlone_OneItemARead) {

@@ -3,6 +3,8 @@
 #include "metadata_support.h"
 #include "platform/iterators.h"
 #include "platform/linux/settled.h"
+#include "platform/linux/sidecar.h"
+#include "platform/objects.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -95,4 +97,105 @@ TEST_F(BareFolders, FolderThatHasJustChanged_IsNone) {
     WriteFile(folder_ / "another", "data");
     const Place place = PlaceOf(folder_.path());
     EXPECT_EQ(SeeBareFolder(place, PlaceOf(file_).folderID).id, kNoFolder);
+}
+
+// ---- Objects to be deleted
+
+namespace {
+class JustSeen : public testing::Test {
+protected:
+    void SetUp() override {
+        WriteFile(file_, "data");
+        struct statx facts;
+        do ASSERT_EQ(statx(AT_FDCWD, file_.c_str(), 0, STATX_CTIME, &facts), 0);
+        while (!IsSettled(facts.stx_ctime, true));
+    }
+    void TearDown() override {
+        if (iterator_) FSCloseIterator(iterator_);
+    }
+
+    // The file as the listing for a delete gives it.
+    FSRef List() {
+        if (iterator_) FSCloseIterator(iterator_);
+        const FSRef folder = RefTo(folder_.path());
+        EXPECT_EQ(FSOpenIterator(&folder, kFSIterateDelete, &iterator_), noErr);
+        FSRef ref = {};
+        FSCatalogInfo info;
+        ItemCount count = 0;
+        EXPECT_EQ(FSGetCatalogInfoBulk(iterator_, 1, &count, nullptr, kFSCatInfoNodeFlags, &info, &ref,
+                                       nullptr, nullptr),
+                  noErr);
+        return ref;
+    }
+
+    TemporaryFolder folder_;
+    const std::string file_ = folder_ / "file";
+    FSIterator iterator_ = nullptr;
+};
+} // namespace
+
+// Of many tries, for a thread may have to wait at any moment.
+TEST_F(JustSeen, IsSo_RightAfterTheListingAndNoLonger) {
+    bool isSeen = false;
+    for (int i = 0; i < 1000 && !isSeen; ++i) isSeen = IsSeenJustNow(List());
+    EXPECT_TRUE(isSeen);
+    const FSRef ref = List();
+    OutlastBelief();
+    EXPECT_FALSE(IsSeenJustNow(ref));
+}
+
+TEST_F(JustSeen, LockedFile_IsNeverSo) {
+    ASSERT_EQ(SetLock(file_, true), noErr);
+    struct statx facts;
+    do ASSERT_EQ(statx(AT_FDCWD, file_.c_str(), 0, STATX_CTIME, &facts), 0);
+    while (!IsSettled(facts.stx_ctime, true));
+    for (int i = 0; i < 100; ++i) {
+        const FSRef ref = List();
+        EXPECT_FALSE(IsSeenJustNow(ref));
+        EXPECT_EQ(FSDeleteObject(&ref), fLckdErr);
+    }
+}
+
+TEST_F(JustSeen, AfterASidecarWasMade_IsSoNoMore) {
+    WriteFile(folder_ / "other", "");
+    for (int i = 0; i < 10; ++i) {
+        const FSRef ref = List();
+        CountSidecar();
+        EXPECT_FALSE(IsSeenJustNow(ref));
+    }
+}
+
+TEST_F(JustSeen, AnotherObject_IsNotTakenForIt) {
+    for (int i = 0; i < 10; ++i) {
+        const FSRef folder = RefTo(folder_.path());
+        List();
+        EXPECT_FALSE(IsSeenJustNow(folder));
+    }
+}
+
+TEST_F(JustSeen, FileThatWasReplacedAWhileAfterTheListing_IsKept) {
+    WriteFile(folder_.path().string() + "-new", "new");
+    const FSRef ref = List();
+    std::filesystem::rename(folder_.path().string() + "-new", file_);
+    OutlastBelief();
+    EXPECT_EQ(FSDeleteObject(&ref), fnfErr);
+    EXPECT_EQ(ReadFile(file_), "new");
+}
+
+TEST_F(JustSeen, FolderThatTookTheNameSince_IsKept) {
+    for (int i = 0; i < 10; ++i) {
+        const FSRef ref = List();
+        std::filesystem::remove(file_);
+        std::filesystem::create_directory(file_);
+        EXPECT_EQ(FSDeleteObject(&ref), fnfErr);
+        EXPECT_TRUE(std::filesystem::is_directory(file_));
+        std::filesystem::remove(file_);
+        SetUp();
+    }
+}
+
+TEST_F(JustSeen, FileThatIsGone_IsMissed) {
+    const FSRef ref = List();
+    std::filesystem::remove(file_);
+    EXPECT_EQ(FSDeleteObject(&ref), fnfErr);
 }

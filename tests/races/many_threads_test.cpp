@@ -5,7 +5,11 @@
 #include "support/private_mounts.h"
 
 #include <atomic>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -40,6 +44,41 @@ TEST(ManyThreads, LookingUpInOtherLetterCaseWhileNamesComeAndGo_FindTheirFiles) 
     });
     isDone = true;
     other.join();
+}
+
+// What one thread has open for speed must not be what another lacks: a file that cannot be opened is left out of the copy.
+TEST(ManyThreads, CopyingTreesWithFewDescriptors_LeaveNoFileOutAndSomeToOthers) {
+    constexpr int kThreads = 4, kFiles = 150;
+    const TemporaryFolder folder;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        const std::string source = folder / std::to_string(thread);
+        std::filesystem::create_directory(source);
+        for (int i = 0; i < kFiles; ++i) WriteFile(source + "/" + std::to_string(i), "x");
+    }
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {128, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::atomic<bool> isDone = false;
+    std::atomic<int> failures = 0;
+    std::thread other([&] {
+        while (!isDone) {
+            const int file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            file < 0 ? ++failures : close(file);
+        }
+    });
+    OnThreads(kThreads, [&folder](int thread) {
+        for (int round = 0; round < 5; ++round) {
+            const std::string source = folder / std::to_string(thread);
+            const std::string copy = source + " copy " + std::to_string(round);
+            ASSERT_EQ(TavCopyFile(Wide(source).c_str(), Wide(copy).c_str(), 0), 1);
+            ASSERT_EQ(GetInfo(copy, kFSCatInfoValence).valence, uint32_t{kFiles}) << round;
+        }
+    });
+    isDone = true;
+    other.join();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(failures, 0);
 }
 
 TEST(ManyThreads, AskingForVolumesWhileMountsComeAndGo_SeeTheRootFirst) {
