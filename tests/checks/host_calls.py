@@ -12,7 +12,7 @@ import sys
 CANNOT_FAIL = re.compile(r"""
     _Z.* | _GLOBAL_OFFSET_TABLE_ | _Unwind_\w+ | __\w*(cxa|stack_chk|gxx|dso|tls|errno|libc|assert|asan|ubsan|tsan|cpu)\w*
     | bcmp | mem(chr|cmp|cpy|move|set) | str\w+ | __(mem|str|f?printf|snprintf|vsnprintf)\w*_chk | snprintf | to(lower|upper)
-    | __gcov_\w+ | malloc | aligned_alloc | calloc | realloc | free | (frexp|mktime|gmtime_r)\w* | __(mktime|gmtime|clock_gettime|localtime)\w*
+    | __gcov_\w+ | malloc | aligned_alloc | calloc | realloc | free | mmap(64)? | munmap | (frexp|mktime|gmtime_r)\w* | __(mktime|gmtime|clock_gettime|localtime)\w*
     | __\w+[dt]i[234] # arithmetic of the compiler, on hosts of 32 bits
     | clock_gettime | get(pid|tid|euid|egid) | getrlimit\w*
     | fclose | closedir | dlclose | dladdr1 | freelocale | uselocale

@@ -410,6 +410,17 @@ TEST_F(TreeFiles, HalfOfTheDescriptors_IsLeftToOthers) {
     EXPECT_LE(after, open + 25); // a few are the listing's own
 }
 
+TEST_F(TreeFiles, WithoutMemoryForThem_NoneIsKept) {
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+    const rlimit none = {1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
+    const bool canOpen = CanOpenAhead();
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+    EXPECT_FALSE(canOpen);
+    EXPECT_TRUE(CanOpenAhead());
+}
+
 class TerminatedTree : public ForcedEnd {};
 
 TEST_F(TerminatedTree, LeavesNoFileOpenThatItWouldHaveReadNext) {
