@@ -20,8 +20,8 @@ OSErr FSCreateDirectoryUnicode(const FSRef* parentRef, UniCharCount nameLength, 
 
 // Between these two calls a thread makes one tree, or deletes one, and nothing of the application's runs on it: the
 // provider may go on with the mounts and the root that the thread saw at the beginning, and need not look before each
-// new file for what only others can have put into a folder of the tree. To begin again is to begin anew, and to end
-// twice does no harm.
+// new file for what only others can have put into a folder of the tree, nor a second time at a file that it has listed
+// within 50 microseconds and is to delete. To begin again is to begin anew, and to end twice does no harm.
 void PlatformBeginTree();
 void PlatformEndTree();
 

@@ -63,7 +63,7 @@ uint16_t OpenForkFlags(const struct statx& facts) {
     if (!AnyForkIsOpen()) return 0;
     const ObjectKey key(facts);
     uint16_t flags = 0;
-    HeldLock guard(tableLock);
+    LightLock guard(tableLock);
     for (const OpenFork* fork = ChainOf(key); fork; fork = fork->next) {
         if (!(fork->key == key)) continue;
         flags |= kFSNodeForkOpenMask;
@@ -73,7 +73,7 @@ uint16_t OpenForkFlags(const struct statx& facts) {
 }
 
 void CutResourceForks(const ObjectKey& key, uint64_t length) {
-    HeldLock guard(tableLock);
+    LightLock guard(tableLock);
     for (OpenFork* fork = ChainOf(key); fork; fork = fork->next) {
         if (fork->kind == ForkKind::kResource && fork->key == key && fork->length > length)
             fork->length = length;
@@ -107,7 +107,7 @@ static void LetGoInChild() {
 }
 
 FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
-    HeldLock guard(tableLock);
+    LightLock guard(tableLock);
     const uint16_t number = TakeNumber();
     if (!number) return 0;
     Enlist(*fork);
@@ -123,7 +123,7 @@ FSForkRefNum AddFork(std::unique_ptr<OpenFork>& fork) {
     const std::unique_ptr<OpenFork> fork(forkSlots[number].fork.load(std::memory_order_relaxed));
     forkSlots[number].fork.store(nullptr, std::memory_order_relaxed);
     const OSErr result = FinishFork(*fork);
-    HeldLock guard(tableLock);
+    LightLock guard(tableLock);
     Delist(*fork);
     ReturnNumber(number);
     return result;

@@ -22,6 +22,7 @@ struct OpaqueFSIterator {
     // that.
     bool hasNoSidecars = false;
     uint64_t sidecarsMade = 0;
+    uint64_t lookedAt = 0; // when the entry in hand was, on the monotonic clock
     BareFolder bareFolder; // for copies, if that is so
     bool mayOpenAhead = false;
     Descriptor opened; // the entry in hand, if it has been opened for a copy

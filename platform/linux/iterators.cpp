@@ -6,6 +6,7 @@
 #include "platform/iterators.h"
 
 #include "platform/linux/current_task.h"
+#include "platform/linux/descriptor_cache.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/folders.h"
 #include "platform/linux/idle_iterators.h"
@@ -172,6 +173,7 @@ static OSErr NextItem(OpaqueFSIterator& iterator, const Wanted& wanted) {
         if (result == noErr) continue;
         if (result == fnfErr && LookByOpening(iterator, wanted, format)) return noErr;
         iterator.opened.Reset(-1);
+        if (iterator.isForDelete) iterator.lookedAt = MonotonicNow();
         if (result == fnfErr) result = LookAt(item, wanted, format, TakesDefaults(iterator, wanted));
         if (IsItsOwn(result))
             iterator.leftOut = result;
@@ -195,7 +197,8 @@ static OSErr Describe(OpaqueFSIterator& iterator, const Wanted& wanted, ItemCoun
     if (result == noErr && wanted.names) NameFromBytes(item.name, wanted.names[index]);
     if (result == noErr && iterator.isForDelete && iterator.hasNoSidecars && wanted.refs &&
         (wanted.whichInfo & kFSCatInfoNodeFlags))
-        RememberSighting(ref, item, wanted.infos[index].nodeFlags & kFSNodeLockedMask, iterator.sidecarsMade);
+        RememberSighting(ref, item, wanted.infos[index].nodeFlags & kFSNodeLockedMask, iterator.sidecarsMade,
+                         iterator.lookedAt);
     if (result == noErr && iterator.opened) KeepOpenedAhead(ref, iterator.opened.Release());
     return result;
 }

@@ -141,7 +141,7 @@ static bool Keep(const Place& file, const FileTimes& times, bool isOwed) {
                            .isSet = true};
     hasKeptAny.store(true, std::memory_order_relaxed);
     Ring& ring = RingOf(kept.key);
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     KeptDate* const old = ring.Find(kept.key);
     KeptDate* const slot = old ? old : ring.NextSlot();
     if (!slot) return false;
@@ -162,14 +162,14 @@ OSErr KeepOwedDates(const Place& file, const FileTimes& times) {
 
 void LetGoOfOwedDates(const struct statx& facts) {
     Ring& ring = RingOf(ObjectKey(facts));
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     if (KeptDate* kept = ring.Find(ObjectKey(facts))) kept->isAwaited = false;
 }
 
 void ForgetContentDate(const struct statx& facts) {
     if (!hasKeptAny.load(std::memory_order_relaxed)) return;
     Ring& ring = RingOf(ObjectKey(facts));
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     if (KeptDate* kept = ring.Find(ObjectKey(facts))) kept->isSet = false;
 }
 
@@ -180,7 +180,7 @@ static bool IsChanged(const KeptDate& kept, const struct statx& now) {
 bool BeginHoldingDate(const struct statx& facts) {
     if (!hasKeptAny.load(std::memory_order_relaxed)) return false;
     Ring& ring = RingOf(ObjectKey(facts));
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     KeptDate* const kept = ring.Find(ObjectKey(facts));
     if (!kept) return false;
     if (kept->users == 0 && IsChanged(*kept, facts)) kept->isSet = false;
@@ -219,7 +219,7 @@ static bool Restore(int file, const KeptDate& kept, const struct statx& facts) {
 void EndHoldingDate(OpenFork& fork, struct statx& facts) {
     facts.stx_mask = 0;
     Ring& ring = RingOf(fork.key);
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     KeptDate* const kept = ring.Find(fork.key);
     if (!kept || kept->users == 0) return;
     // Where it cannot be told whether others have changed the file, its date is not given up.
@@ -240,7 +240,7 @@ void EndHoldingDate(OpenFork& fork, struct statx& facts) {
 
 OSErr SetOwedDates(int file, const struct statx& now) {
     Ring& ring = RingOf(ObjectKey(now));
-    HeldLock guard(ring.lock);
+    LightLock guard(ring.lock);
     KeptDate* const kept = ring.Find(ObjectKey(now));
     if (!kept) return noErr;
     kept->isAwaited = false;

@@ -163,12 +163,11 @@ static OSErr CheckDeletion(const Place& place, Beside& beside) {
     return result == noErr ? CheckSidecarRemoval(place.folder.descriptor(), place.name, beside) : result;
 }
 
-// Deletes a file that a listing for a delete has just given, where it was given; false when the longer way has to be
-// taken.
+// Deletes a file of a tree that has just been listed, where it was listed; false when the longer way has to be taken.
 static bool DeleteSeen(const FSRef& ref) {
     Place place;
     Identity identity;
-    return IsSeenJustNow(ref) && Guess(ref, place, identity) == noErr && identity.byNumber &&
+    return IsInTree() && IsSeenJustNow(ref) && Guess(ref, place, identity) == noErr && identity.byNumber &&
            !IsFolder(place) && Unlink(place) == noErr;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/linux/reference_state.h"
 
 #include "platform/linux/current_task.h"
+#include "platform/linux/one_thread.h"
 #include "platform/process.h"
 
 #include <mutex>
@@ -47,13 +48,13 @@ void Devices::Remember(uint32_t device, uint32_t mount, uint64_t now, const Devi
     slots_[(device ^ mount * 7) % kSlots] = {true, device, mount, now, traits};
 }
 
-StateLock::StateLock() {
-    LockState();
+StateLock::StateLock() : isHeld_(!HasOneThread()) {
+    if (isHeld_) LockState();
     static Holder holder;
     state_ = &holder.state;
 }
 StateLock::~StateLock() {
-    UnlockState();
+    if (isHeld_) UnlockState();
 }
 
 void ForgetReferences() {

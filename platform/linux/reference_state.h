@@ -53,7 +53,7 @@ struct ReferenceState {
     FolderSweep sweep;
 };
 
-// Holds the lock while it lives.
+// Holds the lock while it lives, unless the process has no thread beside this one.
 class StateLock {
 public:
     StateLock();
@@ -64,6 +64,7 @@ public:
 
 private:
     TerminationHold hold_;
+    const bool isHeld_;
     ReferenceState* state_;
 };
 

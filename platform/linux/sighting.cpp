@@ -31,9 +31,10 @@ static bool IsSameTime(const struct statx_timestamp& a, const struct statx_times
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade) {
+void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade,
+                      uint64_t when) {
     last.isSet = (place.facts.stx_mask & STATX_CTIME) && IsSettled(place.facts.stx_ctime, true);
-    if (last.isSet) last = {ref, place.facts.stx_ctime, sidecarsMade, MonotonicNow(), isLocked, true};
+    if (last.isSet) last = {ref, place.facts.stx_ctime, sidecarsMade, when, isLocked, true};
 }
 
 static bool IsLast(const FSRef& ref) {

@@ -12,7 +12,9 @@
 
 // Remembers the lock of the object that `ref` stands for. `sidecarsMade` is the count from before its folder
 // was read and found without sidecars.
-void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade);
+// `when` is the moment before the object was looked at.
+void RememberSighting(const FSRef& ref, const Place& place, bool isLocked, uint64_t sidecarsMade,
+                      uint64_t when);
 
 // Whether the object is the one last seen and all that was seen still holds: its lock, and that it has no
 // sidecar.

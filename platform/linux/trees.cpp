@@ -1,4 +1,5 @@
-// Making a copy of a tree: one thread lists folders, makes others and fills them, and nothing else happens between.
+// Copying or deleting a tree: one thread goes from folder to folder, and nothing else happens between. It sees the
+// mounts and the root of the beginning all the while; the rest is for copies.
 //
 // A new file takes no sidecar over that stood there before it, so that each costs a look beside it. In a folder that
 // the thread has made for this tree there is none, unless somebody puts one there meanwhile; that counts as put
@@ -88,10 +89,14 @@ void PlatformEndTree() {
     HoldMountView(false);
 }
 
+bool IsInTree() {
+    return tree.isBegun;
+}
+
 // ---- Folders
 
 void NoteNewFolder(const Place& made) {
-    if (!tree.isBegun || !TraitsOf(made.folderID, made.name, made.facts).stableInodes || !HasRoom()) return;
+    if (!IsInTree() || !TraitsOf(made.folderID, made.name, made.facts).stableInodes || !HasRoom()) return;
     FolderID id;
     if (FolderNumber(made, id) == noErr) tree.room->SlotOf(id) = id;
 }

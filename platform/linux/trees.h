@@ -4,6 +4,9 @@
 
 #include "platform/linux/references.h"
 
+// Whether the calling thread works on a tree.
+bool IsInTree();
+
 // ---- Folders
 
 // Notes a folder that the calling thread has just made, while it makes a tree.

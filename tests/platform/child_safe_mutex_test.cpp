@@ -1,7 +1,9 @@
 #include "platform/linux/child_safe_mutex.h"
 
+#include "platform/linux/one_thread.h"
 #include "support/processes.h"
 
+#include <atomic>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -45,4 +47,34 @@ TEST(ChildSafeMutex, InTheParent_GoesOnToExcludeOthers) {
     }
     other.join();
     EXPECT_EQ(count, 200000);
+}
+
+// ---- Light locks
+
+TEST(LightLock, WhileThereAreOtherThreads_KeepsThemOut) {
+    static ChildSafeMutex mutex;
+    std::atomic<bool> isHeld = false, isTried = false, gotIt = true;
+    std::thread other([&] {
+        while (!isHeld) std::this_thread::yield();
+        gotIt = mutex.try_lock();
+        if (gotIt) mutex.unlock();
+        isTried = true;
+    });
+    {
+        const LightLock lock(mutex);
+        isHeld = true;
+        while (!isTried) std::this_thread::yield();
+    }
+    other.join();
+    EXPECT_FALSE(gotIt);
+    EXPECT_TRUE(mutex.try_lock());
+    mutex.unlock();
+}
+
+TEST(LightLock, InAProcessOfOneThread_TakesNone) {
+    if (!HasOneThread()) GTEST_SKIP() << "the process has other threads, or does not know";
+    static ChildSafeMutex mutex;
+    const LightLock lock(mutex);
+    EXPECT_TRUE(mutex.try_lock());
+    mutex.unlock();
 }

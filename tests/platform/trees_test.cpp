@@ -6,6 +6,7 @@
 #include "platform/linux/descriptor_cache.h"
 #include "platform/linux/kept_files.h"
 #include "platform/objects.h"
+#include "support/emulation.h"
 #include "support/forced_end.h"
 #include "support/no_descriptors.h"
 #include "support/private_mounts.h"
@@ -411,6 +412,7 @@ TEST_F(TreeFiles, HalfOfTheDescriptors_IsLeftToOthers) {
 }
 
 TEST_F(TreeFiles, WithoutMemoryForThem_NoneIsKept) {
+    if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on memory";
     rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
     const rlimit none = {1, before.rlim_max};
@@ -419,6 +421,16 @@ TEST_F(TreeFiles, WithoutMemoryForThem_NoneIsKept) {
     ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
     EXPECT_FALSE(canOpen);
     EXPECT_TRUE(CanOpenAhead());
+}
+
+TEST_F(TreeFiles, WhatATreeTakes_IsGivenBack) {
+    const auto pages = [] { return std::stol(ReadFile("/proc/self/statm")); };
+    const long before = pages();
+    for (int i = 0; i < 5000; ++i) {
+        PlatformBeginTree();
+        EXPECT_TRUE(CanOpenAhead());
+    }
+    EXPECT_LT(pages(), before + 5000);
 }
 
 class TerminatedTree : public ForcedEnd {};
