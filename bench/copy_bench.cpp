@@ -24,6 +24,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -61,11 +62,13 @@ public:
 
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
-    // What still has to be written is not the next row's.
+    // What still has to be written is not the next row's, and hardly anybody copies what was made in this very moment,
+    // when the clock of change times does not yet tell it from what is made next.
     void Settle() const {
         const int folder = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         syncfs(folder);
         close(folder);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 
 private:
