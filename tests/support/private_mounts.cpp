@@ -53,7 +53,7 @@ PrivateMounts::PrivateMounts() {
 
 PrivateMounts::~PrivateMounts() {
     if (outside_ < 0) return;
-    for (const std::string& folder : servers_) umount2(folder.c_str(), MNT_DETACH);
+    for (const std::string& folder : mounted_) umount2(folder.c_str(), MNT_DETACH);
     // Other threads may share the current folder and root, which would keep this one from going back. Staying
     // would have all later tests run in the scratch root.
     if (unshare(CLONE_FS) != 0 || setns(outside_, CLONE_NEWNS) != 0) std::abort();
@@ -76,7 +76,7 @@ std::string PrivateMounts::MountImage(const std::string& folder, const std::stri
     std::string attach = type == "fuse2fs" ? "fuse2fs " + image + " '" + folder + "' -o fakeroot"
                                            : "mount -t " + type + " -o loop " + image + " '" + folder + "'";
     if (!RunCommand(attach)) return "cannot mount it (" + attach + ")";
-    if (type == "fuse2fs") servers_.push_back(folder);
+    mounted_.push_back(folder);
     return {};
 }
 
@@ -97,7 +97,7 @@ std::string PrivateMounts::MountWithoutAttributes(const std::string& folder) {
     fs::create_directory(behind);
     const std::string attach = "bindfs --xattr-none " + behind + " '" + folder + "'";
     if (!RunCommand(attach)) return "cannot mount it (" + attach + ")";
-    servers_.push_back(folder);
+    mounted_.push_back(folder);
     return {};
 }
 

@@ -29,7 +29,7 @@ private:
     std::string scratch_;
     int outside_ = -1; // the namespace that the thread came from
     int images_ = 0;
-    std::vector<std::string> servers_; // FUSE mounts: their servers would keep the namespace
+    std::vector<std::string> mounted_; // what would outlive the namespace: FUSE's servers, devices of images
 };
 
 // Runs a shell command in silence; whether it ended with 0.
