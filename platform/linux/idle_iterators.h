@@ -15,7 +15,7 @@ struct OpaqueFSIterator {
     OSErr leftOut = noErr; // why an entry was left out, which is told at the end
 
     FolderReader reader;
-    Place item;            // the entry in hand, and the folder in which all of them stand
+    Place item = {};       // the entry in hand, and the folder in which all of them stand
     OSErr pending = noErr; // came up behind entries that were still given
 
     // For deletes: the folder held no sidecars when it was read, and the count of sidecars made from before
