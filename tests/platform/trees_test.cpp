@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <sys/resource.h>
 #include <thread>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -216,22 +217,17 @@ TEST_F(TreeFiles, TheNextBatch_TakesTheLastOnesPlace) {
     EXPECT_EQ(OpenDescriptors(), before - kBatch + (kFiles - kBatch));
 }
 
-TEST_F(TreeFiles, TheEndOfTheTree_ClosesThem) {
-    MakeFiles(kFiles);
-    Open();
-    const size_t before = OpenDescriptors();
-    List();
-    PlatformEndTree();
-    EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST_F(TreeFiles, ANewBeginning_ClosesThem) {
+TEST_F(TreeFiles, TheEndOfTheTreeOrANewBeginning_ClosesThem) {
     MakeFiles(3);
-    Open();
-    const size_t before = OpenDescriptors();
-    List();
-    PlatformBeginTree();
-    EXPECT_EQ(OpenDescriptors(), before);
+    for (void (*const leave)() : {PlatformEndTree, PlatformBeginTree}) {
+        PlatformBeginTree();
+        Open();
+        const size_t before = OpenDescriptors();
+        EXPECT_EQ(List(), 3u);
+        leave();
+        EXPECT_EQ(OpenDescriptors(), before);
+        FSCloseIterator(std::exchange(iterator_, nullptr));
+    }
 }
 
 TEST_F(TreeFiles, ListingsForOtherPurposes_OpenNothing) {
