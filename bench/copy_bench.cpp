@@ -1,10 +1,12 @@
 // Copying files and trees, on memory (/dev/shm) and on the root file system (/var/tmp), beside the command
 // that does the same and a loop that does no more than the job asks for. Rows are comparable in one run only,
-// and a disk that has just lost a tree makes files more slowly for a while, so let the rows take turns:
+// so let them take turns:
 //
 //     copy_bench --benchmark_enable_random_interleaving=true
 //
-// The time that a command needs to start is taken off its rows.
+// The time that a command needs to start is taken off its rows. A disk that has just lost a tree makes files many times
+// more slowly for minutes (ext4 passes over numbers that were given up lately), so what is made on one stays until the
+// program ends, and where TAVPORT_BENCH_DISK names another folder in place of /var/tmp, for good.
 #include "TavPort.h"
 #include "peak_memory.h"
 
@@ -13,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -46,17 +49,34 @@ void Require(bool isTrue, const char* what) {
 
 struct Volume {
     const char* name;
-    const char* folder;
+    std::string folder;
+    bool isDisk;
 };
-constexpr Volume kVolumes[] = {{"memory", "/dev/shm"}, {"disk", "/var/tmp"}};
 
-// A folder of one row's own; everything in it goes with it.
+const Volume kMemory = {"memory", "/dev/shm", false};
+const char* const kDiskFolder = std::getenv("TAVPORT_BENCH_DISK");
+const Volume kDisk = {"disk", kDiskFolder ? kDiskFolder : "/var/tmp", true};
+
+// What is left on the disk.
+struct Leftovers {
+    std::vector<std::string> folders;
+    ~Leftovers() {
+        if (kDiskFolder) return;
+        for (const std::string& folder : folders) fs::remove_all(folder);
+    }
+} leftovers;
+
+// A folder of one row's own; everything in it goes with it, or with the program.
 class Bench {
 public:
-    explicit Bench(const Volume& volume) : path_(std::string(volume.folder) + "/tavport-copy-bench-XXXXXX") {
+    explicit Bench(const Volume& volume)
+        : path_(volume.folder + "/tavport-copy-bench-XXXXXX"), isOnDisk_(volume.isDisk) {
         Require(mkdtemp(path_.data()) != nullptr, "no folder to work in");
+        if (isOnDisk_) leftovers.folders.push_back(path_);
     }
-    ~Bench() { fs::remove_all(path_); }
+    ~Bench() {
+        if (!isOnDisk_) fs::remove_all(path_);
+    }
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
@@ -73,6 +93,7 @@ public:
 
 private:
     std::string path_;
+    bool isOnDisk_;
 };
 
 void WriteFile(const std::string& path, uint64_t size) {
@@ -195,10 +216,9 @@ Seconds ProcessorTime() {
     return total;
 }
 
-// Measures one copy an iteration. What was copied goes, unmeasured, before the next.
+// Measures the one copy of a row.
 void Measure(benchmark::State& state, const Bench& bench, Seconds start, const std::function<void()>& copy) {
     for (auto _ : state) {
-        fs::remove_all(bench / "to");
         fs::create_directory(bench / "to");
         bench.Settle();
         const Seconds processor = ProcessorTime();
@@ -261,6 +281,7 @@ void Large(benchmark::State& state, const Volume& volume, Who who) {
         Measure(state, bench, StartOfCommand(), [&] { CopyWithCommand("--reflink=never", {from}, to); });
         break;
     }
+    for (const std::string& file : {from, to}) fs::remove(file); // large, but not many
     state.SetBytesProcessed(static_cast<int64_t>(static_cast<uint64_t>(state.iterations()) * size));
 }
 
@@ -314,7 +335,7 @@ void Add(const std::string& name, int repetitions, std::vector<int64_t> sizes, R
 }
 
 const bool rowsAreAdded = [] {
-    for (const Volume& volume : kVolumes) {
+    for (const Volume& volume : {kMemory, kDisk}) {
         const std::string place = std::string("/") + volume.name;
         Add("Files1KiB/library" + place, 5, {}, Files, volume, Who::kLibrary);
         Add("Files1KiB/library_folder" + place, 5, {}, Files, volume, Who::kLibraryAtOnce);
@@ -326,7 +347,7 @@ const bool rowsAreAdded = [] {
         Add("LargeMiB/read_write" + place, 3, {512, 1024}, Large, volume, Who::kLoop);
         Add("LargeMiB/cp_reflink_never" + place, 3, {512, 1024}, Large, volume, Who::kCommand);
     }
-    Add("Memory/library/memory", 1, {1'000, 10'000, 100'000}, Memory, kVolumes[0]);
+    Add("Memory/library/memory", 1, {1'000, 10'000, 100'000}, Memory, kMemory);
     return true;
 }();
 
