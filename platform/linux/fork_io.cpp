@@ -5,8 +5,11 @@
 // says how long it is. The length last seen is believed until a read would go beyond it; whoever writes
 // beyond it says so in the header after the bytes are there. A link's text is held in memory.
 //
+// Copies write whole blocks and cut off what is too much. So the zeros at the end of the first write to a file that the
+// thread has just made wait: mostly the cut is what comes next, and then nothing is to be cut.
+//
 // Space is reserved with fallocate; where the file system cannot, a look at the free space has to do.
-// Sections: the resource fork's length, moving bytes, positions, sizes, space.
+// Sections: the resource fork's length, the data fork's end, moving bytes, positions, sizes, space.
 #include "platform/linux/fork_io.h"
 
 #include "platform/linux/child_safe_mutex.h"
@@ -58,6 +61,53 @@ static OSErr GrowLength(OpenFork& fork, uint64_t length) {
 
 static bool FitsInSidecar(const OpenFork& fork, uint64_t length) {
     return length <= UINT32_MAX - fork.offset;
+}
+
+// ---- The data fork's end
+
+// Notes that the file's content changed, and when, for the date that it may have to keep.
+static void NoteChange(OpenFork& fork) {
+    fork.isChanged.store(true, std::memory_order_relaxed);
+    if (fork.holdsDate) fork.lastChange.store(SystemTime(), std::memory_order_relaxed);
+}
+
+static OSErr Truncate(const OpenFork& fork, uint64_t end) {
+    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
+                                                                                           : LastError();
+}
+
+static OSErr SetDataSize(OpenFork& fork, uint64_t size) {
+    const uint32_t zeros = fork.zeros.exchange(0);
+    if (zeros && zeros != OpenFork::kUnwritten) {
+        if (lseek(fork.descriptor, zeros, SEEK_CUR) < 0) return LastError();
+        if (size == fork.length) return noErr;
+    }
+    return Truncate(fork, size);
+}
+
+OSErr SettleEnd(OpenFork& fork) {
+    const uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
+    if (zeros == 0) [[likely]]
+        return noErr;
+    if (zeros == OpenFork::kUnwritten) {
+        fork.zeros = 0;
+        return noErr;
+    }
+    const OSErr result = SetDataSize(fork, fork.length + zeros);
+    NoteChange(fork);
+    return result;
+}
+
+// The size without the zeros at the end, of which less than a block of a disk may wait.
+static ByteCount WithoutZeros(const uint8_t* buffer, ByteCount size) {
+    constexpr ByteCount kMost = 511;
+    const ByteCount least = size > kMost ? size - kMost : 0;
+    for (uint64_t word; size >= least + sizeof word; size -= sizeof word) {
+        std::memcpy(&word, buffer + size - sizeof word, sizeof word);
+        if (word != 0) break;
+    }
+    while (size > least && buffer[size - 1] == 0) --size;
+    return size;
 }
 
 // ---- Moving bytes. The rarer kinds of forks stand out of the way of the few instructions that a file's data needs.
@@ -125,22 +175,33 @@ static OSErr ReadAtMark(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCou
     return result == noErr ? second : result;
 }
 
-// Notes that the file's content changed, and when, for the date that it may have to keep.
-static void NoteChange(OpenFork& fork) {
-    fork.isChanged.store(true, std::memory_order_relaxed);
-    if (fork.holdsDate) fork.lastChange.store(SystemTime(), std::memory_order_relaxed);
+static OSErr WriteBytes(const OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
+    const OSErr result = MoveAll(
+        [&](ByteCount at, size_t count) { return write(fork.descriptor, buffer + at, count); }, size, moved);
+    return result == eofErr ? ioErr : result;
+}
+
+static OSErr WriteFirst(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
+    const ByteCount length = WithoutZeros(buffer, size);
+    fork.zeros = 0;
+    const OSErr result = WriteBytes(fork, buffer, length, moved);
+    if (result != noErr) return result;
+    fork.length = length;
+    fork.zeros = static_cast<uint32_t>(size - length);
+    moved = size;
+    return noErr;
+}
+
+static OSErr WriteData(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
+    if (fork.zeros.load(std::memory_order_relaxed) == OpenFork::kUnwritten) [[unlikely]]
+        return WriteFirst(fork, buffer, size, moved);
+    const OSErr result = SettleEnd(fork);
+    return result == noErr ? WriteBytes(fork, buffer, size, moved) : result;
 }
 
 static OSErr WriteAtMark(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
-    OSErr result;
-    if (fork.kind == ForkKind::kData) {
-        result =
-            MoveAll([&](ByteCount at, size_t count) { return write(fork.descriptor, buffer + at, count); },
-                    size, moved);
-        if (result == eofErr) result = ioErr;
-    } else {
-        result = WriteResource(fork, buffer, size, moved);
-    }
+    const OSErr result = fork.kind == ForkKind::kData ? WriteData(fork, buffer, size, moved)
+                                                      : WriteResource(fork, buffer, size, moved);
     NoteChange(fork);
     return result;
 }
@@ -149,6 +210,8 @@ static OSErr WriteAtMark(OpenFork& fork, const uint8_t* buffer, ByteCount size, 
 
 OSErr ForkSize(OpenFork& fork, int64_t& size) {
     if (fork.kind == ForkKind::kData) {
+        const OSErr result = SettleEnd(fork);
+        if (result != noErr) return result;
         struct stat status;
         if (Retry([&] { return fstat(fork.descriptor, &status); }) < 0) return LastError();
         size = status.st_size;
@@ -159,11 +222,13 @@ OSErr ForkSize(OpenFork& fork, int64_t& size) {
     return result;
 }
 
-static OSErr MarkOf(const OpenFork& fork, int64_t& mark) {
+static OSErr MarkOf(OpenFork& fork, int64_t& mark) {
     if (fork.kind != ForkKind::kData) {
         mark = fork.mark;
         return noErr;
     }
+    const OSErr result = SettleEnd(fork);
+    if (result != noErr) return result;
     mark = lseek(fork.descriptor, 0, SEEK_CUR);
     return mark < 0 ? LastError() : noErr;
 }
@@ -190,6 +255,8 @@ static OSErr Resolve(OpenFork& fork, uint16_t mode, int64_t offset, int64_t& pos
 
 static OSErr MoveMark(OpenFork& fork, uint16_t mode, int64_t offset) {
     if (fork.kind == ForkKind::kData) {
+        const OSErr result = SettleEnd(fork);
+        if (result != noErr) return result;
         constexpr int kWhence[] = {SEEK_CUR, SEEK_SET, SEEK_END, SEEK_CUR};
         if (lseek(fork.descriptor, offset, kWhence[mode & kPositionMask]) >= 0) return noErr;
         return LastErrorNumber() == EINVAL || LastErrorNumber() == EOVERFLOW ? posErr : LastError();
@@ -259,11 +326,6 @@ OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize) {
     return result;
 }
 
-static OSErr Truncate(const OpenFork& fork, uint64_t end) {
-    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
-                                                                                           : LastError();
-}
-
 // The header never says more than there is: cutting begins with it, growing ends with it.
 static OSErr ChangeResourceSize(OpenFork& fork, uint64_t size) {
     HeldLock guard(lengthLock);
@@ -288,7 +350,7 @@ OSErr FSSetForkSize(FSForkRefNum forkRefNum, uint16_t positionMode, int64_t posi
     OSErr result = Resolve(*fork, positionMode, positionOffset, size);
     if (result != noErr) return result;
     const auto end = static_cast<uint64_t>(size);
-    result = fork->kind == ForkKind::kResource ? SetResourceSize(*fork, end) : Truncate(*fork, end);
+    result = fork->kind == ForkKind::kResource ? SetResourceSize(*fork, end) : SetDataSize(*fork, end);
     NoteChange(*fork);
     return result;
 }

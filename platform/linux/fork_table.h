@@ -46,6 +46,11 @@ struct OpenFork {
     uint32_t lengthAt = 0;            // where the sidecar's header says how long the fork is
     std::unique_ptr<char[]> text;     // a link's
 
+    // Of a new file's data fork: kUnwritten before its first use, then the number of zeros from `length` on that have been
+    // written, but neither the file nor its offset has yet.
+    static constexpr uint32_t kUnwritten = UINT32_MAX;
+    std::atomic<uint32_t> zeros = 0;
+
     OpenFork* next = nullptr; // of those that the table counts together
 };
 

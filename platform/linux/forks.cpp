@@ -187,6 +187,7 @@ static OSErr OpenKept(const FSRef& ref, const Wish& wish, std::unique_ptr<OpenFo
     fork = NewFork(ForkKind::kData, file, kept->place.facts, wish);
     if (!fork) return memFullErr;
     if (wish.write) fork->holdsDate = BeginHoldingDate(kept->place.facts);
+    if (wish.write && kept->place.facts.stx_size == 0) fork->zeros = OpenFork::kUnwritten;
     return noErr;
 }
 
@@ -297,14 +298,15 @@ OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* f
 }
 
 OSErr FinishFork(OpenFork& fork) {
+    const OSErr result = SettleEnd(fork);
     struct statx facts;
     facts.stx_mask = 0;
     if (fork.holdsDate) EndHoldingDate(fork, facts);
-    if (TakeDescriptorBack(fork, facts)) return noErr;
+    if (TakeDescriptorBack(fork, facts)) return result;
     const int descriptor = fork.descriptor;
     fork.descriptor = -1;
-    if (descriptor < 0 || close(descriptor) == 0 || LastErrorNumber() == EINTR) return noErr;
-    return LastError();
+    if (descriptor < 0 || close(descriptor) == 0 || LastErrorNumber() == EINTR) return result;
+    return result == noErr ? LastError() : result;
 }
 
 OSErr FSCloseFork(FSForkRefNum forkRefNum) {

@@ -5,11 +5,16 @@
 #include "metadata_support.h"
 #include "platform/linux/kept_dates.h"
 #include "platform/objects.h"
+#include "support/emulation.h"
 #include "support/files.h"
 #include "support/users.h"
 
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <random>
+#include <sys/resource.h>
 #include <thread>
 
 namespace {
@@ -382,4 +387,184 @@ TEST_F(KeptFiles, SourceRenamedMeanwhile_TellsItsResourceForkWhereItIs) {
     WriteFile(folder_ / "._old", AppleDouble({{9, 50, FinderInfo("TEXTttxt")}, {2, 82, "longer resource"}}));
     EXPECT_EQ(FSIterateForks(&ref, &position, nullptr, &size, nullptr), noErr);
     EXPECT_EQ(size, 8);
+}
+
+// ---- Zeros at the end of the first write, which wait for the cut that mostly follows
+
+namespace {
+class EndOfNewFile : public KeptFiles {
+protected:
+    void SetUp() override {
+        KeptFiles::SetUp();
+        made_ = MakePlain("new");
+        ASSERT_EQ(OpenByRef(made_, false, fsWrPerm, fork_), noErr);
+    }
+    OSErr WriteBlock(const std::string& text, uint16_t mode = fsAtMark, int64_t offset = 0) {
+        return FSWriteFork(fork_, mode, offset, 512, Block(text).data(), nullptr);
+    }
+    static std::string Block(std::string text) {
+        text.resize(512);
+        return text;
+    }
+    OSErr Cut(int64_t size) { return FSSetForkSize(fork_, fsFromStart, size); }
+    OSErr Close() { return FSCloseFork(std::exchange(fork_, 0)); }
+    std::string Content() const { return ReadFile(folder_ / "new"); }
+    int64_t SizeForOthers() const { return StatusOf(folder_ / "new").st_size; }
+
+    FSRef made_ = {};
+    FSForkRefNum fork_ = 0;
+};
+} // namespace
+
+TEST_F(EndOfNewFile, ThatIsCutOff_IsNeverWritten) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_EQ(SizeForOthers(), 4);
+    EXPECT_EQ(Cut(4), noErr);
+    EXPECT_EQ(SizeForOthers(), 4);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), "text");
+}
+
+TEST_F(EndOfNewFile, ThatIsNotCutOff_IsThereWhenTheForkIsClosed) {
+    ByteCount count = 0;
+    EXPECT_EQ(FSWriteFork(fork_, fsAtMark, 0, 512, Block("text").data(), &count), noErr);
+    EXPECT_EQ(count, 512u);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("text"));
+}
+
+TEST_F(EndOfNewFile, OfZerosThatBelongToIt_IsKept) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_EQ(Cut(6), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), std::string("text\0\0", 6));
+}
+
+TEST_F(EndOfNewFile, CutShorter_IsCut) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_EQ(Cut(2), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), "te");
+}
+
+TEST_F(EndOfNewFile, CutLater_IsAsIfItHadBeenWritten) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_EQ(Cut(4), noErr);
+    EXPECT_EQ(FSWriteFork(fork_, fsAtMark, 0, 1, "!", nullptr), noErr); // the mark is behind the block
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("text") + "!");
+}
+
+TEST_F(EndOfNewFile, OfNothingButZeros_IsThere) {
+    const std::string zeros(1024, '\0');
+    EXPECT_EQ(FSWriteFork(fork_, fsAtMark, 0, 1024, zeros.data(), nullptr), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), zeros);
+}
+
+TEST_F(EndOfNewFile, WhatIsWrittenNext_ComesBehindIt) {
+    EXPECT_EQ(WriteBlock("one"), noErr);
+    EXPECT_EQ(WriteBlock("two"), noErr);
+    EXPECT_EQ(Cut(515), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("one") + "two");
+}
+
+TEST_F(EndOfNewFile, AfterAnotherPosition_IsWrittenAtOnce) {
+    EXPECT_EQ(WriteBlock("text", fsFromStart, 100), noErr);
+    EXPECT_EQ(SizeForOthers(), 612);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), std::string(100, '\0') + Block("text"));
+}
+
+TEST_F(EndOfNewFile, OfADateThatHolds_LeavesTheDate) {
+    EXPECT_EQ(FSCloseFork(fork_), noErr);
+    PlatformCloseKeptFiles();
+    PlatformKeepFilesOpen();
+    made_ = Make("dated", kDates, SomeDates());
+    ASSERT_EQ(OpenByRef(made_, false, fsWrPerm, fork_), noErr);
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the clock of changes goes on
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_TRUE(HasSomeDates(folder_ / "dated"));
+    EXPECT_EQ(ReadFile(folder_ / "dated"), Block("text"));
+}
+
+TEST_F(EndOfNewFile, ThatCannotBeWritten_IsReportedWhenTheForkIsClosed) {
+    if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on the sizes of files";
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small = {100, before.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const OSErr closed = Close();
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_NE(closed, noErr);
+    EXPECT_EQ(Content(), "text");
+}
+
+// Whatever is done, in any order, a new file's fork gives the results of any other, and its content.
+TEST_F(EndOfNewFile, WhateverIsDone_IsAsForAFileThatIsNotNew) {
+    constexpr int kRounds = 3000;
+    EXPECT_EQ(Close(), noErr);
+    std::mt19937 random(20261122);
+    const auto upTo = [&random](unsigned most) { return random() % (most + 1); };
+    const auto step = [&](FSForkRefNum fork, unsigned what, unsigned number, unsigned size) {
+        std::string block(number, static_cast<char>('a' + number % 26));
+        block.resize(number + size);
+        const auto mode = static_cast<uint16_t>(number % 4);
+        const int64_t offset = mode == fsFromLEOF ? -int64_t{size} : int64_t{size} - (mode ? 0 : 3);
+        int64_t told = -1;
+        ByteCount count = 0;
+        OSErr result;
+        switch (what) {
+        case 0:
+        case 1:
+        case 2:
+            result =
+                FSWriteFork(fork, fsAtMark, 0, static_cast<ByteCount>(block.size()), block.data(), &count);
+            told = static_cast<int64_t>(count);
+            break;
+        case 3:
+            result =
+                FSWriteFork(fork, mode, offset, static_cast<ByteCount>(block.size()), block.data(), &count);
+            told = static_cast<int64_t>(count);
+            break;
+        case 4:
+            result = FSSetForkPosition(fork, mode, offset);
+            break;
+        case 5:
+            result = FSGetForkPosition(fork, &told);
+            break;
+        case 6:
+            result = FSGetForkSize(fork, &told);
+            break;
+        case 7:
+            result = FSSetForkSize(fork, fsFromStart, static_cast<int64_t>(number));
+            break;
+        default:
+            result = FSSetForkSize(fork, mode, offset);
+            break;
+        }
+        return std::pair(result, told);
+    };
+    for (int round = 0; round < kRounds; ++round) {
+        PlatformCloseKeptFiles();
+        WriteFile(old_, "");
+        FSForkRefNum ordinary = 0;
+        ASSERT_EQ(OpenByRef(RefTo(old_), false, fsWrPerm, ordinary), noErr);
+        PlatformKeepFilesOpen();
+        std::filesystem::remove(folder_ / "new");
+        ASSERT_EQ(OpenByRef(MakePlain("new"), false, fsWrPerm, fork_), noErr);
+        std::string steps;
+        for (unsigned left = 1 + upTo(4); left > 0; --left) {
+            const unsigned what = upTo(8), number = upTo(600), size = upTo(1) ? upTo(600) : 0;
+            steps += std::to_string(what) + ":" + std::to_string(number) + "," + std::to_string(size) + " ";
+            EXPECT_EQ(step(fork_, what, number, size), step(ordinary, what, number, size)) << steps;
+        }
+        EXPECT_EQ(Close(), FSCloseFork(ordinary));
+        ASSERT_EQ(Content(), ReadFile(old_)) << steps;
+    }
 }
