@@ -240,8 +240,8 @@ OSErr OpenFolder(FolderID id, FolderHandle& handle) {
 }
 
 bool CloseIdleDescriptors() {
-    const bool anyAhead = CloseOpenedAhead(), anyResting = FreeRestingDescriptors();
-    return StateLock()->descriptors.DropIdle() || anyResting || anyAhead;
+    const bool anyOfATree = CloseWhatTreeHolds(), anyResting = FreeRestingDescriptors();
+    return StateLock()->descriptors.DropIdle() || anyResting || anyOfATree;
 }
 
 // ---- Entering ----

@@ -23,6 +23,7 @@ DeviceTraits TraitsOfFileSystem(unsigned long long magic) {
     case kOverlay:
         return {true, false, true};
     case EXT4_SUPER_MAGIC: // ext2 and ext3, too
+        return {true, true, true, true};
     case BTRFS_SUPER_MAGIC:
     case TMPFS_MAGIC:
     case RAMFS_MAGIC:

@@ -8,9 +8,10 @@
 
 // What a file system's numbers are worth.
 struct DeviceTraits {
-    bool stableInodes; // else name and type are the identity
-    bool stableBirths; // overlays give an object a new birth when they copy it up
-    bool fineTimes;    // change times come from the kernel's clock and are as fine as its ticks
+    bool stableInodes;             // else name and type are the identity
+    bool stableBirths;             // overlays give an object a new birth when they copy it up
+    bool fineTimes;                // change times come from the kernel's clock and are as fine as its ticks
+    bool sharesAttributes = false; // equal attributes of several files are stored once
 };
 
 DeviceTraits TraitsOfFileSystem(unsigned long long magic);

@@ -18,6 +18,7 @@
 #include "platform/linux/metadata.h"
 #include "platform/linux/sidecar.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/trees.h"
 
 #include <algorithm>
 #include <atomic>
@@ -304,6 +305,7 @@ OSErr StoreKnownFacts(const Place& place, const HeldObject& object, FSCatalogInf
     if (facts == known) return noErr;
     Attribute fresh;
     MakeAttribute(fresh, facts);
+    if (known == Facts{} && S_ISREG(place.facts.stx_mode)) KeepMetadataShared(place, fresh);
     OSErr result = noErr;
     // Defaults are to leave nothing behind, and there may be no attributes here, or none yet that this user may
     // set.

@@ -8,8 +8,13 @@
 // What is listed is read next. Looking at a name costs the kernel more than all that is asked of an open file, so
 // that the files of a batch are opened as they are listed. They are closed when the next batch begins, when
 // descriptors run out, and with the tree.
+//
+// Each file of a copy bears the same mark while it is written. Some volumes store what several files have once, and take
+// and free its block for each file when no other has it (with a command to the disk each time, where freed blocks are
+// discarded). So a nameless file has it all the while.
 #include "platform/linux/trees.h"
 
+#include "platform/linux/attributes.h"
 #include "platform/linux/current_task.h"
 #include "platform/linux/descriptor_cache.h"
 #include "platform/linux/folders.h"
@@ -19,9 +24,11 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/xattr.h>
 #include <utility>
 
 namespace {
@@ -41,6 +48,10 @@ struct Room {
     OpenedFile files[80];
     unsigned next, end;
     bool isCrowded; // others need the descriptors that are left
+
+    appledouble::Attribute metadata; // that the latest file began with
+    bool isShared;                   // as far as it can be
+    int holder = -1;                 // the nameless file
 };
 
 struct Tree {
@@ -70,8 +81,16 @@ static bool HasRoom() {
     return true;
 }
 
+bool CloseWhatTreeHolds() {
+    const bool anyAhead = CloseOpenedAhead();
+    if (!tree.room || tree.room->holder < 0) return anyAhead;
+    Close(std::exchange(tree.room->holder, -1));
+    tree.room->isShared = false;
+    return true;
+}
+
 void LeaveTree() {
-    CloseOpenedAhead();
+    CloseWhatTreeHolds();
     if (Room* const room = std::exchange(tree.room, nullptr)) munmap(room, sizeof *room);
     tree.isBegun = false;
 }
@@ -144,4 +163,27 @@ bool CloseOpenedAhead() {
     room.next = room.end = 0;
     room.isCrowded = false;
     return areAny;
+}
+
+// ---- Metadata
+
+static int MakeHolder(const Place& made) {
+    const int file = OpenName(made.folder.descriptor(), ".", O_TMPFILE | O_WRONLY, 0600);
+    if (file < tree.firstTooHigh) return file;
+    Close(file);
+    return -1;
+}
+
+void KeepMetadataShared(const Place& made, const appledouble::Attribute& value) {
+    if (!HasRoom()) return;
+    Room& room = *tree.room;
+    const bool isSame = std::memcmp(room.metadata, value, sizeof value) == 0;
+    if (isSame && room.isShared) return;
+    if (!TraitsOf(made.folderID, made.name, made.facts).sharesAttributes) return;
+    std::memcpy(room.metadata, value, sizeof value);
+    room.isShared = isSame; // one alone is not worth it
+    if (!isSame) return;
+    if (room.holder < 0) room.holder = MakeHolder(made);
+    if (room.holder >= 0)
+        (void)Retry([&] { return fsetxattr(room.holder, kMetadataAttribute, value, sizeof value, 0); });
 }

@@ -1,7 +1,8 @@
 // Inside the provider: what a thread knows and keeps while it copies or deletes a tree. Sections: the folders that it
-// makes, the files that it reads.
+// makes, the files that it reads, what is stored of those that it makes.
 #pragma once
 
+#include "platform/linux/appledouble.h"
 #include "platform/linux/references.h"
 
 // Whether the calling thread works on a tree.
@@ -36,7 +37,15 @@ int TakeOpenedAhead(const FSRef& ref);
 // Closes them all; whether there were any.
 bool CloseOpenedAhead();
 
+// ---- Metadata
+
+// To be called before a new file gets its first metadata, the same as the one before it mostly; see trees.cpp.
+void KeepMetadataShared(const Place& made, const appledouble::Attribute& value);
+
 // ---- The end
+
+// Closes all that is open for speed only; whether there was any.
+bool CloseWhatTreeHolds();
 
 // Gives all of it back; may be called in a signal's handler while no operation runs.
 void LeaveTree();

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <sys/resource.h>
 #include <thread>
 #include <utility>
@@ -461,6 +462,158 @@ TEST_F(TerminatedTree, LeavesNoFileOpenThatItWouldHaveReadNext) {
     ASSERT_EQ(task.Result(), 5);
     EXPECT_EQ(OpenDescriptors(), before);
     FSCloseIterator(shared.iterator);
+}
+
+// ---- Metadata
+
+class TreeMetadata : public testing::Test {
+protected:
+    void SetUp() override { PlatformBeginTree(); }
+    void TearDown() override { PlatformEndTree(); }
+
+    // As a file is copied: it bears one mark while it is written, then gets what it is to have.
+    static void Copy(const FSRef& folder, const std::string& name, const std::string& mark = "brokMACS") {
+        FSCatalogInfo info = {};
+        info.createDate = DateAt(3'000'000'000);
+        std::memcpy(info.finderInfo, mark.data(), 8);
+        PlatformKeepFilesOpen();
+        const std::u16string units = Wide(name);
+        FSRef ref = {};
+        EXPECT_EQ(FSCreateFileUnicode(&folder, static_cast<UniCharCount>(units.size()),
+                                      reinterpret_cast<const UniChar*>(units.data()),
+                                      kFSCatInfoCreateDate | kFSCatInfoFinderInfo, &info, &ref, nullptr),
+                  noErr);
+        std::memcpy(info.finderInfo, "TEXTttxt", 8);
+        EXPECT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo, &info), noErr);
+        PlatformCloseKeptFiles();
+    }
+    static void CopyTwo(const FSRef& folder) {
+        Copy(folder, "first");
+        Copy(folder, "second");
+    }
+
+    // On a volume that shares; the reason when there is none.
+    std::string MountSharing() {
+        return mounts_.Missing().empty() ? mounts_.MountImage("/volume", "ext4") : mounts_.Missing();
+    }
+
+    // The volume's folder, which is open from now on.
+    static FSRef Folder() {
+        const FSRef ref = RefTo("/volume");
+        Copy(ref, "before", "????????");
+        return ref;
+    }
+
+    TemporaryFolder folder_;
+    PrivateMounts mounts_;
+};
+
+// How many runs of blocks the volume has given out since this was asked for; -1 where it does not count.
+long BlocksGivenOut(const std::string& folder) {
+    std::ifstream mounts("/proc/self/mounts");
+    for (std::string device, where, rest; mounts >> device >> where && std::getline(mounts, rest);) {
+        if (where != folder) continue;
+        const std::string name = device.substr(device.rfind('/') + 1);
+        std::ofstream("/sys/fs/ext4/" + name + "/mb_stats") << "1";
+        std::ifstream counts("/proc/fs/ext4/" + name + "/mb_stats");
+        for (std::string key, value; counts >> key && std::getline(counts, value);)
+            if (key == "reqs:") return std::stol(value);
+    }
+    return -1;
+}
+
+TEST_F(TreeMetadata, WhereEqualOnesAreStoredOnce_FilesThatAreWrittenTakeNoBlocks) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    const long before = BlocksGivenOut("/volume");
+    if (before < 0) GTEST_SKIP() << "the volume does not count what it gives out";
+    constexpr int kFiles = 50;
+    for (int i = 0; i < kFiles; ++i) Copy(folder, std::to_string(i));
+    EXPECT_LT(BlocksGivenOut("/volume") - before, kFiles / 2);
+}
+
+TEST_F(TreeMetadata, OfEachFile_IsItsOwn) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    for (const char* mark : {"brokMACS", "brokMACS", "otherone", "otherone", "brokMACS"}) {
+        Copy(folder, "file", mark);
+        EXPECT_EQ(GetType("/volume/file"), "TEXTttxt");
+        EXPECT_EQ(SecondsOf(GetInfo("/volume/file", kFSCatInfoCreateDate).createDate), 3'000'000'000);
+        fs::remove("/volume/file");
+    }
+}
+
+TEST_F(TreeMetadata, HolderOfWhatIsShared_HasNoName) {
+    SKIP_IF_MISSING(MountSharing());
+    CopyTwo(Folder());
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator("/volume")) names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"before", "first", "lost+found", "second"}));
+}
+
+TEST_F(TreeMetadata, HolderOfWhatIsShared_GoesWithTheTree) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    const size_t before = OpenDescriptors();
+    CopyTwo(folder);
+    EXPECT_EQ(OpenDescriptors(), before + 1);
+    PlatformEndTree();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TreeMetadata, HolderOfWhatIsShared_IsGivenBackWhereDescriptorsRunOut) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    const size_t before = OpenDescriptors();
+    CopyTwo(folder);
+    EXPECT_TRUE(CloseIdleDescriptors());
+    EXPECT_LE(OpenDescriptors(), before);
+    Copy(folder, "third");
+    EXPECT_EQ(GetType("/volume/third"), "TEXTttxt");
+}
+
+TEST_F(TreeMetadata, HolderOfWhatIsShared_LeavesHalfOfTheDescriptorsToOthers) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const size_t open = OpenDescriptors();
+    const rlimit few = {open + 5, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    PlatformBeginTree();
+    CopyTwo(folder);
+    const size_t after = OpenDescriptors();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(after, open);
+}
+
+TEST_F(TreeMetadata, OfFilesThatDiffer_IsNotHeld) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    const size_t before = OpenDescriptors();
+    Copy(folder, "first", "brokMACS");
+    Copy(folder, "second", "otherone");
+    Copy(folder, "third", "brokMACS");
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TreeMetadata, WhereEachIsStoredByItself_IsNotHeld) {
+    SKIP_IF_MISSING(mounts_.Missing());
+    SKIP_IF_MISSING(mounts_.MountTmpfs("/volume"));
+    const FSRef folder = Folder();
+    const size_t before = OpenDescriptors();
+    CopyTwo(folder);
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TreeMetadata, OutsideATree_IsNotHeld) {
+    SKIP_IF_MISSING(MountSharing());
+    PlatformEndTree();
+    const FSRef folder = Folder();
+    const size_t before = OpenDescriptors();
+    CopyTwo(folder);
+    EXPECT_EQ(OpenDescriptors(), before);
 }
 
 // ---- The thread's root
