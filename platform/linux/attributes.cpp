@@ -33,7 +33,9 @@ struct ProcPath {
 static ssize_t GetThroughOpening(int folder, const char* name, const char* attribute, void* value,
                                  size_t size) {
     Descriptor object(OpenName(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    return object ? Retry([&] { return fgetxattr(object.number(), attribute, value, size); }) : -1;
+    if (object) return Retry([&] { return fgetxattr(object.number(), attribute, value, size); });
+    if (LastOpenError() == fnfErr) SetLastErrorNumber(ENOENT);
+    return -1;
 }
 
 ssize_t GetAttributeAt(int folder, const char* name, const char* attribute, void* value, size_t size) {

@@ -56,6 +56,18 @@ OSErr LastError() {
     return ErrorFromErrno(errno);
 }
 
+OSErr LastOpenError() {
+    switch (errno) {
+    case ELOOP:  // a link
+    case EISDIR: // a folder, for writing
+    case ENXIO:  // a socket or a pipe
+    case ENODEV: // a device without a driver
+        return fnfErr;
+    default:
+        return LastError();
+    }
+}
+
 OSErr LastForkError() {
     OSErr result = LastError();
     return result == afpAccessDenied ? permErr : result;

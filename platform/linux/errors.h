@@ -12,6 +12,9 @@ OSErr LastError();
 // The same where a fork was to be opened: what the host denies is a matter of permission there (-54).
 OSErr LastForkError();
 
+// The same where a name was to be opened as a file: -43 when something else has it by now.
+OSErr LastOpenError();
+
 // The bare number of the system call that has just failed, for code that must tell "try again" or "not
 // supported" from a real failure.
 int LastErrorNumber();

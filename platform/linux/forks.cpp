@@ -140,17 +140,8 @@ static std::unique_ptr<OpenFork> NewFork(ForkKind kind, Descriptor& descriptor, 
 }
 
 static OSErr OpenError() {
-    switch (LastErrorNumber()) {
-    case ELOOP:
-    case EISDIR:
-    case ENXIO:
-    case ENODEV:
-        return fnfErr; // something else has the name by now
-    case ETXTBSY:
-        return permErr;
-    default:
-        return LastForkError();
-    }
+    const OSErr result = LastErrorNumber() == ETXTBSY ? permErr : LastOpenError();
+    return result == afpAccessDenied ? permErr : result;
 }
 
 // Opens the file at `place`; `isObject` says whether facts are those of the object that is wanted.

@@ -30,7 +30,8 @@ void FillLinkFinderInfo(uint8_t* finderInfo) {
 static OSErr ReadText(const Place& place, char (&text)[PATH_MAX]) {
     Descriptor file(OpenName(place.folder.descriptor(), place.name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     struct statx facts;
-    if (!file || FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
+    if (!file) return LastOpenError();
+    if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     if (!SameObject(facts, place.facts)) return fnfErr;
     if (facts.stx_size == 0 || facts.stx_size >= sizeof(text)) return paramErr;
     const ssize_t count = ReadFully(file.number(), text, sizeof(text) - 1, 0);

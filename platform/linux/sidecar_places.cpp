@@ -63,19 +63,14 @@ static int OpenForWriting(int folder, const char* name) {
     return -1;
 }
 
-// The failures that mean that an entry of that kind has no bytes to read.
-static bool IsNoFile(int error) {
-    return error == ENOENT || error == ELOOP || error == EISDIR || error == ENXIO || error == ENODEV;
-}
-
 OSErr OpenAppleDouble(int folder, const char* sidecar, bool forWriting, Descriptor& file,
                       struct statx& facts) {
     // Hardly any object has one, and finding nothing is cheaper than opening nothing.
     if (!forWriting && FactsAt(folder, sidecar, AT_SYMLINK_NOFOLLOW, facts, STATX_TYPE) < 0)
-        return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();
+        return LastOpenError();
     file.Reset(forWriting ? OpenForWriting(folder, sidecar)
                           : OpenName(folder, sidecar, O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    if (!file) return IsNoFile(LastErrorNumber()) ? fnfErr : LastError();
+    if (!file) return LastOpenError();
     if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     const OSErr result = S_ISREG(facts.stx_mode) ? CheckMagic(file.number()) : fnfErr;
     return result == noErr && IsOrphan(file.number(), facts) ? fnfErr : result;

@@ -119,7 +119,8 @@ static OSErr OpenFile(const FSRef& ref, int flags, Descriptor& file) {
     if (result != noErr) return result;
     file.Reset(OpenName(place.folder.descriptor(), place.name, flags | O_NONBLOCK | O_NOCTTY));
     struct statx facts;
-    if (!file || FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
+    if (!file) return LastOpenError();
+    if (FactsAt(file.number(), "", AT_EMPTY_PATH, facts) < 0) return LastError();
     return IsObject(ref, facts) && S_ISREG(facts.stx_mode) ? noErr : fnfErr;
 }
 

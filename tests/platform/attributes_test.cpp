@@ -74,6 +74,23 @@ TEST_F(Attributes, WithoutProc_TheObjectIsOpened) {
     EXPECT_EQ(Find(ref), noErr);
 }
 
+// Another program puts them there between two looks.
+TEST_F(Attributes, WithoutProc_WhatIsNoFileIsMissing) {
+    if (kAddressSanitizer) GTEST_SKIP() << "the leak sanitizer needs /proc";
+    const OwnVolume namespaceOfItsOwn("tmpfs");
+    if (!namespaceOfItsOwn.reason().empty()) GTEST_SKIP() << namespaceOfItsOwn.reason();
+    ASSERT_EQ(symlink("file", (folder_ / "link").c_str()), 0);
+    ASSERT_EQ(mknod((folder_ / "socket").c_str(), S_IFSOCK | 0600, 0), 0);
+    const int folder = open(folder_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(umount2("/proc", MNT_DETACH), 0);
+    const DeniedCall denied(kGetAttributeAt, ENOSYS);
+    for (const char* name : {"link", "socket", "nothing"}) {
+        EXPECT_EQ(GetAttributeAt(folder, name, kAttribute, nullptr, 0), -1) << name;
+        EXPECT_EQ(LastError(), fnfErr) << name;
+    }
+    close(folder);
+}
+
 TEST_F(Attributes, KernelThatWantsANameForDates_IsGivenOne) {
     refusesEmptyPaths = true;
     ExpectThatFactsCanBeKept();

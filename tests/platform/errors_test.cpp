@@ -29,6 +29,17 @@ TEST(Errors, LastError_ReadsTheFailedCall) {
     EXPECT_EQ(LastErrorNumber(), EROFS);
 }
 
+TEST(Errors, LastOpenError_WhatIsNoFileIsMissing) {
+    for (const int error : {ENOENT, ELOOP, EISDIR, ENXIO, ENODEV}) {
+        errno = error;
+        EXPECT_EQ(LastOpenError(), -43) << error;
+    }
+    errno = EACCES;
+    EXPECT_EQ(LastOpenError(), -5000);
+    errno = EMFILE;
+    EXPECT_EQ(LastOpenError(), -42);
+}
+
 TEST(Errors, LastForkError_DeniedIsAMatterOfPermission) {
     errno = EACCES;
     EXPECT_EQ(LastForkError(), -54);
