@@ -62,7 +62,8 @@ struct Leftovers {
     std::vector<std::string> folders;
     ~Leftovers() {
         if (kDiskFolder) return;
-        for (const std::string& folder : folders) fs::remove_all(folder);
+        std::error_code ignored;
+        for (const std::string& folder : folders) fs::remove_all(folder, ignored);
     }
 } leftovers;
 

@@ -77,7 +77,8 @@ OSErr FSAllocateFork(FSForkRefNum forkRefNum, FSAllocationFlags flags, uint16_t 
 
 // Between these two calls of a thread the provider may keep the file open that the thread makes and the one
 // whose forks it lists, so that the calls that follow on them need not find them again. For one copy; calls do
-// not nest. Results are the same without.
+// not nest. Results are the same without, but that others see the zeros which a new file is padded with, behind what was
+// allocated for it, only when the next call needs them.
 void PlatformKeepFilesOpen();
 void PlatformCloseKeptFiles();
 

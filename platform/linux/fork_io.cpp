@@ -5,11 +5,12 @@
 // says how long it is. The length last seen is believed until a read would go beyond it; whoever writes
 // beyond it says so in the header after the bytes are there. A link's text is held in memory.
 //
-// Copies write whole blocks and cut off what is too much. So the zeros at the end of the first write to a file that the
-// thread has just made wait: mostly the cut is what comes next, and then nothing is to be cut.
+// Copies allocate what a fork is to hold, write whole blocks and cut off what is too much. So the zeros that the first
+// write to a file of the thread's own making puts behind what was allocated wait: mostly the cut is what comes next, and
+// then nothing is to be cut.
 //
 // Space is reserved with fallocate; where the file system cannot, a look at the free space has to do.
-// Sections: the resource fork's length, the data fork's end, moving bytes, positions, sizes, space.
+// Sections: the resource fork's length, moving bytes, positions, sizes, space.
 #include "platform/linux/fork_io.h"
 
 #include "platform/linux/child_safe_mutex.h"
@@ -61,53 +62,6 @@ static OSErr GrowLength(OpenFork& fork, uint64_t length) {
 
 static bool FitsInSidecar(const OpenFork& fork, uint64_t length) {
     return length <= UINT32_MAX - fork.offset;
-}
-
-// ---- The data fork's end
-
-// Notes that the file's content changed, and when, for the date that it may have to keep.
-static void NoteChange(OpenFork& fork) {
-    fork.isChanged.store(true, std::memory_order_relaxed);
-    if (fork.holdsDate) fork.lastChange.store(SystemTime(), std::memory_order_relaxed);
-}
-
-static OSErr Truncate(const OpenFork& fork, uint64_t end) {
-    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
-                                                                                           : LastError();
-}
-
-static OSErr SetDataSize(OpenFork& fork, uint64_t size) {
-    const uint32_t zeros = fork.zeros.exchange(0);
-    if (zeros && zeros != OpenFork::kUnwritten) {
-        if (lseek(fork.descriptor, zeros, SEEK_CUR) < 0) return LastError();
-        if (size == fork.length) return noErr;
-    }
-    return Truncate(fork, size);
-}
-
-OSErr SettleEnd(OpenFork& fork) {
-    const uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
-    if (zeros == 0) [[likely]]
-        return noErr;
-    if (zeros == OpenFork::kUnwritten) {
-        fork.zeros = 0;
-        return noErr;
-    }
-    const OSErr result = SetDataSize(fork, fork.length + zeros);
-    NoteChange(fork);
-    return result;
-}
-
-// The size without the zeros at the end, of which less than a block of a disk may wait.
-static ByteCount WithoutZeros(const uint8_t* buffer, ByteCount size) {
-    constexpr ByteCount kMost = 511;
-    const ByteCount least = size > kMost ? size - kMost : 0;
-    for (uint64_t word; size >= least + sizeof word; size -= sizeof word) {
-        std::memcpy(&word, buffer + size - sizeof word, sizeof word);
-        if (word != 0) break;
-    }
-    while (size > least && buffer[size - 1] == 0) --size;
-    return size;
 }
 
 // ---- Moving bytes. The rarer kinds of forks stand out of the way of the few instructions that a file's data needs.
@@ -175,19 +129,43 @@ static OSErr ReadAtMark(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCou
     return result == noErr ? second : result;
 }
 
+// Notes that the file's content changed, and when, for the date that it may have to keep.
+static void NoteChange(OpenFork& fork) {
+    fork.isChanged.store(true, std::memory_order_relaxed);
+    if (fork.holdsDate) fork.lastChange.store(SystemTime(), std::memory_order_relaxed);
+}
+
 static OSErr WriteBytes(const OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
     const OSErr result = MoveAll(
         [&](ByteCount at, size_t count) { return write(fork.descriptor, buffer + at, count); }, size, moved);
     return result == eofErr ? ioErr : result;
 }
 
+constexpr uint8_t kZeros[511] = {}; // less than a block of a disk may wait
+
+// What cannot be written goes on waiting.
+OSErr SettleEnd(OpenFork& fork) {
+    if (fork.zeros.load(std::memory_order_relaxed) == 0) [[likely]]
+        return noErr;
+    const uint32_t zeros = fork.zeros.exchange(0);
+    if (zeros == OpenFork::kUnwritten) return noErr;
+    ByteCount moved;
+    const OSErr result = WriteBytes(fork, kZeros, zeros, moved);
+    fork.length += moved;
+    fork.zeros = zeros - static_cast<uint32_t>(moved);
+    NoteChange(fork);
+    return result;
+}
+
 static OSErr WriteFirst(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
-    const ByteCount length = WithoutZeros(buffer, size);
     fork.zeros = 0;
-    const OSErr result = WriteBytes(fork, buffer, length, moved);
+    const uint64_t length = fork.length, beyond = size - length;
+    const bool mayWait = length != 0 && length < size && beyond <= sizeof(kZeros) &&
+                         std::memcmp(buffer + length, kZeros, beyond) == 0;
+    if (!mayWait) return WriteBytes(fork, buffer, size, moved);
+    const OSErr result = WriteBytes(fork, buffer, static_cast<ByteCount>(length), moved);
     if (result != noErr) return result;
-    fork.length = length;
-    fork.zeros = static_cast<uint32_t>(size - length);
+    fork.zeros = static_cast<uint32_t>(beyond);
     moved = size;
     return noErr;
 }
@@ -326,6 +304,21 @@ OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize) {
     return result;
 }
 
+static OSErr Truncate(const OpenFork& fork, uint64_t end) {
+    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
+                                                                                           : LastError();
+}
+
+static OSErr SetDataSize(OpenFork& fork, uint64_t size) {
+    const uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
+    if (zeros != 0 && zeros != OpenFork::kUnwritten && size == fork.length) {
+        fork.zeros = 0;
+        return lseek(fork.descriptor, zeros, SEEK_CUR) < 0 ? LastError() : noErr; // the mark has passed them
+    }
+    const OSErr result = SettleEnd(fork);
+    return result == noErr ? Truncate(fork, size) : result;
+}
+
 // The header never says more than there is: cutting begins with it, growing ends with it.
 static OSErr ChangeResourceSize(OpenFork& fork, uint64_t size) {
     HeldLock guard(lengthLock);
@@ -402,6 +395,8 @@ OSErr FSAllocateFork(FSForkRefNum forkRefNum, FSAllocationFlags, uint16_t positi
     OSErr result = Resolve(*fork, positionMode, positionOffset, position);
     if (result == noErr)
         result = Reserve(*fork, fork->offset + static_cast<uint64_t>(position), requestCount);
+    if (result == noErr && fork->zeros == OpenFork::kUnwritten)
+        fork->length = position == 0 ? uint64_t{requestCount} : 0;
     if (result == noErr && actualCount) *actualCount = requestCount;
     return result;
 }

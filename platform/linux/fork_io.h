@@ -10,5 +10,5 @@ void SetExtent(OpenFork& fork, const Sidecar& sidecar, const Extent& extent);
 // The size as it is now; for a resource fork the header is asked.
 OSErr ForkSize(OpenFork& fork, int64_t& size);
 
-// Appends what the file still lacks of a first write (see OpenFork::zeros).
+// Writes what the file still lacks (see OpenFork::zeros).
 OSErr SettleEnd(OpenFork& fork);

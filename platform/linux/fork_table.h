@@ -41,13 +41,14 @@ struct OpenFork {
     std::atomic<int64_t> lastChange = 0; // nanoseconds of the system's clock; kept only where holdsDate
 
     std::atomic<int64_t> mark = 0;
-    std::atomic<uint64_t> length = 0; // of a resource fork, as last seen; of a link's text
+    std::atomic<uint64_t> length = 0; // of a resource fork, as last seen; of a link's text; see zeros
     uint64_t offset = 0;              // of a resource fork in its sidecar
     uint32_t lengthAt = 0;            // where the sidecar's header says how long the fork is
     std::unique_ptr<char[]> text;     // a link's
 
-    // Of a new file's data fork: kUnwritten before its first use, then the number of zeros from `length` on that have been
-    // written, but neither the file nor its offset has yet.
+    // Of a new file's data fork, which only the thread that keeps the file knows. kUnwritten: nothing has been done with it
+    // but allocating `length` bytes. Else how many zeros, from `length` on, the caller has written that are not in the file
+    // yet; the descriptor's offset lacks them, too.
     static constexpr uint32_t kUnwritten = UINT32_MAX;
     std::atomic<uint32_t> zeros = 0;
 

@@ -107,6 +107,6 @@ void ObjectDeleted(const Place& place);
 // references to the file stand for that object from now on.
 void ObjectReplaced(const Place& file, const struct statx& now);
 
-// Closes cached descriptors that nobody holds; true when there were any, so that an open that failed with -42
+// Closes descriptors that are only held for speed; true when there were any, so that an open that failed with -42
 // is worth another try.
 bool CloseIdleDescriptors();

@@ -9,9 +9,9 @@
 // that the files of a batch are opened as they are listed. They are closed when the next batch begins, when
 // descriptors run out, and with the tree.
 //
-// Each file of a copy bears the same mark while it is written. Some volumes store what several files have once, and take
-// and free its block for each file when no other has it (with a command to the disk each time, where freed blocks are
-// discarded). So a nameless file has it all the while.
+// Each file of a copy bears a mark while it is written, mostly the same as the last one. Some volumes store what several
+// files have once, and take and free its block for each file when no other has it (with a command to the disk each time,
+// where freed blocks are discarded). So a nameless file has it all the while.
 #include "platform/linux/trees.h"
 
 #include "platform/linux/attributes.h"
@@ -50,7 +50,8 @@ struct Room {
     bool isCrowded; // others need the descriptors that are left
 
     appledouble::Attribute metadata; // that the latest file began with
-    bool isShared;                   // as far as it can be
+    bool isSettled;                  // whether the nameless file has it, or cannot have it
+    bool isAlone;                    // there is to be no nameless file
     int holder = -1;                 // the nameless file
 };
 
@@ -81,12 +82,16 @@ static bool HasRoom() {
     return true;
 }
 
+static bool CloseHolder() {
+    if (!tree.room || tree.room->holder < 0) return false;
+    Close(std::exchange(tree.room->holder, -1));
+    tree.room->isSettled = false;
+    return true;
+}
+
 bool CloseWhatTreeHolds() {
     const bool anyAhead = CloseOpenedAhead();
-    if (!tree.room || tree.room->holder < 0) return anyAhead;
-    Close(std::exchange(tree.room->holder, -1));
-    tree.room->isShared = false;
-    return true;
+    return CloseHolder() || anyAhead;
 }
 
 void LeaveTree() {
@@ -167,23 +172,28 @@ bool CloseOpenedAhead() {
 
 // ---- Metadata
 
-static int MakeHolder(const Place& made) {
-    const int file = OpenName(made.folder.descriptor(), ".", O_TMPFILE | O_WRONLY, 0600);
-    if (file < tree.firstTooHigh) return file;
-    Close(file);
-    return -1;
+static void MakeHolder(Room& room, const Place& made) {
+    room.holder = OpenName(made.folder.descriptor(), ".", O_TMPFILE | O_EXCL | O_WRONLY, 0600);
+    if (room.holder >= 0 && room.holder < tree.firstTooHigh) return;
+    CloseHolder();
+    room.isAlone = true;
 }
 
 void KeepMetadataShared(const Place& made, const appledouble::Attribute& value) {
     if (!HasRoom()) return;
     Room& room = *tree.room;
     const bool isSame = std::memcmp(room.metadata, value, sizeof value) == 0;
-    if (isSame && room.isShared) return;
+    if (room.isAlone || (isSame && room.isSettled)) return;
     if (!TraitsOf(made.folderID, made.name, made.facts).sharesAttributes) return;
     std::memcpy(room.metadata, value, sizeof value);
-    room.isShared = isSame; // one alone is not worth it
-    if (!isSame) return;
-    if (room.holder < 0) room.holder = MakeHolder(made);
-    if (room.holder >= 0)
+    room.isSettled = isSame; // one file alone is not worth it
+    if (isSame && room.holder < 0) MakeHolder(room, made);
+    if (isSame && room.holder >= 0)
         (void)Retry([&] { return fsetxattr(room.holder, kMetadataAttribute, value, sizeof value, 0); });
+}
+
+bool GiveRoomBack() {
+    if (!CloseHolder()) return false;
+    tree.room->isAlone = true;
+    return true;
 }

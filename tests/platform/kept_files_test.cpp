@@ -16,6 +16,8 @@
 #include <random>
 #include <sys/resource.h>
 #include <thread>
+#include <tuple>
+#include <utility>
 
 namespace {
 class KeptFiles : public testing::Test {
@@ -389,30 +391,66 @@ TEST_F(KeptFiles, SourceRenamedMeanwhile_TellsItsResourceForkWhereItIs) {
     EXPECT_EQ(size, 8);
 }
 
-// ---- Zeros at the end of the first write, which wait for the cut that mostly follows
+// ---- Zeros behind what was allocated, which wait for the cut that mostly follows
 
 namespace {
 class EndOfNewFile : public KeptFiles {
 protected:
     void SetUp() override {
         KeptFiles::SetUp();
-        made_ = MakePlain("new");
-        ASSERT_EQ(OpenByRef(made_, false, fsWrPerm, fork_), noErr);
+        Begin(MakePlain("new"));
     }
-    OSErr WriteBlock(const std::string& text, uint16_t mode = fsAtMark, int64_t offset = 0) {
-        return FSWriteFork(fork_, mode, offset, 512, Block(text).data(), nullptr);
+    void TearDown() override {
+        if (fork_) FSCloseFork(fork_);
+        KeptFiles::TearDown();
     }
-    static std::string Block(std::string text) {
-        text.resize(512);
+
+    // Opens a new file that is to hold so much.
+    void Begin(const FSRef& made, ByteCount allocated = 4) {
+        ASSERT_EQ(OpenByRef(made, false, fsWrPerm, fork_), noErr);
+        if (allocated) {
+            EXPECT_EQ(FSAllocateFork(fork_, kFSAllocNoRoundUpMask, fsFromStart, 0, allocated, nullptr),
+                      noErr);
+        }
+    }
+    void BeginAnew(const std::string& name, ByteCount allocated) {
+        FSCloseFork(fork_);
+        PlatformCloseKeptFiles();
+        PlatformKeepFilesOpen();
+        Begin(MakePlain(name), allocated);
+    }
+    static std::string Block(std::string text, size_t size = 512) {
+        text.resize(size);
         return text;
     }
+    OSErr WriteAll(const std::string& text, uint16_t mode = fsAtMark, int64_t offset = 0) {
+        return FSWriteFork(fork_, mode, offset, static_cast<ByteCount>(text.size()), text.data(), nullptr);
+    }
+    OSErr WriteBlock(const std::string& text) { return WriteAll(Block(text)); }
     OSErr Cut(int64_t size) { return FSSetForkSize(fork_, fsFromStart, size); }
     OSErr Close() { return FSCloseFork(std::exchange(fork_, 0)); }
     std::string Content() const { return ReadFile(folder_ / "new"); }
-    int64_t SizeForOthers() const { return StatusOf(folder_ / "new").st_size; }
+    int64_t SizeForOthers(const std::string& name = "new") const { return StatusOf(folder_ / name).st_size; }
 
-    FSRef made_ = {};
     FSForkRefNum fork_ = 0;
+};
+
+// No file may be larger than a few bytes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t most) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
+        const rlimit small = {most, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    }
+    ~FileSizeLimit() {
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before_), 0);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    void (*handler_)(int);
+    rlimit before_;
 };
 } // namespace
 
@@ -433,56 +471,75 @@ TEST_F(EndOfNewFile, ThatIsNotCutOff_IsThereWhenTheForkIsClosed) {
     EXPECT_EQ(Content(), Block("text"));
 }
 
-TEST_F(EndOfNewFile, OfZerosThatBelongToIt_IsKept) {
-    EXPECT_EQ(WriteBlock("text"), noErr);
-    EXPECT_EQ(Cut(6), noErr);
-    EXPECT_EQ(Close(), noErr);
-    EXPECT_EQ(Content(), std::string("text\0\0", 6));
+TEST_F(EndOfNewFile, CutElsewhere_IsCutThere) {
+    for (const int64_t size : {2, 6, 600}) {
+        BeginAnew(std::to_string(size), 4);
+        EXPECT_EQ(WriteBlock("text"), noErr);
+        EXPECT_EQ(Cut(size), noErr);
+        EXPECT_EQ(Close(), noErr);
+        EXPECT_EQ(ReadFile(folder_ / std::to_string(size)), Block("text", static_cast<size_t>(size)));
+    }
 }
 
-TEST_F(EndOfNewFile, CutShorter_IsCut) {
-    EXPECT_EQ(WriteBlock("text"), noErr);
-    EXPECT_EQ(Cut(2), noErr);
-    EXPECT_EQ(Close(), noErr);
-    EXPECT_EQ(Content(), "te");
-}
-
-TEST_F(EndOfNewFile, CutLater_IsAsIfItHadBeenWritten) {
+TEST_F(EndOfNewFile, CutOff_LeavesTheMark) {
     EXPECT_EQ(WriteBlock("text"), noErr);
     EXPECT_EQ(Cut(4), noErr);
-    EXPECT_EQ(FSWriteFork(fork_, fsAtMark, 0, 1, "!", nullptr), noErr); // the mark is behind the block
+    EXPECT_EQ(WriteAll("!"), noErr);
     EXPECT_EQ(Close(), noErr);
     EXPECT_EQ(Content(), Block("text") + "!");
 }
 
-TEST_F(EndOfNewFile, OfNothingButZeros_IsThere) {
-    const std::string zeros(1024, '\0');
-    EXPECT_EQ(FSWriteFork(fork_, fsAtMark, 0, 1024, zeros.data(), nullptr), noErr);
-    EXPECT_EQ(Close(), noErr);
-    EXPECT_EQ(Content(), zeros);
+// What was allocated, zeros of the content too, any other bytes behind it, and more than a copy pads with.
+TEST_F(EndOfNewFile, ThatIsNoPadding_IsWrittenAtOnce) {
+    const struct {
+        ByteCount allocated;
+        std::string bytes;
+        int64_t written;
+    } rows[] = {
+        {0, Block("text"), 512},      {6, Block("text"), 6},
+        {512, Block("text"), 512},    {1000, Block("text"), 512},
+        {3, Block("text"), 512},      {4, Block("text", 515), 4},
+        {4, Block("text", 516), 516}, {4, Block("text", 511) + "!", 512},
+        {1, Block("", 512), 1},
+    };
+    int number = 0;
+    for (const auto& row : rows) {
+        const std::string name = std::to_string(++number);
+        BeginAnew(name, row.allocated);
+        EXPECT_EQ(WriteAll(row.bytes), noErr);
+        EXPECT_EQ(SizeForOthers(name), row.written) << number;
+        EXPECT_EQ(Close(), noErr);
+        EXPECT_EQ(ReadFile(folder_ / name), row.bytes) << number;
+    }
 }
 
 TEST_F(EndOfNewFile, WhatIsWrittenNext_ComesBehindIt) {
-    EXPECT_EQ(WriteBlock("one"), noErr);
-    EXPECT_EQ(WriteBlock("two"), noErr);
-    EXPECT_EQ(Cut(515), noErr);
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_EQ(WriteBlock("more"), noErr);
+    EXPECT_EQ(Cut(516), noErr);
     EXPECT_EQ(Close(), noErr);
-    EXPECT_EQ(Content(), Block("one") + "two");
+    EXPECT_EQ(Content(), Block("text") + "more");
 }
 
-TEST_F(EndOfNewFile, AfterAnotherPosition_IsWrittenAtOnce) {
-    EXPECT_EQ(WriteBlock("text", fsFromStart, 100), noErr);
+TEST_F(EndOfNewFile, AtAnotherPosition_IsWrittenAtOnce) {
+    EXPECT_EQ(WriteAll(Block("text"), fsFromStart, 100), noErr);
     EXPECT_EQ(SizeForOthers(), 612);
     EXPECT_EQ(Close(), noErr);
     EXPECT_EQ(Content(), std::string(100, '\0') + Block("text"));
 }
 
+TEST_F(EndOfNewFile, WhenItIsWritten_NobodysBytesAreCutOff) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    WriteFile(folder_ / "new", std::string(1000, 'x'));
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(SizeForOthers(), 1000);
+}
+
 TEST_F(EndOfNewFile, OfADateThatHolds_LeavesTheDate) {
-    EXPECT_EQ(FSCloseFork(fork_), noErr);
+    FSCloseFork(fork_);
     PlatformCloseKeptFiles();
     PlatformKeepFilesOpen();
-    made_ = Make("dated", kDates, SomeDates());
-    ASSERT_EQ(OpenByRef(made_, false, fsWrPerm, fork_), noErr);
+    Begin(Make("dated", kDates, SomeDates()));
     EXPECT_EQ(WriteBlock("text"), noErr);
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the clock of changes goes on
     EXPECT_EQ(Close(), noErr);
@@ -493,31 +550,60 @@ TEST_F(EndOfNewFile, OfADateThatHolds_LeavesTheDate) {
 TEST_F(EndOfNewFile, ThatCannotBeWritten_IsReportedWhenTheForkIsClosed) {
     if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on the sizes of files";
     EXPECT_EQ(WriteBlock("text"), noErr);
-    rlimit before;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const rlimit small = {100, before.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const OSErr closed = Close();
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-    std::signal(SIGXFSZ, handler);
-    EXPECT_NE(closed, noErr);
-    EXPECT_EQ(Content(), "text");
+    {
+        const FileSizeLimit limit(100);
+        int64_t size;
+        EXPECT_NE(FSGetForkSize(fork_, &size), noErr);
+        EXPECT_NE(Close(), noErr);
+    }
+    EXPECT_EQ(Content(), Block("text", 100));
+}
+
+TEST_F(EndOfNewFile, ThatCouldNotBeWritten_IsTriedAgain) {
+    if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on the sizes of files";
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    {
+        const FileSizeLimit limit(100);
+        int64_t mark;
+        EXPECT_NE(FSGetForkPosition(fork_, &mark), noErr);
+    }
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("text"));
+}
+
+TEST_F(EndOfNewFile, WhenASizeCannotBeSet_IsThereAllTheSame) {
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    EXPECT_NE(Cut(INT64_MAX), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("text"));
+}
+
+TEST_F(EndOfNewFile, AfterAFirstWriteThatFailed_IsWrittenAtOnce) {
+    if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on the sizes of files";
+    {
+        const FileSizeLimit limit(2);
+        EXPECT_NE(WriteBlock("text"), noErr);
+    }
+    EXPECT_EQ(WriteBlock("xt"), noErr);
+    EXPECT_EQ(SizeForOthers(), 514);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(Content(), Block("text", 514));
 }
 
 // Whatever is done, in any order, a new file's fork gives the results of any other, and its content.
 TEST_F(EndOfNewFile, WhateverIsDone_IsAsForAFileThatIsNotNew) {
-    constexpr int kRounds = 3000;
-    EXPECT_EQ(Close(), noErr);
+    constexpr int kRounds = 500;
+    FSCloseFork(fork_);
     std::mt19937 random(20261122);
     const auto upTo = [&random](unsigned most) { return random() % (most + 1); };
-    const auto step = [&](FSForkRefNum fork, unsigned what, unsigned number, unsigned size) {
+    const auto step = [](FSForkRefNum fork, unsigned what, unsigned number, unsigned size) {
         std::string block(number, static_cast<char>('a' + number % 26));
         block.resize(number + size);
         const auto mode = static_cast<uint16_t>(number % 4);
         const int64_t offset = mode == fsFromLEOF ? -int64_t{size} : int64_t{size} - (mode ? 0 : 3);
         int64_t told = -1;
         ByteCount count = 0;
+        uint64_t allocated = 0;
         OSErr result;
         switch (what) {
         case 0:
@@ -525,12 +611,10 @@ TEST_F(EndOfNewFile, WhateverIsDone_IsAsForAFileThatIsNotNew) {
         case 2:
             result =
                 FSWriteFork(fork, fsAtMark, 0, static_cast<ByteCount>(block.size()), block.data(), &count);
-            told = static_cast<int64_t>(count);
             break;
         case 3:
             result =
                 FSWriteFork(fork, mode, offset, static_cast<ByteCount>(block.size()), block.data(), &count);
-            told = static_cast<int64_t>(count);
             break;
         case 4:
             result = FSSetForkPosition(fork, mode, offset);
@@ -544,27 +628,32 @@ TEST_F(EndOfNewFile, WhateverIsDone_IsAsForAFileThatIsNotNew) {
         case 7:
             result = FSSetForkSize(fork, fsFromStart, static_cast<int64_t>(number));
             break;
+        case 8:
+            result = FSAllocateFork(fork, 0, mode, offset, number, &allocated);
+            break;
         default:
-            result = FSSetForkSize(fork, mode, offset);
+            result = FSSetForkSize(fork, mode, size == 0 ? INT64_MAX : offset);
             break;
         }
-        return std::pair(result, told);
+        return std::tuple(result, told, count, allocated);
     };
     for (int round = 0; round < kRounds; ++round) {
         PlatformCloseKeptFiles();
-        WriteFile(old_, "");
-        FSForkRefNum ordinary = 0;
-        ASSERT_EQ(OpenByRef(RefTo(old_), false, fsWrPerm, ordinary), noErr);
-        PlatformKeepFilesOpen();
         std::filesystem::remove(folder_ / "new");
-        ASSERT_EQ(OpenByRef(MakePlain("new"), false, fsWrPerm, fork_), noErr);
-        std::string steps;
+        std::filesystem::remove(folder_ / "ordinary");
+        WriteFile(folder_ / "ordinary", "");
+        FSForkRefNum ordinary = 0;
+        ASSERT_EQ(OpenByRef(RefTo(folder_ / "ordinary"), false, fsWrPerm, ordinary), noErr);
+        PlatformKeepFilesOpen();
+        const ByteCount allocated = upTo(600);
+        Begin(MakePlain("new"), allocated);
+        std::string steps = std::to_string(allocated) + ": ";
         for (unsigned left = 1 + upTo(4); left > 0; --left) {
-            const unsigned what = upTo(8), number = upTo(600), size = upTo(1) ? upTo(600) : 0;
-            steps += std::to_string(what) + ":" + std::to_string(number) + "," + std::to_string(size) + " ";
+            const unsigned what = upTo(9), number = upTo(1) ? allocated : upTo(600), size = upTo(600);
+            steps += std::to_string(what) + "-" + std::to_string(number) + "," + std::to_string(size) + " ";
             EXPECT_EQ(step(fork_, what, number, size), step(ordinary, what, number, size)) << steps;
         }
         EXPECT_EQ(Close(), FSCloseFork(ordinary));
-        ASSERT_EQ(Content(), ReadFile(old_)) << steps;
+        ASSERT_EQ(Content(), ReadFile(folder_ / "ordinary")) << steps;
     }
 }
