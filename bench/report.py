@@ -5,7 +5,7 @@ usage: report.py FOLDER_OF_PROGRAMS OUTPUT_FOLDER [--only REGEX] [--repetitions 
 
 A row's programs interleave its own measurement and its peers' at random; the medians of the repetitions are compared.
 A row that scatters by more than 15 % is measured again, at most twice and within five minutes. Leaves report.json,
-report.md and report.svg.
+report.md and report.svg. The rows of copies take some gigabytes and a million files in /var/tmp until the end.
 """
 import argparse
 import json
@@ -161,19 +161,19 @@ def machine():
 
 
 def main():
-    # What a disk loses slows down what is measured on it next, so all of it goes at the end.
-    with tempfile.TemporaryDirectory(prefix="tavport-report-", dir="/var/tmp") as folder:
-        os.environ.setdefault("TAVPORT_BENCH_DISK", folder)
-        run()
-
-
-def run():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("programs", type=pathlib.Path)
     parser.add_argument("output", type=pathlib.Path)
     parser.add_argument("--only", default="", help="rows whose name matches this expression")
     parser.add_argument("--repetitions", type=int, default=9)
     arguments = parser.parse_args()
+    # What a disk loses slows down what is measured on it next, so all of it goes at the end.
+    with tempfile.TemporaryDirectory(prefix="tavport-report-", dir="/var/tmp") as folder:
+        os.environ.setdefault("TAVPORT_BENCH_DISK", folder)
+        run(arguments)
+
+
+def run(arguments):
     rows = tomllib.loads(pathlib.Path(__file__).with_name("rows.toml").read_text(encoding="utf-8"))
 
     def chosen(kind):

@@ -16,6 +16,7 @@
 #include "platform/linux/child_safe_mutex.h"
 #include "platform/linux/kept_dates.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/with_descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -121,7 +122,10 @@ static OSErr ReadAtMark(OpenFork& fork, uint8_t* buffer, ByteCount size, ByteCou
     if (!FitsInSidecar(fork, mark + size)) return ioErr;
     OSErr result = MoveAll(
         [&](ByteCount at, size_t count) {
-            return pwrite(fork.descriptor, buffer + at, count, static_cast<off_t>(fork.offset + mark + at));
+            return WithRoom([&] {
+                return pwrite(fork.descriptor, buffer + at, count,
+                              static_cast<off_t>(fork.offset + mark + at));
+            });
         },
         size, moved);
     fork.mark.fetch_add(moved);
@@ -137,28 +141,60 @@ static void NoteChange(OpenFork& fork) {
 
 static OSErr WriteBytes(const OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
     const OSErr result = MoveAll(
-        [&](ByteCount at, size_t count) { return write(fork.descriptor, buffer + at, count); }, size, moved);
+        [&](ByteCount at, size_t count) {
+            return WithRoom([&] { return write(fork.descriptor, buffer + at, count); });
+        },
+        size, moved);
     return result == eofErr ? ioErr : result;
+}
+
+static OSErr Truncate(const OpenFork& fork, uint64_t end) {
+    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
+                                                                                           : LastError();
 }
 
 constexpr uint8_t kZeros[511] = {}; // less than a block of a disk may wait
 
+static OSErr CutOff(OpenFork& fork, uint32_t zeros) {
+    const OSErr result = Truncate(fork, fork.length);
+    if (result != noErr) return result;
+    return lseek(fork.descriptor, zeros, SEEK_CUR) < 0 ? LastError() : noErr; // the mark has passed them
+}
+
+static bool IsCutOff(uint32_t zeros) {
+    return zeros != OpenFork::kUnwritten && (zeros & OpenFork::kCutOff);
+}
+
 // What cannot be written goes on waiting.
-OSErr SettleEnd(OpenFork& fork) {
-    if (fork.zeros.load(std::memory_order_relaxed) == 0) [[likely]]
-        return noErr;
-    const uint32_t zeros = fork.zeros.exchange(0);
-    if (zeros == OpenFork::kUnwritten) return noErr;
+static OSErr Append(OpenFork& fork, uint32_t zeros) {
     ByteCount moved;
     const OSErr result = WriteBytes(fork, kZeros, zeros, moved);
     fork.length += moved;
     fork.zeros = zeros - static_cast<uint32_t>(moved);
+    return result;
+}
+
+static OSErr SettleEnd(OpenFork& fork) {
+    if (fork.zeros.load(std::memory_order_relaxed) == 0) [[likely]]
+        return noErr;
+    const uint32_t zeros = fork.zeros.exchange(0);
+    if (zeros == OpenFork::kUnwritten) return noErr;
+    const OSErr result = IsCutOff(zeros) ? CutOff(fork, zeros & ~OpenFork::kCutOff) : Append(fork, zeros);
     NoteChange(fork);
     return result;
 }
 
+// Where the zeros were cut off, there is only somebody else's change to undo, which the file's facts tell.
+OSErr SettleEndAtClose(OpenFork& fork) {
+    return IsCutOff(fork.zeros) ? OSErr{noErr} : SettleEnd(fork);
+}
+
+OSErr CheckEnd(OpenFork& fork, const struct statx& facts) {
+    const bool isKnown = facts.stx_mask & STATX_SIZE;
+    return fork.zeros == 0 || (isKnown && facts.stx_size == fork.length) ? OSErr{noErr} : SettleEnd(fork);
+}
+
 static OSErr WriteFirst(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
-    fork.zeros = 0;
     const uint64_t length = fork.length, beyond = size - length;
     const bool mayWait = length != 0 && length < size && beyond <= sizeof(kZeros) &&
                          std::memcmp(buffer + length, kZeros, beyond) == 0;
@@ -171,7 +207,8 @@ static OSErr WriteFirst(OpenFork& fork, const uint8_t* buffer, ByteCount size, B
 }
 
 static OSErr WriteData(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {
-    if (fork.zeros.load(std::memory_order_relaxed) == OpenFork::kUnwritten) [[unlikely]]
+    uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
+    if (zeros == OpenFork::kUnwritten && fork.zeros.compare_exchange_strong(zeros, 0)) [[unlikely]]
         return WriteFirst(fork, buffer, size, moved);
     const OSErr result = SettleEnd(fork);
     return result == noErr ? WriteBytes(fork, buffer, size, moved) : result;
@@ -304,17 +341,12 @@ OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize) {
     return result;
 }
 
-static OSErr Truncate(const OpenFork& fork, uint64_t end) {
-    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
-                                                                                           : LastError();
-}
-
 static OSErr SetDataSize(OpenFork& fork, uint64_t size) {
-    const uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
-    if (zeros != 0 && zeros != OpenFork::kUnwritten && size == fork.length) {
-        fork.zeros = 0;
-        return lseek(fork.descriptor, zeros, SEEK_CUR) < 0 ? LastError() : noErr; // the mark has passed them
-    }
+    uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
+    const bool isPadded = zeros != 0 && zeros != OpenFork::kUnwritten && !IsCutOff(zeros);
+    if (isPadded && size == fork.length &&
+        fork.zeros.compare_exchange_strong(zeros, zeros | OpenFork::kCutOff))
+        return noErr;
     const OSErr result = SettleEnd(fork);
     return result == noErr ? Truncate(fork, size) : result;
 }
@@ -393,8 +425,9 @@ OSErr FSAllocateFork(FSForkRefNum forkRefNum, FSAllocationFlags, uint16_t positi
     if (!fork->canWrite) return permErr;
     int64_t position;
     OSErr result = Resolve(*fork, positionMode, positionOffset, position);
-    if (result == noErr)
-        result = Reserve(*fork, fork->offset + static_cast<uint64_t>(position), requestCount);
+    const uint64_t begin = fork->offset + static_cast<uint64_t>(position);
+    if (result == noErr) result = Reserve(*fork, begin, requestCount);
+    if (result == dskFulErr && GiveRoomBack()) result = Reserve(*fork, begin, requestCount);
     if (result == noErr && fork->zeros == OpenFork::kUnwritten)
         fork->length = position == 0 ? uint64_t{requestCount} : 0;
     if (result == noErr && actualCount) *actualCount = requestCount;

@@ -10,5 +10,8 @@ void SetExtent(OpenFork& fork, const Sidecar& sidecar, const Extent& extent);
 // The size as it is now; for a resource fork the header is asked.
 OSErr ForkSize(OpenFork& fork, int64_t& size);
 
-// Writes what the file still lacks (see OpenFork::zeros).
-OSErr SettleEnd(OpenFork& fork);
+// To be called when the fork is closed: writes what the file still lacks (see OpenFork::zeros).
+OSErr SettleEndAtClose(OpenFork& fork);
+
+// To be called then with the file's facts, whose mask may be 0: cuts off what has come behind its end.
+OSErr CheckEnd(OpenFork& fork, const struct statx& facts);

@@ -46,10 +46,10 @@ struct OpenFork {
     uint32_t lengthAt = 0;            // where the sidecar's header says how long the fork is
     std::unique_ptr<char[]> text;     // a link's
 
-    // Of a new file's data fork, which only the thread that keeps the file knows. kUnwritten: nothing has been done with it
-    // but allocating `length` bytes. Else how many zeros, from `length` on, the caller has written that are not in the file
-    // yet; the descriptor's offset lacks them, too.
-    static constexpr uint32_t kUnwritten = UINT32_MAX;
+    // Of a new file's data fork. kUnwritten: nothing has been done with it but allocating `length` bytes. Else how many
+    // zeros, from `length` on, the caller has written that are not in the file yet; the descriptor's offset lacks them, too.
+    // kCutOff: he has taken them away again.
+    static constexpr uint32_t kUnwritten = UINT32_MAX, kCutOff = 0x80000000;
     std::atomic<uint32_t> zeros = 0;
 
     OpenFork* next = nullptr; // of those that the table counts together

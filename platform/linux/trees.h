@@ -42,8 +42,8 @@ bool CloseOpenedAhead();
 // To be called before a new file gets its first metadata, which is mostly the same as the last one's; see trees.cpp.
 void KeepMetadataShared(const Place& made, const appledouble::Attribute& value);
 
-// Gives up the room on the volume that this takes; true when there was any, so that what failed with -34 is worth
-// another try.
+// Gives up the room on the volume that this takes for the calling thread; true when there was any, so that what failed
+// with -34 is worth another try.
 bool GiveRoomBack();
 
 // ---- The end

@@ -22,3 +22,11 @@ int OpenSparingly(Open open) {
     if (descriptor < 0 && LastError() == tmfoErr && CloseIdleDescriptors()) descriptor = open();
     return descriptor;
 }
+
+// The same for a single call that puts something on a volume.
+template <typename Call>
+auto WithRoom(Call call) {
+    auto result = call();
+    if (result < 0 && LastError() == dskFulErr && GiveRoomBack()) result = call();
+    return result;
+}

@@ -467,36 +467,32 @@ TEST_F(TerminatedTree, LeavesNoFileOpenThatItWouldHaveReadNext) {
 // ---- Metadata
 
 class TreeMetadata : public testing::Test {
-protected:
-    void SetUp() override { PlatformBeginTree(); }
-    void TearDown() override { PlatformEndTree(); }
-
+public:
     // As a file is copied: it bears one mark while it is written, then gets what it is to have.
     static void Copy(const FSRef& folder, const std::string& name, const std::string& mark = "brokMACS") {
+        PlatformKeepFilesOpen();
+        const FSRef ref = Create(folder, name, mark);
+        FSCatalogInfo info = {};
+        std::memcpy(info.finderInfo, "TEXTttxt", 8);
+        EXPECT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo, &info), noErr);
+        PlatformCloseKeptFiles();
+    }
+    static FSRef Create(const FSRef& folder, const std::string& name, const std::string& mark) {
         FSCatalogInfo info = {};
         info.createDate = DateAt(3'000'000'000);
         std::memcpy(info.finderInfo, mark.data(), 8);
-        PlatformKeepFilesOpen();
         const std::u16string units = Wide(name);
         FSRef ref = {};
         EXPECT_EQ(FSCreateFileUnicode(&folder, static_cast<UniCharCount>(units.size()),
                                       reinterpret_cast<const UniChar*>(units.data()),
                                       kFSCatInfoCreateDate | kFSCatInfoFinderInfo, &info, &ref, nullptr),
                   noErr);
-        std::memcpy(info.finderInfo, "TEXTttxt", 8);
-        EXPECT_EQ(FSSetCatalogInfo(&ref, kFSCatInfoFinderInfo, &info), noErr);
-        PlatformCloseKeptFiles();
+        return ref;
     }
     static void CopyTwo(const FSRef& folder) {
         Copy(folder, "first");
         Copy(folder, "second");
     }
-
-    // On a volume that shares; the reason when there is none.
-    std::string MountSharing() {
-        return mounts_.Missing().empty() ? mounts_.MountImage("/volume", "ext4") : mounts_.Missing();
-    }
-    static FSRef Folder() { return RefTo("/volume"); }
 
     // Files on the volume that are open and have no name.
     static int NamelessFiles() {
@@ -509,7 +505,16 @@ protected:
         return count;
     }
 
-    TemporaryFolder folder_;
+protected:
+    void SetUp() override { PlatformBeginTree(); }
+    void TearDown() override { PlatformEndTree(); }
+
+    // On a volume that shares; the reason when there is none.
+    std::string MountSharing() {
+        return mounts_.Missing().empty() ? mounts_.MountImage("/volume", "ext4") : mounts_.Missing();
+    }
+    static FSRef Folder() { return RefTo("/volume"); }
+
     PrivateMounts mounts_;
 };
 
@@ -590,6 +595,45 @@ TEST_F(TreeMetadata, WhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
     EXPECT_EQ(NamelessFiles(), 0);
 }
 
+// So much that nothing more can be written, and as many blocks less as are to be free.
+void FillVolume(const std::string& path, off_t free) {
+    constexpr off_t kBlock = 1024;
+    const std::string block(kBlock, 'x');
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    off_t size = 0;
+    for (int tries = 0; tries < 3; ++tries) { // what is freed late comes with the next try
+        while (write(file, block.data(), kBlock) == kBlock) size += kBlock;
+        syncfs(file);
+    }
+    EXPECT_EQ(ftruncate(file, size - free * kBlock), 0);
+    syncfs(file);
+    close(file);
+}
+
+// Its block is its own as soon as another mark is in use.
+TEST_F(TreeMetadata, BlockOfWhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
+    SKIP_IF_MISSING(MountSharing());
+    for (const ByteCount blocks : {1u, 6u}) { // the first few are left to the write
+        PlatformBeginTree();
+        CopyTwo(Folder());
+        PlatformKeepFilesOpen();
+        const FSRef ref = Create(Folder(), "new", "otherone");
+        EXPECT_EQ(NamelessFiles(), 1);
+        FillVolume("/volume/filler", static_cast<off_t>(blocks) - 1);
+        FSForkRefNum fork = 0;
+        ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, fork), noErr);
+        const std::string content(1024 * blocks, 'c');
+        EXPECT_EQ(FSAllocateFork(fork, 0, fsFromStart, 0, 1024 * blocks, nullptr), noErr);
+        EXPECT_EQ(FSWriteFork(fork, fsAtMark, 0, 1024 * blocks, content.data(), nullptr), noErr);
+        EXPECT_EQ(FSCloseFork(fork), noErr);
+        EXPECT_EQ(NamelessFiles(), 0);
+        EXPECT_EQ(ReadFile("/volume/new"), content);
+        PlatformCloseKeptFiles();
+        for (const char* name : {"first", "second", "new", "filler"})
+            fs::remove(std::string("/volume/") + name);
+    }
+}
+
 TEST_F(TreeMetadata, WhatHoldsIt_LeavesHalfOfTheDescriptorsToOthers) {
     SKIP_IF_MISSING(MountSharing());
     constexpr int kOpen = 100;
@@ -628,6 +672,33 @@ TEST_F(TreeMetadata, OutsideATree_IsNotHeld) {
     PlatformEndTree();
     CopyTwo(Folder());
     EXPECT_EQ(NamelessFiles(), 0);
+}
+
+class TerminatedTreeMetadata : public ForcedEnd {};
+
+TEST_F(TerminatedTreeMetadata, IsHeldNoLonger) {
+    PrivateMounts mounts;
+    SKIP_IF_MISSING(mounts.Missing());
+    SKIP_IF_MISSING(mounts.MountImage("/volume", "ext4"));
+    const FSRef folder = RefTo("/volume");
+    struct Shared {
+        const FSRef& folder;
+        std::atomic<bool> hasCopied = false;
+    } shared{folder};
+    RunningTask task(
+        [](void* parameter) -> OSStatus {
+            Shared& own = *static_cast<Shared*>(parameter);
+            PlatformBeginTree();
+            TreeMetadata::CopyTwo(own.folder);
+            own.hasCopied = true;
+            for (;;) std::this_thread::yield();
+        },
+        &shared);
+    while (!shared.hasCopied) std::this_thread::yield();
+    EXPECT_EQ(TreeMetadata::NamelessFiles(), 1);
+    ASSERT_EQ(MPTerminateTask(task.Id(), 5), noErr);
+    ASSERT_EQ(task.Result(), 5);
+    EXPECT_EQ(TreeMetadata::NamelessFiles(), 0);
 }
 
 // ---- The thread's root
