@@ -174,7 +174,7 @@ static OSErr Append(OpenFork& fork, uint32_t zeros) {
     return result;
 }
 
-static OSErr SettleEnd(OpenFork& fork) {
+OSErr SettleEnd(OpenFork& fork) {
     if (fork.zeros.load(std::memory_order_relaxed) == 0) [[likely]]
         return noErr;
     const uint32_t zeros = fork.zeros.exchange(0);
@@ -184,14 +184,17 @@ static OSErr SettleEnd(OpenFork& fork) {
     return result;
 }
 
-// Where the zeros were cut off, there is only somebody else's change to undo, which the file's facts tell.
-OSErr SettleEndAtClose(OpenFork& fork) {
-    return IsCutOff(fork.zeros) ? OSErr{noErr} : SettleEnd(fork);
-}
-
-OSErr CheckEnd(OpenFork& fork, const struct statx& facts) {
-    const bool isKnown = facts.stx_mask & STATX_SIZE;
-    return fork.zeros == 0 || (isKnown && facts.stx_size == fork.length) ? OSErr{noErr} : SettleEnd(fork);
+OSErr LookAtEnd(OpenFork& fork, struct statx& facts) {
+    const auto look = [&fork, &facts] {
+        if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) < 0) facts.stx_mask = 0;
+    };
+    OSErr result = IsCutOff(fork.zeros) ? OSErr{noErr} : SettleEnd(fork);
+    look();
+    if (IsCutOff(fork.zeros) && facts.stx_mask && facts.stx_size != fork.length) {
+        result = SettleEnd(fork);
+        look();
+    }
+    return result;
 }
 
 static OSErr WriteFirst(OpenFork& fork, const uint8_t* buffer, ByteCount size, ByteCount& moved) {

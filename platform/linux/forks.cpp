@@ -289,11 +289,9 @@ OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* f
 }
 
 OSErr FinishFork(OpenFork& fork) {
-    OSErr result = SettleEndAtClose(fork);
     struct statx facts;
     facts.stx_mask = 0;
-    if (fork.holdsDate) EndHoldingDate(fork, facts);
-    if (result == noErr) result = CheckEnd(fork, facts);
+    const OSErr result = fork.holdsDate ? EndHoldingDate(fork, facts) : SettleEnd(fork);
     if (TakeDescriptorBack(fork, facts)) return result;
     const int descriptor = fork.descriptor;
     fork.descriptor = -1;

@@ -204,7 +204,8 @@ static OSErr LearnParameters(FSVolumeRefNum volume, KnownParameters& learnt) {
             learnt.parameters.vMDeviceID = learnt.deviceName;
         }
         learnt.volume = volume;
-        learnt.asked = MonotonicNow();
+        const bool isOnDevice = major(found->device) != 0 || found->source.starts_with("/dev/");
+        if (!device.empty() || !isOnDevice) learnt.asked = MonotonicNow(); // else it is asked again
         return noErr;
     });
 }

@@ -545,6 +545,7 @@ TEST_F(EndOfNewFile, ThatOthersHaveChanged_IsCutAllTheSame) {
         EXPECT_EQ(Close(), noErr);
         EXPECT_EQ(SizeForOthers(name), 4);
     };
+    // Dates that are to hold do so, since the cut is this process's own change.
     int number = 0;
     for (const FSCatalogInfoBitmap dates : {FSCatalogInfoBitmap{kFSCatInfoNone}, kDates}) {
         for (const std::string& content : {std::string(1000, 'x'), std::string("x")}) {
@@ -559,6 +560,7 @@ TEST_F(EndOfNewFile, ThatOthersHaveChanged_IsCutAllTheSame) {
                 EXPECT_EQ(WriteBlock("text"), noErr);
                 if (!isBefore) others(name, content);
                 cut(name);
+                EXPECT_EQ(HasSomeDates(folder_ / name), dates != kFSCatInfoNone) << number;
             }
         }
     }
