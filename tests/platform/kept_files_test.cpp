@@ -578,6 +578,20 @@ TEST_F(EndOfNewFile, OfADateThatHolds_LeavesTheDate) {
     EXPECT_EQ(ReadFile(folder_ / "dated"), Block("text"));
 }
 
+TEST_F(EndOfNewFile, OfADateThatWasGivenUp_IsThereAllTheSame) {
+    FSCloseFork(fork_);
+    PlatformCloseKeptFiles();
+    PlatformKeepFilesOpen();
+    const FSRef made = Make("dated", kDates, SomeDates());
+    Begin(made);
+    EXPECT_EQ(WriteBlock("text"), noErr);
+    FSCatalogInfo info = {};
+    info.contentModDate = DateAt(3'100'000'000);
+    EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoContentMod, &info), noErr);
+    EXPECT_EQ(Close(), noErr);
+    EXPECT_EQ(ReadFile(folder_ / "dated"), Block("text"));
+}
+
 TEST_F(EndOfNewFile, ThatCannotBeWritten_IsReportedWhenTheForkIsClosed) {
     if (IsEmulated()) GTEST_SKIP() << "the emulator sets no limits on the sizes of files";
     EXPECT_EQ(WriteBlock("text"), noErr);
