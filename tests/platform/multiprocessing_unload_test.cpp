@@ -2,6 +2,7 @@
 #include "support/sanitizers.h"
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 #include <dlfcn.h>
@@ -101,7 +102,9 @@ TEST(Unload, InALoopLeavesNoMemoryNoHandlerAndNoKey) {
     }
     int handled = CountHandledSignals();
     pthread_key_t key = 0;
-    uint64_t mapped = 0;
+    // The C library keeps a few stacks of threads that have ended, now one more, now one less. What is lost each time adds
+    // up: then the least of the last rounds is more than the most of those before.
+    uint64_t most = 0, least = UINT64_MAX;
     for (int i = 0; i < 300; i++) {
         void* library = dlopen(Library().c_str(), RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();
@@ -109,13 +112,14 @@ TEST(Unload, InALoopLeavesNoMemoryNoHandlerAndNoKey) {
         ASSERT_EQ(dlclose(library), 0);
         ASSERT_EQ(dlopen(Library().c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "still loaded";
         ASSERT_EQ(CountHandledSignals(), handled);
-        if (i == 100) {
-            key = NextKey();
-            mapped = MappedBytes();
-        }
+        if (i == 100) key = NextKey();
+        if (i >= 200)
+            least = std::min(least, MappedBytes());
+        else if (i >= 100)
+            most = std::max(most, MappedBytes());
     }
     EXPECT_EQ(NextKey(), key);
     if (kAddressSanitizer || kThreadSanitizer) return; // which have memory of their own for it
-    EXPECT_GT(mapped, 0u);
-    EXPECT_LE(MappedBytes(), mapped + (1u << 20));
+    EXPECT_GT(most, 0u);
+    EXPECT_LE(least, most);
 }
