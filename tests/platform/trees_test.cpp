@@ -481,7 +481,7 @@ public:
         FSCatalogInfo info = {};
         info.createDate = DateAt(3'000'000'000);
         std::memcpy(info.finderInfo, mark.data(), 8);
-        const std::u16string units = Wide(name);
+        const std::u16string units(name.begin(), name.end()); // a task that is terminated frees nothing
         FSRef ref = {};
         EXPECT_EQ(FSCreateFileUnicode(&folder, static_cast<UniCharCount>(units.size()),
                                       reinterpret_cast<const UniChar*>(units.data()),
