@@ -30,17 +30,12 @@ struct ProcPath {
     }
 };
 
-// -1 with ENOENT when something else has the name.
-static int OpenToRead(int folder, const char* name) {
-    const int file = OpenName(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    if (file < 0 && LastOpenError() == fnfErr) SetLastErrorNumber(ENOENT);
-    return file;
-}
-
 static ssize_t GetThroughOpening(int folder, const char* name, const char* attribute, void* value,
                                  size_t size) {
-    Descriptor object(OpenToRead(folder, name));
-    return object ? Retry([&] { return fgetxattr(object.number(), attribute, value, size); }) : -1;
+    Descriptor object(OpenName(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (object) return Retry([&] { return fgetxattr(object.number(), attribute, value, size); });
+    if (LastOpenError() == fnfErr) SetLastErrorNumber(ENOENT);
+    return -1;
 }
 
 ssize_t GetAttributeAt(int folder, const char* name, const char* attribute, void* value, size_t size) {
@@ -126,7 +121,8 @@ auto HeldObject::Through(ByPath byPath, ByDescriptor byDescriptor) const {
     const ProcPath path(descriptor_);
     auto result = Retry([&] { return byPath(path.text); });
     if (result >= 0 || (LastErrorNumber() != ENOENT && LastErrorNumber() != ENOTDIR)) return result;
-    Descriptor readable(OpenToRead(place_->folder.descriptor(), place_->name));
+    Descriptor readable(
+        OpenName(place_->folder.descriptor(), place_->name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     if (!readable) return result;
     struct statx facts;
     if (FactsAt(readable.number(), "", AT_EMPTY_PATH, facts) < 0 || !SameObject(facts, facts_)) return result;

@@ -148,52 +148,19 @@ static OSErr WriteBytes(const OpenFork& fork, const uint8_t* buffer, ByteCount s
     return result == eofErr ? ioErr : result;
 }
 
-static OSErr Truncate(const OpenFork& fork, uint64_t end) {
-    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
-                                                                                           : LastError();
-}
-
 constexpr uint8_t kZeros[511] = {}; // less than a block of a disk may wait
 
-static OSErr CutOff(OpenFork& fork, uint32_t zeros) {
-    const OSErr result = Truncate(fork, fork.length);
-    if (result != noErr) return result;
-    return lseek(fork.descriptor, zeros, SEEK_CUR) < 0 ? LastError() : noErr; // the mark has passed them
-}
-
-static bool IsCutOff(uint32_t zeros) {
-    return zeros != OpenFork::kUnwritten && (zeros & OpenFork::kCutOff);
-}
-
 // What cannot be written goes on waiting.
-static OSErr Append(OpenFork& fork, uint32_t zeros) {
-    ByteCount moved;
-    const OSErr result = WriteBytes(fork, kZeros, zeros, moved);
-    fork.length += moved;
-    fork.zeros = zeros - static_cast<uint32_t>(moved);
-    return result;
-}
-
 OSErr SettleEnd(OpenFork& fork) {
     if (fork.zeros.load(std::memory_order_relaxed) == 0) [[likely]]
         return noErr;
     const uint32_t zeros = fork.zeros.exchange(0);
     if (zeros == OpenFork::kUnwritten) return noErr;
-    const OSErr result = IsCutOff(zeros) ? CutOff(fork, zeros & ~OpenFork::kCutOff) : Append(fork, zeros);
+    ByteCount moved;
+    const OSErr result = WriteBytes(fork, kZeros, zeros, moved);
+    fork.length += moved;
+    fork.zeros = zeros - static_cast<uint32_t>(moved);
     NoteChange(fork);
-    return result;
-}
-
-OSErr LookAtEnd(OpenFork& fork, struct statx& facts) {
-    const auto look = [&fork, &facts] {
-        if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) < 0) facts.stx_mask = 0;
-    };
-    OSErr result = IsCutOff(fork.zeros) ? OSErr{noErr} : SettleEnd(fork);
-    look();
-    if (IsCutOff(fork.zeros) && facts.stx_mask && facts.stx_size != fork.length) {
-        result = SettleEnd(fork);
-        look();
-    }
     return result;
 }
 
@@ -344,12 +311,24 @@ OSErr FSGetForkSize(FSForkRefNum forkRefNum, int64_t* forkSize) {
     return result;
 }
 
+static OSErr Truncate(const OpenFork& fork, uint64_t end) {
+    return Retry([&] { return ftruncate(fork.descriptor, static_cast<off_t>(end)); }) == 0 ? noErr
+                                                                                           : LastError();
+}
+
+// Takes the zeros off that wait. There is something to cut only if somebody else has changed the file.
+static OSErr CutZerosOff(OpenFork& fork, uint32_t zeros) {
+    struct stat status;
+    if (Retry([&] { return fstat(fork.descriptor, &status); }) < 0) return LastError();
+    const OSErr result =
+        static_cast<uint64_t>(status.st_size) == fork.length ? OSErr{noErr} : Truncate(fork, fork.length);
+    if (result != noErr || !fork.zeros.compare_exchange_strong(zeros, 0)) return result;
+    return lseek(fork.descriptor, zeros, SEEK_CUR) < 0 ? LastError() : noErr; // the mark has passed them
+}
+
 static OSErr SetDataSize(OpenFork& fork, uint64_t size) {
-    uint32_t zeros = fork.zeros.load(std::memory_order_relaxed);
-    const bool isPadded = zeros != 0 && zeros != OpenFork::kUnwritten && !IsCutOff(zeros);
-    if (isPadded && size == fork.length &&
-        fork.zeros.compare_exchange_strong(zeros, zeros | OpenFork::kCutOff))
-        return noErr;
+    const uint32_t zeros = fork.zeros;
+    if (zeros != 0 && zeros != OpenFork::kUnwritten && size == fork.length) return CutZerosOff(fork, zeros);
     const OSErr result = SettleEnd(fork);
     return result == noErr ? Truncate(fork, size) : result;
 }
@@ -426,13 +405,16 @@ OSErr FSAllocateFork(FSForkRefNum forkRefNum, FSAllocationFlags, uint16_t positi
     const HeldFork fork(forkRefNum);
     if (!fork) return rfNumErr;
     if (!fork->canWrite) return permErr;
-    int64_t position;
-    OSErr result = Resolve(*fork, positionMode, positionOffset, position);
+    // Only the first allocation tells what the fork is to hold.
+    const bool isFirst = fork->zeros == OpenFork::kUnwritten && fork->length == 0;
+    OSErr result = isFirst ? OSErr{noErr} : SettleEnd(*fork);
+    int64_t position = 0;
+    if (result == noErr) result = Resolve(*fork, positionMode, positionOffset, position);
+    if (result != noErr) return result;
     const uint64_t begin = fork->offset + static_cast<uint64_t>(position);
-    if (result == noErr) result = Reserve(*fork, begin, requestCount);
+    result = Reserve(*fork, begin, requestCount);
     if (result == dskFulErr && GiveRoomBack()) result = Reserve(*fork, begin, requestCount);
-    if (result == noErr && fork->zeros == OpenFork::kUnwritten)
-        fork->length = position == 0 ? uint64_t{requestCount} : 0;
+    if (result == noErr && isFirst && begin == 0) fork->length = requestCount;
     if (result == noErr && actualCount) *actualCount = requestCount;
     return result;
 }

@@ -48,8 +48,7 @@ struct OpenFork {
 
     // Of a new file's data fork. kUnwritten: nothing has been done with it but allocating `length` bytes. Else how many
     // zeros, from `length` on, the caller has written that are not in the file yet; the descriptor's offset lacks them, too.
-    // kCutOff: he has taken them away again.
-    static constexpr uint32_t kUnwritten = UINT32_MAX, kCutOff = 0x80000000;
+    static constexpr uint32_t kUnwritten = UINT32_MAX;
     std::atomic<uint32_t> zeros = 0;
 
     OpenFork* next = nullptr; // of those that the table counts together

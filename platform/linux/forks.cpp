@@ -289,9 +289,10 @@ OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* f
 }
 
 OSErr FinishFork(OpenFork& fork) {
+    const OSErr result = SettleEnd(fork);
     struct statx facts;
     facts.stx_mask = 0;
-    const OSErr result = fork.holdsDate ? EndHoldingDate(fork, facts) : SettleEnd(fork);
+    if (fork.holdsDate) EndHoldingDate(fork, facts);
     if (TakeDescriptorBack(fork, facts)) return result;
     const int descriptor = fork.descriptor;
     fork.descriptor = -1;

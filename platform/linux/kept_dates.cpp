@@ -12,7 +12,6 @@
 #include "platform/linux/attributes.h"
 #include "platform/linux/child_safe_mutex.h"
 #include "platform/linux/folders.h"
-#include "platform/linux/fork_io.h"
 #include "platform/linux/system_calls.h"
 
 #include <algorithm>
@@ -217,17 +216,16 @@ static bool Restore(int file, const KeptDate& kept, const struct statx& facts) {
     return SetDates(file, times) == 0;
 }
 
-OSErr EndHoldingDate(OpenFork& fork, struct statx& facts) {
+void EndHoldingDate(OpenFork& fork, struct statx& facts) {
     facts.stx_mask = 0;
     Ring& ring = RingOf(fork.key);
     LightLock guard(ring.lock);
     KeptDate* const kept = ring.Find(fork.key);
-    if (!kept || kept->users == 0) return SettleEnd(fork);
-    const OSErr result = LookAtEnd(fork, facts);
+    if (!kept || kept->users == 0) return;
     // Where it cannot be told whether others have changed the file, its date is not given up.
-    if (facts.stx_mask && WasChangedByOthers(fork, *kept, facts)) {
+    if (FactsAt(fork.descriptor, "", AT_EMPTY_PATH, facts) == 0 && WasChangedByOthers(fork, *kept, facts)) {
         kept->isSet = false;
-        return result;
+        return;
     }
     --kept->users;
     const bool isDue = fork.isChanged || kept->isOwed;
@@ -238,7 +236,6 @@ OSErr EndHoldingDate(OpenFork& fork, struct statx& facts) {
     if (isDue && !isRestored && facts.stx_mask) kept->shown = facts.stx_mtime;
     const bool isInVain = isDue && !isRestored && !kept->isOwed;
     if (isInVain || (kept->users == 0 && kept->isWritten)) kept->isSet = false;
-    return result;
 }
 
 OSErr SetOwedDates(int file, const struct statx& now) {

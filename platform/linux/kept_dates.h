@@ -25,10 +25,10 @@ void ForgetContentDate(const struct statx& facts);
 // Tells that a data fork is being opened for writing; `facts` are the file's. Whether its date is to hold.
 bool BeginHoldingDate(const struct statx& facts);
 
-// Tells that the fork has been used to the end; settles the file's end, and puts the date back if the fork was written
-// and nobody else has changed the file since. `facts` tell of the file as it was before that; their mask is 0 when they
-// could not be got. Gives what settling gave.
-OSErr EndHoldingDate(OpenFork& fork, struct statx& facts);
+// Tells that the fork has been used to the end; puts the date back if the fork was written and nobody else
+// has changed the file since. `facts` tell of the file as it was before that; their mask is 0 when they could
+// not be got.
+void EndHoldingDate(OpenFork& fork, struct statx& facts);
 
 // The system's clock in nanoseconds, as OpenFork::lastChange counts.
 int64_t SystemTime();

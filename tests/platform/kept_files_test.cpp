@@ -419,6 +419,15 @@ protected:
         PlatformKeepFilesOpen();
         Begin(MakePlain(name), allocated);
     }
+    // Under a name of its own.
+    FSRef MakeAnew(FSCatalogInfoBitmap dates) {
+        FSCloseFork(std::exchange(fork_, 0));
+        PlatformCloseKeptFiles();
+        PlatformKeepFilesOpen();
+        name_ = std::to_string(++number_);
+        return Make(name_, dates, SomeDates());
+    }
+    void MakeAnewAndBegin(ByteCount allocated) { Begin(MakeAnew(kDates), allocated); }
     static std::string Block(std::string text, size_t size = 512) {
         text.resize(size);
         return text;
@@ -433,6 +442,8 @@ protected:
     int64_t SizeForOthers(const std::string& name = "new") const { return StatusOf(folder_ / name).st_size; }
 
     FSForkRefNum fork_ = 0;
+    std::string name_ = "new";
+    int number_ = 0;
 };
 
 // No file may be larger than a few bytes.
@@ -535,34 +546,68 @@ TEST_F(EndOfNewFile, WhenItIsWritten_NobodysBytesAreCutOff) {
     EXPECT_EQ(SizeForOthers(), 1000);
 }
 
-// As it would if the zeros had been written and cut off.
-TEST_F(EndOfNewFile, ThatOthersHaveChanged_IsCutAllTheSame) {
-    const auto others = [this](const std::string& name, const std::string& content) {
-        WriteFile(folder_ / name, content);
-    };
-    const auto cut = [this](const std::string& name) {
-        EXPECT_EQ(Cut(4), noErr);
-        EXPECT_EQ(Close(), noErr);
-        EXPECT_EQ(SizeForOthers(name), 4);
-    };
-    // Dates that are to hold do so, since the cut is this process's own change.
-    int number = 0;
+// As it would if the zeros had been written and cut off; dates that are to hold do so, since the cut is this process's.
+TEST_F(EndOfNewFile, ThatOthersChangedBeforeTheCut_IsCutAllTheSame) {
     for (const FSCatalogInfoBitmap dates : {FSCatalogInfoBitmap{kFSCatInfoNone}, kDates}) {
         for (const std::string& content : {std::string(1000, 'x'), std::string("x")}) {
-            for (const bool isBefore : {true, false}) {
-                const std::string name = std::to_string(++number);
-                FSCloseFork(fork_);
-                PlatformCloseKeptFiles();
-                PlatformKeepFilesOpen();
-                const FSRef made = Make(name, dates, SomeDates());
-                if (isBefore) others(name, content);
+            for (const bool isBeforeIt : {true, false}) {
+                const FSRef made = MakeAnew(dates);
+                if (isBeforeIt) WriteFile(folder_ / name_, content);
                 Begin(made);
                 EXPECT_EQ(WriteBlock("text"), noErr);
-                if (!isBefore) others(name, content);
-                cut(name);
-                EXPECT_EQ(HasSomeDates(folder_ / name), dates != kFSCatInfoNone) << number;
+                if (!isBeforeIt) WriteFile(folder_ / name_, content);
+                EXPECT_EQ(Cut(4), noErr);
+                EXPECT_EQ(SizeForOthers(name_), 4);
+                EXPECT_EQ(Close(), noErr);
+                EXPECT_EQ(HasSomeDates(folder_ / name_), dates != kFSCatInfoNone);
             }
         }
+    }
+}
+
+TEST_F(EndOfNewFile, ThatOthersChangedAfterTheCut_StaysAsTheyLeftIt) {
+    for (const FSCatalogInfoBitmap dates : {FSCatalogInfoBitmap{kFSCatInfoNone}, kDates}) {
+        const FSRef made = MakeAnew(dates);
+        Begin(made);
+        EXPECT_EQ(WriteBlock("text"), noErr);
+        EXPECT_EQ(Cut(4), noErr);
+        FSForkRefNum second = 0;
+        ASSERT_EQ(OpenByRef(made, false, fsWrPerm, second), noErr);
+        EXPECT_EQ(FSWriteFork(second, fsFromLEOF, 0, 4, "more", nullptr), noErr);
+        EXPECT_EQ(FSCloseFork(second), noErr);
+        EXPECT_EQ(Close(), noErr);
+        EXPECT_EQ(ReadFile(folder_ / name_), "textmore");
+    }
+}
+
+TEST_F(EndOfNewFile, OfADateThatIsSetAfterTheCut_LeavesTheDate) {
+    for (const FSCatalogInfoBitmap dates : {FSCatalogInfoBitmap{kFSCatInfoNone}, kDates}) {
+        const FSRef made = MakeAnew(dates);
+        Begin(made);
+        EXPECT_EQ(WriteBlock("text"), noErr);
+        EXPECT_EQ(Cut(4), noErr);
+        FSCatalogInfo info = {};
+        info.contentModDate = DateAt(3'100'000'000);
+        EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoContentMod, &info), noErr);
+        EXPECT_EQ(Close(), noErr);
+        EXPECT_EQ(StatusOf(folder_ / name_).st_mtim.tv_sec, 3'100'000'000 - k1970);
+    }
+}
+
+TEST_F(EndOfNewFile, CutOff_FreesWhatWasAllocatedBehindIt) {
+    constexpr ByteCount kMuch = 1 << 20;
+    for (const bool isBefore : {true, false}) {
+        MakeAnewAndBegin(isBefore ? kMuch : 4);
+        if (isBefore) {
+            EXPECT_EQ(FSAllocateFork(fork_, 0, fsFromStart, 0, 4, nullptr), noErr);
+        }
+        EXPECT_EQ(WriteBlock("text"), noErr);
+        if (!isBefore) {
+            EXPECT_EQ(FSAllocateFork(fork_, 0, fsFromStart, 0, kMuch, nullptr), noErr);
+        }
+        EXPECT_EQ(Cut(4), noErr);
+        EXPECT_EQ(Close(), noErr);
+        EXPECT_LE(StatusOf(folder_ / name_).st_blocks, 32);
     }
 }
 
