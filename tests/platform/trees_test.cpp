@@ -595,19 +595,28 @@ TEST_F(TreeMetadata, WhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
     EXPECT_EQ(NamelessFiles(), 0);
 }
 
-// So much that nothing more can be written, and as many blocks less as are to be free.
-void FillVolume(const std::string& path, off_t free) {
-    constexpr off_t kBlock = 1024;
-    const std::string block(kBlock, 'x');
+// Writes blocks until there is no room; whether there was any.
+bool Fill(const std::string& path) {
+    const std::string block(1024, 'x');
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    off_t size = 0;
-    for (int tries = 0; tries < 3; ++tries) { // what is freed late comes with the next try
-        while (write(file, block.data(), kBlock) == kBlock) size += kBlock;
-        syncfs(file);
-    }
-    EXPECT_EQ(ftruncate(file, size - free * kBlock), 0);
+    bool isFilled = false;
+    while (write(file, block.data(), block.size()) > 0) isFilled = true;
     syncfs(file);
     close(file);
+    return isFilled;
+}
+
+// So much that nothing more can be written, but for as many blocks as are to be free. A file of many pieces may need more
+// than the last block, so that small ones follow.
+void FillVolume(const std::string& folder, size_t free) {
+    WriteFile(folder + "/spare", std::string(free * 1024, 'x'));
+    fs::create_directory(folder + "/fillers");
+    for (int number = 0, tries = 0; tries < 3; ++number)
+        tries = Fill(folder + "/fillers/" + std::to_string(number)) ? 0 : tries + 1;
+    fs::remove(folder + "/spare");
+    const int volume = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    syncfs(volume);
+    close(volume);
 }
 
 // Its block is its own as soon as another mark is in use.
@@ -619,7 +628,7 @@ TEST_F(TreeMetadata, BlockOfWhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
         PlatformKeepFilesOpen();
         const FSRef ref = Create(Folder(), "new", "otherone");
         EXPECT_EQ(NamelessFiles(), 1);
-        FillVolume("/volume/filler", static_cast<off_t>(blocks) - 1);
+        FillVolume("/volume", blocks - 1);
         FSForkRefNum fork = 0;
         ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, fork), noErr);
         const std::string content(1024 * blocks, 'c');
@@ -629,8 +638,8 @@ TEST_F(TreeMetadata, BlockOfWhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
         EXPECT_EQ(NamelessFiles(), 0);
         EXPECT_EQ(ReadFile("/volume/new"), content);
         PlatformCloseKeptFiles();
-        for (const char* name : {"first", "second", "new", "filler"})
-            fs::remove(std::string("/volume/") + name);
+        for (const char* name : {"first", "second", "new", "fillers"})
+            fs::remove_all(std::string("/volume/") + name);
     }
 }
 
