@@ -9,7 +9,6 @@
 #include "support/files.h"
 #include "support/users.h"
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -413,21 +412,24 @@ protected:
                       noErr);
         }
     }
-    void BeginAnew(const std::string& name, ByteCount allocated) {
-        FSCloseFork(fork_);
-        PlatformCloseKeptFiles();
-        PlatformKeepFilesOpen();
-        Begin(MakePlain(name), allocated);
-    }
-    // Under a name of its own.
-    FSRef MakeAnew(FSCatalogInfoBitmap dates) {
+    // Another one, under a name of its own.
+    FSRef MakeAnew(FSCatalogInfoBitmap dates = kFSCatInfoNone) {
         FSCloseFork(std::exchange(fork_, 0));
         PlatformCloseKeptFiles();
         PlatformKeepFilesOpen();
         name_ = std::to_string(++number_);
         return Make(name_, dates, SomeDates());
     }
-    void MakeAnewAndBegin(ByteCount allocated) { Begin(MakeAnew(kDates), allocated); }
+    // Until what is changed bears a later time than what has been changed so far.
+    void LetTheClockGoOn() const {
+        const int64_t now = SystemTime();
+        const auto changed = [this] {
+            WriteFile(folder_ / "clock", "tick");
+            const timespec time = StatusOf(folder_ / "clock").st_mtim;
+            return time.tv_sec * int64_t{1'000'000'000} + time.tv_nsec;
+        };
+        while (changed() <= now) std::this_thread::yield();
+    }
     static std::string Block(std::string text, size_t size = 512) {
         text.resize(size);
         return text;
@@ -438,8 +440,8 @@ protected:
     OSErr WriteBlock(const std::string& text) { return WriteAll(Block(text)); }
     OSErr Cut(int64_t size) { return FSSetForkSize(fork_, fsFromStart, size); }
     OSErr Close() { return FSCloseFork(std::exchange(fork_, 0)); }
-    std::string Content() const { return ReadFile(folder_ / "new"); }
-    int64_t SizeForOthers(const std::string& name = "new") const { return StatusOf(folder_ / name).st_size; }
+    std::string Content() const { return ReadFile(folder_ / name_); }
+    int64_t SizeForOthers() const { return StatusOf(folder_ / name_).st_size; }
 
     FSForkRefNum fork_ = 0;
     std::string name_ = "new";
@@ -484,11 +486,11 @@ TEST_F(EndOfNewFile, ThatIsNotCutOff_IsThereWhenTheForkIsClosed) {
 
 TEST_F(EndOfNewFile, CutElsewhere_IsCutThere) {
     for (const int64_t size : {2, 6, 600}) {
-        BeginAnew(std::to_string(size), 4);
+        Begin(MakeAnew());
         EXPECT_EQ(WriteBlock("text"), noErr);
         EXPECT_EQ(Cut(size), noErr);
         EXPECT_EQ(Close(), noErr);
-        EXPECT_EQ(ReadFile(folder_ / std::to_string(size)), Block("text", static_cast<size_t>(size)));
+        EXPECT_EQ(Content(), Block("text", static_cast<size_t>(size)));
     }
 }
 
@@ -513,14 +515,12 @@ TEST_F(EndOfNewFile, ThatIsNoPadding_IsWrittenAtOnce) {
         {4, Block("text", 516), 516}, {4, Block("text", 511) + "!", 512},
         {1, Block("", 512), 1},
     };
-    int number = 0;
     for (const auto& row : rows) {
-        const std::string name = std::to_string(++number);
-        BeginAnew(name, row.allocated);
+        Begin(MakeAnew(), row.allocated);
         EXPECT_EQ(WriteAll(row.bytes), noErr);
-        EXPECT_EQ(SizeForOthers(name), row.written) << number;
+        EXPECT_EQ(SizeForOthers(), row.written) << name_;
         EXPECT_EQ(Close(), noErr);
-        EXPECT_EQ(ReadFile(folder_ / name), row.bytes) << number;
+        EXPECT_EQ(Content(), row.bytes) << name_;
     }
 }
 
@@ -557,7 +557,7 @@ TEST_F(EndOfNewFile, ThatOthersChangedBeforeTheCut_IsCutAllTheSame) {
                 EXPECT_EQ(WriteBlock("text"), noErr);
                 if (!isBeforeIt) WriteFile(folder_ / name_, content);
                 EXPECT_EQ(Cut(4), noErr);
-                EXPECT_EQ(SizeForOthers(name_), 4);
+                EXPECT_EQ(SizeForOthers(), 4);
                 EXPECT_EQ(Close(), noErr);
                 EXPECT_EQ(HasSomeDates(folder_ / name_), dates != kFSCatInfoNone);
             }
@@ -576,7 +576,7 @@ TEST_F(EndOfNewFile, ThatOthersChangedAfterTheCut_StaysAsTheyLeftIt) {
         EXPECT_EQ(FSWriteFork(second, fsFromLEOF, 0, 4, "more", nullptr), noErr);
         EXPECT_EQ(FSCloseFork(second), noErr);
         EXPECT_EQ(Close(), noErr);
-        EXPECT_EQ(ReadFile(folder_ / name_), "textmore");
+        EXPECT_EQ(Content(), "textmore");
     }
 }
 
@@ -597,7 +597,7 @@ TEST_F(EndOfNewFile, OfADateThatIsSetAfterTheCut_LeavesTheDate) {
 TEST_F(EndOfNewFile, CutOff_FreesWhatWasAllocatedBehindIt) {
     constexpr ByteCount kMuch = 1 << 20;
     for (const bool isBefore : {true, false}) {
-        MakeAnewAndBegin(isBefore ? kMuch : 4);
+        Begin(MakeAnew(kDates), isBefore ? kMuch : 4);
         if (isBefore) {
             EXPECT_EQ(FSAllocateFork(fork_, 0, fsFromStart, 0, 4, nullptr), noErr);
         }
@@ -612,29 +612,23 @@ TEST_F(EndOfNewFile, CutOff_FreesWhatWasAllocatedBehindIt) {
 }
 
 TEST_F(EndOfNewFile, OfADateThatHolds_LeavesTheDate) {
-    FSCloseFork(fork_);
-    PlatformCloseKeptFiles();
-    PlatformKeepFilesOpen();
-    Begin(Make("dated", kDates, SomeDates()));
+    Begin(MakeAnew(kDates));
     EXPECT_EQ(WriteBlock("text"), noErr);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the clock of changes goes on
+    LetTheClockGoOn();
     EXPECT_EQ(Close(), noErr);
-    EXPECT_TRUE(HasSomeDates(folder_ / "dated"));
-    EXPECT_EQ(ReadFile(folder_ / "dated"), Block("text"));
+    EXPECT_TRUE(HasSomeDates(folder_ / name_));
+    EXPECT_EQ(Content(), Block("text"));
 }
 
 TEST_F(EndOfNewFile, OfADateThatWasGivenUp_IsThereAllTheSame) {
-    FSCloseFork(fork_);
-    PlatformCloseKeptFiles();
-    PlatformKeepFilesOpen();
-    const FSRef made = Make("dated", kDates, SomeDates());
+    const FSRef made = MakeAnew(kDates);
     Begin(made);
     EXPECT_EQ(WriteBlock("text"), noErr);
     FSCatalogInfo info = {};
     info.contentModDate = DateAt(3'100'000'000);
     EXPECT_EQ(FSSetCatalogInfo(&made, kFSCatInfoContentMod, &info), noErr);
     EXPECT_EQ(Close(), noErr);
-    EXPECT_EQ(ReadFile(folder_ / "dated"), Block("text"));
+    EXPECT_EQ(Content(), Block("text"));
 }
 
 TEST_F(EndOfNewFile, ThatCannotBeWritten_IsReportedWhenTheForkIsClosed) {

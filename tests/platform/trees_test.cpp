@@ -494,13 +494,16 @@ public:
         Copy(folder, "second");
     }
 
-    // Files on the volume that are open and have no name.
+    // Files on the volume that are open and have no name; none can be given one.
     static int NamelessFiles() {
         int count = 0;
         for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
             std::error_code none;
             const std::string target = fs::read_symlink(entry.path(), none);
-            if (target.starts_with("/volume/") && target.ends_with("(deleted)")) ++count;
+            if (!target.starts_with("/volume/") || !target.ends_with("(deleted)")) continue;
+            ++count;
+            EXPECT_NE(linkat(AT_FDCWD, entry.path().c_str(), AT_FDCWD, "/volume/named", AT_SYMLINK_FOLLOW),
+                      0);
         }
         return count;
     }
@@ -622,23 +625,32 @@ void FillVolume(const std::string& folder, size_t free) {
 // Its block is its own as soon as another mark is in use.
 TEST_F(TreeMetadata, BlockOfWhatHoldsIt_IsGivenBackWhereRoomRunsOut) {
     SKIP_IF_MISSING(MountSharing());
-    for (const ByteCount blocks : {1u, 6u}) { // the first few are left to the write
+    const struct {
+        ByteCount blocks; // the first few are left to the write
+        bool isResource, isAllocated;
+    } rows[] = {{1, false, true}, {6, false, true}, {1, true, false}};
+    for (const auto& [blocks, isResource, isAllocated] : rows) {
         PlatformBeginTree();
         CopyTwo(Folder());
         PlatformKeepFilesOpen();
         const FSRef ref = Create(Folder(), "new", "otherone");
+        if (isResource) {
+            EXPECT_EQ(MakeResourceFork(ref), noErr);
+        }
         EXPECT_EQ(NamelessFiles(), 1);
         FillVolume("/volume", blocks - 1);
         FSForkRefNum fork = 0;
-        ASSERT_EQ(OpenByRef(ref, false, fsWrPerm, fork), noErr);
+        ASSERT_EQ(OpenByRef(ref, isResource, fsWrPerm, fork), noErr);
         const std::string content(1024 * blocks, 'c');
-        EXPECT_EQ(FSAllocateFork(fork, 0, fsFromStart, 0, 1024 * blocks, nullptr), noErr);
+        if (isAllocated) {
+            EXPECT_EQ(FSAllocateFork(fork, 0, fsFromStart, 0, 1024 * blocks, nullptr), noErr);
+        }
         EXPECT_EQ(FSWriteFork(fork, fsAtMark, 0, 1024 * blocks, content.data(), nullptr), noErr);
         EXPECT_EQ(FSCloseFork(fork), noErr);
         EXPECT_EQ(NamelessFiles(), 0);
-        EXPECT_EQ(ReadFile("/volume/new"), content);
         PlatformCloseKeptFiles();
-        for (const char* name : {"first", "second", "new", "fillers"})
+        EXPECT_EQ(ReadWhole(ref, isResource), content);
+        for (const char* name : {"first", "second", "new", "._new", "fillers"})
             fs::remove_all(std::string("/volume/") + name);
     }
 }
@@ -666,6 +678,19 @@ TEST_F(TreeMetadata, OfFilesThatDiffer_IsNotHeld) {
     Copy(Folder(), "first", "brokMACS");
     Copy(Folder(), "second", "otherone");
     Copy(Folder(), "third", "brokMACS");
+    EXPECT_EQ(NamelessFiles(), 0);
+}
+
+TEST_F(TreeMetadata, OfFolders_IsNotHeld) {
+    SKIP_IF_MISSING(MountSharing());
+    const FSRef folder = Folder();
+    FSCatalogInfo info = {};
+    info.createDate = DateAt(3'000'000'000);
+    for (const char16_t* name : {u"a", u"b", u"c"}) {
+        EXPECT_EQ(FSCreateDirectoryUnicode(&folder, 1, reinterpret_cast<const UniChar*>(name),
+                                           kFSCatInfoCreateDate, &info, nullptr, nullptr, nullptr),
+                  noErr);
+    }
     EXPECT_EQ(NamelessFiles(), 0);
 }
 
